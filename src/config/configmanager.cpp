@@ -1,0 +1,139 @@
+#include "config/configmanager.h"
+
+#include <errno.h>
+
+#include "platform/cjsonobject.h"
+#include "platform/log.h"
+#include "platform/sync.h"
+#include "platform/wholefile.h"
+
+namespace kelp {
+
+namespace {
+
+constexpr size_t kMaxFileBytes = 64u << 20;
+constexpr int32_t kDefaultModuleTimeout = 15;
+constexpr unsigned char kDefaultTail[] = {'\r', '\n'};
+
+// Held over a whole reading and writing of the file, so that of two updates at once the second
+// starts from the result of the first. Taken before the locks of the record fields.
+Mutex sRefreshMutex;
+
+CommonConfig MakeConsole(const char* name, bool active, const char* route, int32_t port) {
+    CommonConfig console;
+    console.name = name;
+    console.active = active;
+    console.support = true;
+    console.route = std::string(route);
+    console.port = port;
+    return console;
+}
+
+ModuleInfo MakeModule(const std::string& name, int32_t timeout, bool keepAlive,
+                      const std::string& path) {
+    ModuleInfo module;
+    module.timeout = timeout;
+    module.keepAlive = keepAlive;
+    module.name = name;
+    module.path = path;
+    return module;
+}
+
+template <typename Record>
+Record* FindByName(std::vector<Record>& records, const std::string& name) {
+    for (Record& record : records) {
+        if (record.name == name) {
+            return &record;
+        }
+    }
+    return nullptr;
+}
+
+}  // namespace
+
+ConfigManager::ConfigManager() : mConsoleConfig(new ConsoleConfig) {
+    InitModuleConfig();
+    InitCommonConfig();
+    ReceiveConfig& receive = mConsoleConfig->receive;
+    receive.mode = kReceiveNone;
+    receive.SetTail(kDefaultTail, sizeof(kDefaultTail));
+    receive.millisecond = 0;
+}
+
+ConfigManager::~ConfigManager() = default;
+
+void ConfigManager::InitModuleConfig() {
+    std::vector<ModuleInfo>& modules = mConsoleConfig->modules;
+    modules.push_back(MakeModule("wcn", kDefaultModuleTimeout, false, "/dev/socket/sync_wcn"));
+    modules.push_back(MakeModule("modem", 0, true, "/dev/socket/async_tolm"));
+}
+
+void ConfigManager::InitCommonConfig() {
+    mConsoleConfig->consoles = {
+        MakeConsole("uart", false, "/dev/ttyQVZ1", 0),
+        MakeConsole("usb", true, "/dev/ttyGS0", 0),
+        MakeConsole("local", true, "/dev/socket/kelp", 0),
+        MakeConsole("tcp", false, "192.168.1.100", 3000),
+    };
+}
+
+void ConfigManager::ConstructModuleConfig(const std::string& name) {
+    mConsoleConfig->modules.push_back(MakeModule(name, kDefaultModuleTimeout, false, ""));
+}
+
+CommonConfig* ConfigManager::GetConfigByName(const std::string& name) {
+    return FindByName(mConsoleConfig->consoles, name);
+}
+
+ModuleInfo* ConfigManager::GetModuleByName(const std::string& name) {
+    return FindByName(mConsoleConfig->modules, name);
+}
+
+bool ConfigManager::SupportConsoleMode(const std::string& name) {
+    const CommonConfig* const console = GetConfigByName(name);
+    return console != nullptr && console->support;
+}
+
+bool ConfigManager::ReadJSONDoc(const std::string& path, neb::CJsonObject& doc) {
+    std::string& own = mConsoleConfig->path;
+    if (!path.empty()) {
+        own = path;
+    }
+    std::string content;
+    if (!ReadWholeFile(own, kMaxFileBytes, content)) {
+        KLOG(kLogError) << "Json file(" << own << ") open error!!!";
+        return false;
+    }
+    if (!doc.Parse(content)) {
+        const neb::CJsonPosition at = doc.ErrorPosition();
+        KLOG(kLogError) << "Json file(" << own << ") syntax error!!!";
+        KLOG(kLogInfo) << "line " << at.line << ", column " << at.column;
+        return false;
+    }
+    return true;
+}
+
+bool ConfigManager::RefreshConfig() {
+    MutexLock lock(sRefreshMutex);
+    const std::string& path = mConsoleConfig->path;
+    neb::CJsonObject doc;
+    if (!ReadJSONDoc(path, doc)) {
+        return false;
+    }
+    for (const CommonConfig& console : mConsoleConfig->consoles) {
+        neb::CJsonObject record = doc["console"][console.name];
+        record.Replace("support", console.support);
+        record.Replace("active", console.active.Get());
+        record.Replace("route", console.route.Get());
+        record.Replace("port", console.port.Get());
+        record.Replace("timeout", console.timeout);
+    }
+    if (!ReplaceWholeFile(path, doc.ToFormattedString())) {
+        KLOG(kLogError) << "Json file(" << path << ") open error!!!";
+        KLOG(kLogInfo) << "not written, errno = " << errno;
+        return false;
+    }
+    return true;
+}
+
+}  // namespace kelp

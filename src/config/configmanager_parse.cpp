@@ -1,0 +1,228 @@
+// The configuration file: what its keys mean.
+
+#include <algorithm>
+#include <cstdio>
+
+#include "config/configmanager.h"
+#include "platform/cjsonobject.h"
+#include "platform/log.h"
+#include "platform/systemproperty.h"
+
+namespace kelp {
+
+namespace {
+
+// The strings of an array that has elements replace `list`; without any it stays as it was.
+bool ReadStrings(const neb::CJsonObject& array, std::vector<std::string>& list) {
+    const int size = array.GetArraySize();
+    if (size < 1) {
+        return false;
+    }
+    list.clear();
+    for (int i = 0; i < size; ++i) {
+        if (std::optional<std::string> entry = array(i)) {
+            list.push_back(std::move(*entry));
+        }
+    }
+    return true;
+}
+
+template <typename T>
+void GetShared(const neb::CJsonObject& obj, const char* key, Shared<T>& field) {
+    T value = field;
+    if (obj.Get(key, value)) {
+        field = value;
+    }
+}
+
+}  // namespace
+
+bool ConfigManager::ParseJSONDoc(const std::string& path) {
+    neb::CJsonObject doc;
+    if (!ReadJSONDoc(path, doc)) {
+        return false;
+    }
+    std::string key;
+    while (doc.GetKey(key)) {
+        neb::CJsonObject member = doc[key];
+        if (key == "console") {
+            ParseConsole(member);
+        } else if (key == "receive-mode") {
+            ParseReceiveMode(member);
+        } else if (key == "module") {
+            ParseModule(member);
+        }
+    }
+    return true;
+}
+
+void ConfigManager::ParseConsole(neb::CJsonObject& obj) {
+    neb::CJsonObject active;
+    std::string key;
+    while (obj.GetKey(key)) {
+        for (CommonConfig& console : mConsoleConfig->consoles) {
+            if (console.name != key) {
+                continue;
+            }
+            const neb::CJsonObject member = obj[key];
+            // The local console takes no more than its time-out: it is the one that always stays.
+            if (key != "local") {
+                member.Get("support", console.support);
+                member.Get("active", active);
+                console.active = ParseActive(active);
+                GetShared(member, "route", console.route);
+                GetShared(member, "port", console.port);
+            }
+            member.Get("timeout", console.timeout);
+        }
+    }
+    for (const CommonConfig& console : mConsoleConfig->consoles) {
+        KLOG(kLogInfo) << console.name << ":" << console.support << ":" << console.active.Get()
+                       << ":" << console.route.Get() << ":" << console.port.Get() << ":"
+                       << console.timeout;
+    }
+}
+
+bool ConfigManager::ParseActive(neb::CJsonObject& value) {
+    const std::string text = value.ToString();
+    KLOG(kLogInfo) << "Json: " << text;
+    std::string name;
+    if (!value.GetKey(name)) {
+        return text == "true";
+    }
+    std::string expected = "1";
+    value.Get(name, expected);
+    const std::string actual = SystemProperty::Get(name, "0");
+    KLOG(kLogInfo) << "Property " << name << " real value is" << actual;
+    return actual == expected;
+}
+
+void ConfigManager::ParseReceiveMode(neb::CJsonObject& obj) {
+    ReceiveConfig& receive = mConsoleConfig->receive;
+    std::string mode;
+    obj.Get("mode", mode);
+    if (mode == "tail") {
+        receive.mode = kReceiveTail;
+    } else if (mode == "timetick") {
+        receive.mode = kReceiveTimeTick;
+    }
+    std::string tail;
+    obj.Get("tail", tail);
+    HexToString(tail, receive.tail, receive.tailLength);
+    obj.Get("millisecond", receive.millisecond);
+}
+
+void ConfigManager::HexToString(std::string hex, unsigned char* out, int& length) {
+    if (hex.empty()) {
+        KLOG(kLogError) << "length < 0";
+        return;
+    }
+    if (hex.size() < 2) {
+        KLOG(kLogError) << "one digit is no byte";
+        return;
+    }
+    constexpr size_t kMaxDigits = 2 * kMaxTailBytes;
+    if (hex.size() > kMaxDigits) {
+        KLOG(kLogError) << hex.size() << " digits cut to " << kMaxDigits;
+        hex.resize(kMaxDigits);
+    }
+    for (char& c : hex) {
+        if (c >= 'a' && c <= 'z') {
+            c = static_cast<char>(c - 'a' + 'A');
+        }
+    }
+    length = static_cast<int>(hex.size() / 2);
+    unsigned value = 0;
+    for (int i = 0; i < length; ++i) {
+        // Keeps the last value when the pair is no number.
+        sscanf(hex.substr(2 * static_cast<size_t>(i), 2).c_str(), "%2X", &value);
+        KLOG(kLogDebug) << "hex data -> " << value;
+        out[i] = static_cast<unsigned char>(value);
+    }
+    out[length] = 0;
+}
+
+void ConfigManager::ParseModule(neb::CJsonObject& obj) {
+    std::string key;
+    while (obj.GetKey(key)) {
+        neb::CJsonObject member = obj[key];
+        if (key == "support-modules") {
+            ParseSupportModules(member);
+        } else if (key == "interaction") {
+            ParseInteraction(member);
+        } else if (key == "whitelist") {
+            ParseWhiteList(member);
+        } else if (key == "test-commands") {
+            ParseTestCmds(member);
+        }
+    }
+}
+
+void ConfigManager::ParseSupportModules(neb::CJsonObject& array) {
+    const int size = array.GetArraySize();
+    for (int i = 0; i < size; ++i) {
+        const std::optional<std::string> name = array(i);
+        if (!name) {
+            continue;
+        }
+        bool known = false;
+        for (const ModuleInfo& module : mConsoleConfig->modules) {
+            KLOG(kLogDebug) << i << ": load module(" << *name << ")";
+            known = module.name == *name;
+            if (known) {
+                break;
+            }
+        }
+        if (!known) {
+            ConstructModuleConfig(*name);
+        }
+    }
+}
+
+void ConfigManager::ParseInteraction(neb::CJsonObject& obj) {
+    for (ModuleInfo& module : mConsoleConfig->modules) {
+        const neb::CJsonObject member = obj[module.name];
+        if (!member.IsEmpty()) {
+            member.Get("keep-alive", module.keepAlive);
+            member.Get("path", module.path);
+            member.Get("timeout", module.timeout);
+        }
+    }
+    for (const ModuleInfo& module : mConsoleConfig->modules) {
+        KLOG(kLogInfo) << "<<<<<<< " << module.name;
+        KLOG(kLogInfo) << "keep-alive(" << module.keepAlive << "),path(" << module.path
+                       << "),timeout(" << module.timeout << ")";
+        KLOG(kLogInfo) << ">>>>>>> " << module.name;
+    }
+}
+
+void ConfigManager::ParseWhiteList(neb::CJsonObject& obj) {
+    for (ModuleInfo& module : mConsoleConfig->modules) {
+        if (ReadStrings(obj[module.name], module.whiteList)) {
+            std::sort(module.whiteList.begin(), module.whiteList.end());
+        }
+        KLOG(kLogInfo) << "<<<<<<< " << module.name << " command white list";
+        for (const std::string& entry : module.whiteList) {
+            KLOG(kLogInfo) << entry;
+        }
+        KLOG(kLogInfo) << ">>>>>>> " << module.name << " command white list";
+    }
+}
+
+void ConfigManager::ParseTestCmds(neb::CJsonObject& obj) {
+    for (ModuleInfo& module : mConsoleConfig->modules) {
+        if (ReadStrings(obj[module.name], module.testCmds)) {
+            std::stable_sort(
+                module.testCmds.begin(), module.testCmds.end(),
+                [](const std::string& a, const std::string& b) { return a.size() > b.size(); });
+        }
+        // Unlike the white list's, these markers have no blank.
+        KLOG(kLogInfo) << "<<<<<<<" << module.name;
+        for (const std::string& entry : module.testCmds) {
+            KLOG(kLogInfo) << "<" << entry << ">";
+        }
+        KLOG(kLogInfo) << ">>>>>>>" << module.name;
+    }
+}
+
+}  // namespace kelp

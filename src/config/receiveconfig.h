@@ -1,0 +1,35 @@
+// How the bytes that consoles receive are cut into commands.
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+
+namespace kelp {
+
+enum RecModeE : int32_t {
+    kReceiveNone = 0,      // nothing is cut
+    kReceiveTail = 1,      // a command ends with a terminator
+    kReceiveTimeTick = 2,  // a command ends with a quiet interval
+};
+
+inline constexpr int32_t kMaxTailBytes = 32;
+
+// Written before the first console starts, only read afterwards.
+struct ReceiveConfig {
+    int32_t mode = kReceiveNone;                           // a RecModeE
+    unsigned char tail[kMaxTailBytes + 1] = {'\r', '\n'};  // zero behind the last byte
+    int32_t tailLength = 2;                                // in bytes
+    int32_t millisecond = 0;                               // the quiet interval, in milliseconds
+
+    // Takes over `length` bytes as the terminator; one that has no room leaves it as it was.
+    void SetTail(const unsigned char* bytes, int32_t length) {
+        if (length < 0 || length > kMaxTailBytes) {
+            return;
+        }
+        std::copy_n(bytes, length, tail);
+        tail[length] = 0;
+        tailLength = length;
+    }
+};
+
+}  // namespace kelp

@@ -1,0 +1,224 @@
+#include "messager/kelpmessager.h"
+
+#include <algorithm>
+#include <cstring>
+#include <sstream>
+
+#include "config/configmanager.h"
+#include "main/errorcode.h"
+#include "messager/formatter.h"
+#include "messager/messagermanager.h"
+#include "platform/errortext.h"
+#include "platform/log.h"
+#include "processor/command.h"
+#include "processor/processor.h"
+
+namespace kelp {
+
+namespace {
+
+struct CommucationCmd {
+    const char* command;
+    const char* console;
+    bool active;
+};
+
+// The local console has no row: it is the one that always stays.
+constexpr CommucationCmd CommucationCmdTable[] = {
+    {"ZAT+TCP=1", "tcp", true},  {"ZAT+TCP=0", "tcp", false},  {"ZAT+USB=1", "usb", true},
+    {"ZAT+USB=0", "usb", false}, {"ZAT+UART=1", "uart", true}, {"ZAT+UART=0", "uart", false},
+};
+
+constexpr char kUpdate[] = "ZAT+UPDATE";
+constexpr char kPort[] = "ZAT+PORT";
+constexpr char kIp[] = "ZAT+IP";
+
+// A switch that its own send thread found somebody else at.
+struct HandedOver {
+    KELPMessager* module;
+    std::string command;
+};
+
+// A leaf: never held while a console is started or stopped.
+Mutex sPendingMutex;
+bool sSwitching KELP_GUARDED_BY(sPendingMutex) = false;
+
+std::deque<HandedOver>& HandedOverQueue() KELP_REQUIRES(sPendingMutex) {
+    static auto* queue = new std::deque<HandedOver>;
+    return *queue;
+}
+
+const CommucationCmd* FindRow(const std::string& command) {
+    const auto* row = std::find_if(std::begin(CommucationCmdTable), std::end(CommucationCmdTable),
+                                   [&](const CommucationCmd& r) { return command == r.command; });
+    return row != std::end(CommucationCmdTable) ? row : nullptr;
+}
+
+bool StartsWith(const std::string& text, const char* prefix) {
+    return text.compare(0, strlen(prefix), prefix) == 0;
+}
+
+// The request up to its first zero byte, in upper case.
+std::string UpperText(const std::vector<char>& request) {
+    std::string text(request.begin(), std::find(request.begin(), request.end(), '\0'));
+    for (char& c : text) {
+        if (c >= 'a' && c <= 'z') {
+            c = static_cast<char>(c - 'a' + 'A');
+        }
+    }
+    return text;
+}
+
+}  // namespace
+
+Messager* KELPMessager::Create(MessagerManager* manager, std::string name) {
+    return new KELPMessager(manager, name);
+}
+
+unsigned KELPMessager::HandleMessager(Command* command, void* processor) {
+    std::vector<char>& request = *command->GetRequest();
+    const std::string text = Serve(UpperText(request));
+    Formatter formatter;
+    formatter.SetResult(kSuccess);
+    formatter.SetRequest(request.data(), static_cast<int>(request.size()));
+    formatter.SetResponse(text.data(), static_cast<int>(text.size()));
+    formatter.GetResponse(command);
+    command->mMessager = this;
+    return SendMessager(command, processor);
+}
+
+// Does what the command asks for, or queues it; returns the answer text.
+std::string KELPMessager::Serve(const std::string& command) {
+    if (FindRow(command) != nullptr) {
+        MutexLock lock(sPendingMutex);
+        mPendingCommands.push_back(command);
+    } else if (command == kUpdate) {
+        GetConfigManager()->RefreshConfig();
+    } else if (StartsWith(command, kPort)) {
+        UpdateTCPPortConfig(command);
+    } else if (StartsWith(command, kIp)) {
+        UpdateTCPIPConfig(command);
+    } else {
+        char text[256] = {};
+        GetStringByErrCode(kErrorUnsupportCommand, kErrorBase, text);
+        KLOG(kLogError) << mModuleName << ":unsupport command";
+        return text;
+    }
+    return std::string();
+}
+
+void KELPMessager::UpdateTCPIPConfig(std::string command) {
+    const size_t equals = command.find('=');
+    if (equals == std::string::npos) {
+        return;
+    }
+    CommonConfig* const config = GetConfigManager()->GetConfigByName("tcp");
+    if (config == nullptr) {
+        KLOG(kLogError) << mModuleName << "Get Tcp config failed!";
+        return;
+    }
+    std::string address = command.substr(equals + 1);
+    if (address == "0") {
+        address.clear();
+    }
+    config->route = address;
+    KLOG(kLogInfo) << mModuleName << ":IP Address: " << address;
+}
+
+void KELPMessager::UpdateTCPPortConfig(std::string command) {
+    const size_t equals = command.find('=');
+    if (equals == std::string::npos) {
+        return;
+    }
+    CommonConfig* const config = GetConfigManager()->GetConfigByName("tcp");
+    if (config == nullptr) {
+        KLOG(kLogError) << mModuleName << "Get Tcp config failed!";
+        return;
+    }
+    int port = 0;
+    std::istringstream(command.substr(equals + 1)) >> port;
+    config->port = port;
+    KLOG(kLogInfo) << mModuleName << ":IP Port: " << port;
+}
+
+bool KELPMessager::isCommucationActive(std::string console) {
+    const CommonConfig* const config = GetConfigManager()->GetConfigByName(console);
+    return config != nullptr && config->active;
+}
+
+bool KELPMessager::UpdateCommucationActive(std::string console, bool active) {
+    CommonConfig* const config = GetConfigManager()->GetConfigByName(console);
+    if (config == nullptr) {
+        return false;
+    }
+    config->active = active;
+    return true;
+}
+
+unsigned KELPMessager::HandleComplete() {
+    HandedOver next;
+    {
+        MutexLock lock(sPendingMutex);
+        if (mPendingCommands.empty()) {
+            return kSuccess;
+        }
+        next = {this, mPendingCommands.front()};
+        mPendingCommands.pop_front();
+        if (sSwitching) {
+            HandedOverQueue().push_back(next);
+            return kSuccess;
+        }
+        sSwitching = true;
+    }
+    for (;;) {
+        next.module->ProcessSwitch(next.command);
+        MutexLock lock(sPendingMutex);
+        if (HandedOverQueue().empty()) {
+            sSwitching = false;
+            return kSuccess;
+        }
+        next = HandedOverQueue().front();
+        HandedOverQueue().pop_front();
+    }
+}
+
+void KELPMessager::ProcessSwitch(const std::string& command) {
+    KLOG(kLogDebug) << mModuleName << ": process kelp command->" << command;
+    const CommucationCmd* const row = FindRow(command);
+    const bool active = isCommucationActive(row->console);
+    if (row->active && !active) {
+        SwitchOn(row->console);
+    } else if (!row->active && active) {
+        SwitchOff(row->console);
+    } else {
+        KLOG(kLogDebug) << mModuleName << ": " << row->console << " communication already done";
+    }
+}
+
+void KELPMessager::SwitchOn(const std::string& console) {
+    UpdateCommucationActive(console, true);
+    Processor* const processor = mManager->GetProcessorByName(console);
+    if (processor == nullptr) {
+        KLOG(kLogError) << mModuleName << ": " << console << " not available";
+    } else if (!processor->IsConnect()) {
+        processor->Start();
+        KLOG(kLogDebug) << mModuleName << ": " << console << " active communication";
+    } else {
+        KLOG(kLogDebug) << mModuleName << ": " << console << " already active communication";
+    }
+}
+
+void KELPMessager::SwitchOff(const std::string& console) {
+    UpdateCommucationActive(console, false);
+    Processor* const processor = mManager->GetProcessorByName(console);
+    if (processor == nullptr) {
+        KLOG(kLogError) << mModuleName << ": " << console << " not available";
+    } else if (processor->IsConnect()) {
+        processor->Stop();
+        KLOG(kLogDebug) << mModuleName << ": " << console << " deactive communication";
+    } else {
+        KLOG(kLogDebug) << mModuleName << ": " << console << " already deactive communication";
+    }
+}
+
+}  // namespace kelp

@@ -1,0 +1,139 @@
+#include "messager/messager.h"
+
+#include <algorithm>
+#include <cstring>
+#include <string_view>
+
+#include "config/configmanager.h"
+#include "main/errorcode.h"
+#include "messager/messagermanager.h"
+#include "platform/errortext.h"
+#include "platform/log.h"
+#include "processor/command.h"
+
+namespace kelp {
+
+namespace {
+
+char Upper(char c) {
+    return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
+}
+
+// Whether the upper-cased request begins with `entry`.
+bool HasPrefix(std::string_view request, std::string_view entry) {
+    return request.size() >= entry.size() &&
+           std::equal(entry.begin(), entry.end(), request.begin(),
+                      [](char e, char r) { return e == Upper(r); });
+}
+
+}  // namespace
+
+Messager::Messager(MessagerManager* manager, const std::string& name,
+                   LocalSocketClient::Reopen reopen)
+    : mTimeout(manager->GetModuleByName(name)->timeout),
+      mManager(manager),
+      mModuleName(name),
+      mSocketPath(manager->GetModuleByName(name)->path),
+      mModuleInfo(manager->GetModuleByName(name)),
+      mClient(std::make_shared<LocalSocketClient>(mSocketPath, reopen)) {
+    if (mModuleInfo->keepAlive) {
+        mFd = Connect();
+    }
+}
+
+ConfigManager* Messager::GetConfigManager() const {
+    return mManager->GetConfigManager();
+}
+
+void Messager::Disconnect(int&) {
+    mClient->sclose();
+}
+
+bool Messager::isSupportCmd(const char* data, int length) const {
+    if (data == nullptr) {
+        KLOG(kLogError) << mModuleName << ": pData is null";
+        return false;
+    }
+    const std::string_view request(data, static_cast<size_t>(std::max(length, 0)));
+    // Test commands are compared as terminated strings: both end at their first zero byte.
+    const std::string_view text = request.substr(0, request.find('\0'));
+    for (const std::string& entry : mModuleInfo->testCmds) {
+        const std::string_view wanted(entry.c_str());
+        if (text.size() == wanted.size() && HasPrefix(text, wanted)) {
+            KLOG(kLogDebug) << mModuleName << ": support test command (" << entry << ")";
+            return true;
+        }
+    }
+    for (const std::string& entry : mModuleInfo->whiteList) {
+        if (HasPrefix(request, entry)) {
+            KLOG(kLogDebug) << mModuleName << ": support white command (" << entry << ")";
+            return true;
+        }
+    }
+    return false;
+}
+
+int32_t Messager::Send(Command* command) {
+    if (mFd == -1) {
+        KLOG(kLogDebug) << mModuleName << " socket pause. connect now";
+        if (mClient->sopen() == -1) {
+            return -1;
+        }
+    }
+    // A failure shows in the result of the following sreceive.
+    mClient->ssend(*command->GetRequest());
+    return mClient->Descriptor();
+}
+
+int Messager::Receive(Command* command, int, int seconds) {
+    struct timeval timeout = {};
+    timeout.tv_sec = seconds;
+    const int result = ReceiveInto(*mClient, *command->GetResponse(), timeout);
+    if (mFd == -1) {
+        mClient->sclose();
+    }
+    return result;
+}
+
+int Messager::ReceiveInto(LocalSocketClient& client, std::vector<char>& bytes,
+                          struct timeval timeout) {
+    const int result = client.sreceive(bytes, timeout);
+    if (result != 0) {
+        char text[513] = {};
+        GetStringByErrCode(result, kErrorBase, text);
+        KLOG(kLogDebug) << mModuleName << "-->Receive error (" << text << ")";
+        bytes.insert(bytes.end(), text, text + strlen(text));
+    }
+    return result;
+}
+
+unsigned Messager::SendMessager(Command* command, void* processor) {
+    return mManager->HandleResponse(command, processor);
+}
+
+void Messager::DropStaleBytes() {
+    const size_t dropped = mClient->Discard();
+    if (dropped > 0) {
+        KLOG(kLogError) << mModuleName << "-->dropped " << dropped
+                        << " bytes of an earlier exchange";
+    }
+}
+
+unsigned Messager::Exchange(Command* command, void* processor, bool reopen) {
+    {
+        TurnHolder turn(mExchange);
+        // Not held: the console is being stopped, and nobody is left to read an answer.
+        if (turn.Held()) {
+            if (mFd == -1 && reopen) {
+                mFd = Connect();
+            } else if (mFd != -1) {
+                DropStaleBytes();
+            }
+            const int32_t sent = Send(command);
+            Receive(command, sent, 0);
+        }
+    }
+    return SendMessager(command, processor);
+}
+
+}  // namespace kelp

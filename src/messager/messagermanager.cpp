@@ -1,0 +1,93 @@
+#include "messager/messagermanager.h"
+
+#include "config/configmanager.h"
+#include "main/errorcode.h"
+#include "messager/defaultmessager.h"
+#include "messager/wcnmessager.h"
+#include "platform/log.h"
+#include "processor/command.h"
+#include "processor/processor.h"
+#include "processor/processormanager.h"
+
+namespace kelp {
+
+namespace {
+
+// The modules that have a class of their own, by the name of their record.
+struct Factory {
+    const char* name;
+    Messager* (*create)(MessagerManager* manager, std::string name);
+};
+
+constexpr Factory kFactories[] = {
+    {"wcn", WCNMessager::Create},
+};
+
+Messager* CreateMessager(MessagerManager* manager, const std::string& name) {
+    for (const Factory& factory : kFactories) {
+        if (name == factory.name) {
+            return factory.create(manager, name);
+        }
+    }
+    return DefaultMessager::Create(manager, name);
+}
+
+}  // namespace
+
+MessagerManager::MessagerManager(ConfigManager* configManager) : mConfigManager(configManager) {
+    for (const ModuleInfo& module : *mConfigManager->GetModuleConfigs()) {
+        mMessagers.emplace_back(CreateMessager(this, module.name));
+    }
+}
+
+MessagerManager::~MessagerManager() = default;
+
+unsigned MessagerManager::HandleRequest(Command* command, Processor* processor) {
+    if (command == nullptr) {
+        KLOG(kLogError) << "get null COMMAND";
+        return kErrorRequestNull;
+    }
+    const std::vector<char>* const request = command->GetRequest();
+    if (request == nullptr) {
+        KLOG(kLogError) << "get null request data.";
+        return kErrorRequestNull;
+    }
+    for (const auto& messager : mMessagers) {
+        if (messager->isSupportCmd(request->data(), static_cast<int>(request->size()))) {
+            return messager->HandleMessager(command, processor);
+        }
+    }
+    KLOG(kLogError) << "all modules: unsupport command.";
+    DUMPLOG(kLogTag, "HandleRequest", request->data(), request->size());
+    return kErrorUnsupportCommand;
+}
+
+unsigned MessagerManager::HandleResponse(Command* command, void* processor) {
+    if (command == nullptr || processor == nullptr) {
+        KLOG(kLogError) << "input error";
+        return kErrorInvalidParameter;
+    }
+    MutexLock lock(mMutex);
+    static_cast<Processor*>(processor)->SendDataDone(command);
+    return kSuccess;
+}
+
+unsigned MessagerManager::HandleComplete(Command* command) {
+    Messager* const messager = command->mMessager;
+    return messager != nullptr ? messager->HandleComplete() : 0;
+}
+
+ModuleInfo* MessagerManager::GetModuleByName(const std::string& name) {
+    return mConfigManager->GetModuleByName(name);
+}
+
+Processor* MessagerManager::GetProcessorByName(const std::string& name) {
+    ProcessorManager* const processorManager = mProcessorManager;
+    return processorManager != nullptr ? processorManager->GetProcessorByName(name) : nullptr;
+}
+
+void MessagerManager::SetProcessorManager(ProcessorManager* processorManager) {
+    mProcessorManager = processorManager;
+}
+
+}  // namespace kelp

@@ -1,0 +1,17 @@
+#include "messager/wcnmessager.h"
+
+#include "config/configmanager.h"
+
+namespace kelp {
+
+Messager* WCNMessager::Create(MessagerManager* manager, std::string name) {
+    return new WCNMessager(manager, name);
+}
+
+unsigned WCNMessager::HandleMessager(Command* command, void* processor) {
+    // Always the record of this name, whatever the module's own; asked afresh for every request.
+    const ModuleInfo* const record = GetConfigManager()->GetModuleByName("wcn");
+    return Exchange(command, processor, record != nullptr && record->keepAlive);
+}
+
+}  // namespace kelp

@@ -1,0 +1,332 @@
+#include "platform/cjsonobject.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <iterator>
+#include <limits>
+#include <nlohmann/json.hpp>
+#include <unordered_map>
+#include <utility>
+
+namespace neb {
+
+namespace {
+
+// Without exceptions the library aborts where it would throw. Only calls that cannot throw are used
+// here: get_ptr in place of get and at, sax_parse, and dump with the replacing handler.
+using Json = nlohmann::ordered_json;
+
+constexpr auto kReplaceBadBytes = Json::error_handler_t::replace;
+
+// What the parser reads through: where it has got to can be told from a callback.
+class Cursor {
+  public:
+    using iterator_category = std::input_iterator_tag;
+    using value_type = char;
+    using difference_type = std::ptrdiff_t;
+    using pointer = const char*;
+    using reference = const char&;
+
+    Cursor(const char* at, const char** reached) : mAt(at), mReached(reached) {}
+    reference operator*() const { return *mAt; }
+    Cursor& operator++() {
+        *mReached = ++mAt;
+        return *this;
+    }
+    bool operator==(const Cursor& other) const { return mAt == other.mAt; }
+    bool operator!=(const Cursor& other) const { return mAt != other.mAt; }
+
+  private:
+    const char* mAt;
+    const char** mReached;
+};
+
+// Builds the document from the parser's callbacks (their names are the library's). The library's
+// own builder knows no limit of depth, and looks for a duplicate of each member from the front.
+class Builder {
+  public:
+    explicit Builder(Json& root) : mRoot(root) {}
+
+    bool null() { return Add(nullptr); }
+    bool boolean(bool value) { return Add(value); }
+    bool number_integer(Json::number_integer_t value) { return Add(value); }
+    bool number_unsigned(Json::number_unsigned_t value) { return Add(value); }
+    bool number_float(Json::number_float_t value, const std::string&) { return Add(value); }
+    bool string(std::string& value) { return Add(std::move(value)); }
+    bool binary(Json::binary_t&) { return false; }  // JSON texts have none
+    bool start_object(std::size_t) { return Open(Json::object()); }
+    bool start_array(std::size_t) { return Open(Json::array()); }
+    bool end_object() { return Close(); }
+    bool end_array() { return Close(); }
+    bool key(std::string& name);
+    bool parse_error(std::size_t bytesRead, const std::string&, const Json::exception&) {
+        mErrorBytes = bytesRead;
+        return false;
+    }
+
+    // How many bytes had been read when the parser found the error; none when a callback of this
+    // class refused to go on.
+    std::optional<size_t> ErrorBytes() const { return mErrorBytes; }
+
+  private:
+    struct Level {
+        Json* node;  // stays where it is: only the innermost container grows
+        std::unordered_map<std::string, size_t> members;
+    };
+
+    Json* Place(Json value);
+    bool Add(Json value) {
+        Place(std::move(value));
+        return true;
+    }
+    bool Open(Json container);
+    bool Close() {
+        mOpen.pop_back();
+        return true;
+    }
+
+    Json& mRoot;
+    std::vector<Level> mOpen;
+    size_t mMember = 0;  // of the innermost object: the one whose value comes next
+    std::optional<size_t> mErrorBytes;
+};
+
+Json* Builder::Place(Json value) {
+    if (mOpen.empty()) {
+        mRoot = std::move(value);
+        return &mRoot;
+    }
+    Json& node = *mOpen.back().node;
+    if (auto* const array = node.get_ptr<Json::array_t*>()) {
+        array->push_back(std::move(value));
+        return &array->back();
+    }
+    Json::object_t::Container& members = *node.get_ptr<Json::object_t*>();
+    members[mMember].second = std::move(value);
+    return &members[mMember].second;
+}
+
+bool Builder::Open(Json container) {
+    if (mOpen.size() >= CJsonObject::kMaxDepth) {
+        return false;
+    }
+    mOpen.push_back({Place(std::move(container)), {}});
+    return true;
+}
+
+bool Builder::key(std::string& name) {
+    Level& level = mOpen.back();
+    Json::object_t::Container& members = *level.node->get_ptr<Json::object_t*>();
+    const auto [found, isNew] = level.members.emplace(name, members.size());
+    if (isNew) {
+        members.emplace_back(std::move(name), nullptr);
+    }
+    mMember = found->second;
+    return true;
+}
+
+// The place of the last of `bytesRead` bytes; the library counts one more for the end of the text.
+CJsonPosition Locate(const std::string& text, size_t bytesRead) {
+    const size_t offset = std::min(bytesRead > 0 ? bytesRead - 1 : 0, text.size());
+    const auto begin = text.begin();
+    const auto at = begin + static_cast<std::ptrdiff_t>(offset);
+    const size_t newline = offset > 0 ? text.rfind('\n', offset - 1) : std::string::npos;
+    CJsonPosition position;
+    position.line = static_cast<int>(std::count(begin, at, '\n')) + 1;
+    if (newline != std::string::npos) {
+        position.column = static_cast<int>(offset - newline);
+    } else {
+        const size_t mark = text.compare(0, 3, "\xEF\xBB\xBF") == 0 ? 3 : 0;
+        position.column = static_cast<int>(offset - std::min(mark, offset)) + 1;
+    }
+    return position;
+}
+
+const Json* FindMember(const Json* node, const std::string& key) {
+    const auto* const object = node != nullptr ? node->get_ptr<const Json::object_t*>() : nullptr;
+    if (object == nullptr) {
+        return nullptr;
+    }
+    const auto found = object->find(key);
+    return found != object->end() ? &found->second : nullptr;
+}
+
+Json& MakeMember(Json& node, const std::string& key) {
+    if (!node.is_object()) {
+        node = Json::object();
+    }
+    return (*node.get_ptr<Json::object_t*>())[key];
+}
+
+}  // namespace
+
+// Members are elements of vectors, so a pointer to one dies when another is added beside it:
+// handles keep the way, and pointers never leave a single operation.
+struct CJsonObject::Document {
+    Json root{Json::value_t::discarded};  // until something is parsed or replaced
+    CJsonPosition error;
+
+    const Json* Find(const std::vector<std::string>& path) const {
+        const Json* node = root.is_discarded() ? nullptr : &root;
+        for (const std::string& key : path) {
+            node = FindMember(node, key);
+        }
+        return node;
+    }
+
+    bool Set(const std::vector<std::string>& path, const std::string& key, Json value) {
+        if (path.size() >= kMaxDepth) {
+            return false;
+        }
+        Json* node = &root;
+        for (const std::string& name : path) {
+            node = &MakeMember(*node, name);
+        }
+        MakeMember(*node, key) = std::move(value);
+        return true;
+    }
+};
+
+CJsonObject::CJsonObject() : mDocument(std::make_shared<Document>()) {}
+
+bool CJsonObject::Parse(const std::string& text) {
+    *this = CJsonObject();
+    // The library takes a zero byte for the end of the text; here it is an error like any other.
+    const size_t length = std::min(text.find('\0'), text.size());
+    const char* reached = text.data();
+    Builder builder(mDocument->root);
+    const bool good = Json::sax_parse(Cursor(text.data(), &reached),
+                                      Cursor(text.data() + length, &reached), &builder);
+    if (good && length == text.size()) {
+        return true;
+    }
+    const size_t refused = good ? length + 1 : static_cast<size_t>(reached - text.data());
+    mDocument->root = Json(Json::value_t::discarded);
+    mDocument->error = Locate(text, builder.ErrorBytes().value_or(refused));
+    return false;
+}
+
+CJsonPosition CJsonObject::ErrorPosition() const {
+    return mDocument->error;
+}
+
+bool CJsonObject::GetKey(std::string& key) {
+    const Json* const node = mDocument->Find(mPath);
+    const auto* const object = node != nullptr ? node->get_ptr<const Json::object_t*>() : nullptr;
+    if (object == nullptr || mNextKey >= object->size()) {
+        mNextKey = 0;
+        return false;
+    }
+    const Json::object_t::Container& members = *object;
+    key = members[mNextKey++].first;
+    return true;
+}
+
+CJsonObject CJsonObject::operator[](const std::string& key) const {
+    CJsonObject member(*this);
+    member.mPath.push_back(key);
+    member.mNextKey = 0;
+    return member;
+}
+
+std::optional<std::string> CJsonObject::operator()(int index) const {
+    if (index < 0 || index >= GetArraySize()) {
+        return std::nullopt;
+    }
+    const auto& array = *mDocument->Find(mPath)->get_ptr<const Json::array_t*>();
+    const auto* const text = array[static_cast<size_t>(index)].get_ptr<const std::string*>();
+    return text != nullptr ? std::optional<std::string>(*text) : std::nullopt;
+}
+
+int CJsonObject::GetArraySize() const {
+    const Json* const node = mDocument->Find(mPath);
+    const auto* const array = node != nullptr ? node->get_ptr<const Json::array_t*>() : nullptr;
+    return array != nullptr ? static_cast<int>(array->size()) : 0;
+}
+
+bool CJsonObject::Get(const std::string& key, bool& value) const {
+    const Json* const node = FindMember(mDocument->Find(mPath), key);
+    const auto* const flag = node != nullptr ? node->get_ptr<const bool*>() : nullptr;
+    if (flag != nullptr) {
+        value = *flag;
+    }
+    return flag != nullptr;
+}
+
+bool CJsonObject::Get(const std::string& key, int& value) const {
+    constexpr int kMin = std::numeric_limits<int>::min();
+    constexpr int kMax = std::numeric_limits<int>::max();
+    const Json* const node = FindMember(mDocument->Find(mPath), key);
+    if (node == nullptr || !node->is_number()) {
+        return false;
+    }
+    // Unsigned first: the library counts those as integers too.
+    if (const auto* const number = node->get_ptr<const Json::number_unsigned_t*>()) {
+        if (*number > static_cast<Json::number_unsigned_t>(kMax)) {
+            return false;
+        }
+        value = static_cast<int>(*number);
+    } else if (const auto* const integer = node->get_ptr<const Json::number_integer_t*>()) {
+        if (*integer < kMin || *integer > kMax) {
+            return false;
+        }
+        value = static_cast<int>(*integer);
+    } else {
+        const double real = *node->get_ptr<const Json::number_float_t*>();
+        if (!(real >= kMin && real <= kMax) || std::trunc(real) != real) {
+            return false;
+        }
+        value = static_cast<int>(real);
+    }
+    return true;
+}
+
+bool CJsonObject::Get(const std::string& key, std::string& value) const {
+    const Json* const node = FindMember(mDocument->Find(mPath), key);
+    const auto* const text = node != nullptr ? node->get_ptr<const std::string*>() : nullptr;
+    if (text != nullptr) {
+        value = *text;
+    }
+    return text != nullptr;
+}
+
+bool CJsonObject::Get(const std::string& key, CJsonObject& value) const {
+    const Json* const node = FindMember(mDocument->Find(mPath), key);
+    const bool found = node != nullptr && (node->is_object() || node->is_boolean());
+    value = found ? (*this)[key] : CJsonObject();
+    return found;
+}
+
+bool CJsonObject::IsEmpty() const {
+    const Json* const node = mDocument->Find(mPath);
+    return node == nullptr || node->empty();
+}
+
+std::string CJsonObject::ToString() const {
+    const Json* const node = mDocument->Find(mPath);
+    return node != nullptr ? node->dump(-1, ' ', false, kReplaceBadBytes) : std::string();
+}
+
+std::string CJsonObject::ToFormattedString() const {
+    const Json* const node = mDocument->Find(mPath);
+    return node != nullptr ? node->dump(4, ' ', false, kReplaceBadBytes) + "\n" : std::string();
+}
+
+bool CJsonObject::Replace(const std::string& key, bool value) {
+    return mDocument->Set(mPath, key, value);
+}
+
+bool CJsonObject::Replace(const std::string& key, int value) {
+    return mDocument->Set(mPath, key, value);
+}
+
+bool CJsonObject::Replace(const std::string& key, const std::string& value) {
+    return mDocument->Set(mPath, key, value);
+}
+
+bool CJsonObject::Replace(const std::string& key, const char* value) {
+    return mDocument->Set(mPath, key, std::string(value));
+}
+
+}  // namespace neb

@@ -1,0 +1,19 @@
+// fd_set operations that check their descriptor in every build type. A descriptor below 0 or not
+// below FD_SETSIZE would be written outside the set: the process ends instead (abort, after a
+// severity-4 record that names the descriptor), and its supervisor starts it afresh.
+#pragma once
+
+#include <sys/select.h>
+
+namespace kelp {
+
+void FdSetInsert(int fd, fd_set& set);
+void FdSetRemove(int fd, fd_set& set);
+bool FdSetContains(int fd, const fd_set& set);
+
+// What may be offered to the functions above.
+inline bool FdFitsSet(int fd) {
+    return fd >= 0 && fd < FD_SETSIZE;
+}
+
+}  // namespace kelp

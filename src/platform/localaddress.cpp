@@ -1,0 +1,55 @@
+#include "platform/localaddress.h"
+
+#include <errno.h>
+#include <stddef.h>
+#include <string.h>
+
+#include "platform/thread.h"
+#include "platform/uniquefd.h"
+
+namespace kelp {
+
+namespace {
+
+constexpr int kBusyTries = 100;
+constexpr int kBusyPauseMs = 10;
+
+}  // namespace
+
+bool MakeLocalAddress(const std::string& name, LocalNamespace space, LocalAddress& out) {
+    // An abstract name is led by a NUL, a path is ended by one: one more byte in both cases.
+    const bool isPath = space == LocalNamespace::kFilesystem;
+    if (name.empty() || (isPath && name.find('\0') != std::string::npos)) {
+        errno = EINVAL;
+        return false;
+    }
+    if (name.size() + 1 > sizeof(out.address.sun_path)) {
+        errno = ENAMETOOLONG;
+        return false;
+    }
+    memset(&out.address, 0, sizeof(out.address));
+    out.address.sun_family = AF_UNIX;
+    memcpy(out.address.sun_path + (isPath ? 0 : 1), name.data(), name.size());
+    out.length = static_cast<socklen_t>(offsetof(struct sockaddr_un, sun_path) + name.size() + 1);
+    return true;
+}
+
+int ConnectLocal(const LocalAddress& address) {
+    UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (!fd.Ok()) {
+        return -1;
+    }
+    for (int tries = 0; connect(fd.Get(), address.Get(), address.length) < 0; ++tries) {
+        if (errno == EINTR) {
+            continue;
+        }
+        // A full backlog is EAGAIN here, where TCP would say EINPROGRESS.
+        if (errno != EAGAIN || tries >= kBusyTries || !Thread::SleepMs(kBusyPauseMs)) {
+            return -1;
+        }
+        errno = EAGAIN;
+    }
+    return fd.Release();
+}
+
+}  // namespace kelp

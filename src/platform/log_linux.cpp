@@ -1,0 +1,108 @@
+// Records as one line on standard error, in the shape of `logcat -v threadtime`.
+
+#include <stdlib.h>
+#include <string.h>
+#include <sys/syscall.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+
+#include "platform/logbackend.h"
+
+namespace kelp {
+
+namespace {
+
+// Android's priorities, as the filter spells them.
+constexpr char kPriorityLetters[] = "VDIWEFS";
+
+char Letter(LogSeverity severity) {
+    switch (severity) {
+        case kLogDebug:
+            return 'D';
+        case kLogInfo:
+            return 'I';
+        default:
+            return 'E';
+    }
+}
+
+int Rank(char letter) {
+    if (letter >= 'a' && letter <= 'z') {
+        letter = static_cast<char>(letter - 'a' + 'A');
+    }
+    const char* found = letter != '\0' ? strchr(kPriorityLetters, letter) : nullptr;
+    return found != nullptr ? static_cast<int>(found - kPriorityLetters) : 0;
+}
+
+// The lowest rank that passes, from a list like "KELP:E *:S": the entry of our tag wins over "*",
+// a later entry over an earlier one, and an entry without a priority lets everything through.
+int ReadFilter() {
+    const char* list = getenv("ANDROID_LOG_TAGS");
+    int own = -1;
+    int all = -1;
+    const char* p = list != nullptr ? list : "";
+    while (*p != '\0') {
+        p += strspn(p, " \t,");
+        const size_t length = strcspn(p, " \t,");
+        const char* colon = static_cast<const char*>(memchr(p, ':', length));
+        const size_t name = colon != nullptr ? static_cast<size_t>(colon - p) : length;
+        const int rank = colon != nullptr && name + 1 < length ? Rank(colon[1]) : 0;
+        if (name == strlen(kLogTag) && strncmp(p, kLogTag, name) == 0) {
+            own = rank;
+        } else if (name == 1 && *p == '*') {
+            all = rank;
+        }
+        p += length;
+    }
+    return std::max(own >= 0 ? own : all, 0);
+}
+
+// Read while the program loads, before any thread exists; only read afterwards.
+const int sLowestRank = ReadFilter();
+
+struct ThreadStamp {
+    pid_t pid = getpid();
+    long tid = syscall(SYS_gettid);
+    time_t second = -1;
+    char date[24];  // "MM-DD HH:MM:SS" of `second`
+};
+
+}  // namespace
+
+bool LogEnabled(LogSeverity severity) {
+    return Rank(Letter(severity)) >= sLowestRank;
+}
+
+namespace log_backend {
+
+size_t Prefix(char* out, size_t capacity, LogSeverity severity, const char* tag,
+              const char* function) {
+    thread_local ThreadStamp stamp;
+    struct timespec now;
+    clock_gettime(CLOCK_REALTIME, &now);
+    if (now.tv_sec != stamp.second) {
+        struct tm local;
+        localtime_r(&now.tv_sec, &local);
+        strftime(stamp.date, sizeof(stamp.date), "%m-%d %H:%M:%S", &local);
+        stamp.second = now.tv_sec;
+    }
+    const int length =
+        snprintf(out, capacity, "%s.%03ld %5d %5ld %c %-8s: %s: ", stamp.date,
+                 now.tv_nsec / 1000000, stamp.pid, stamp.tid, Letter(severity), tag, function);
+    return std::min(static_cast<size_t>(std::max(length, 0)), capacity - 1);
+}
+
+void Emit(LogSeverity, const char*, char* text, size_t length) {
+    text[length] = '\n';
+    // A record that standard error does not take is given up: the log must never hold up a console.
+    if (write(STDERR_FILENO, text, length + 1) < 0) {
+        return;
+    }
+}
+
+}  // namespace log_backend
+
+}  // namespace kelp

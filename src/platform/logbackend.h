@@ -1,0 +1,19 @@
+// Where log records go: liblog on Android, standard error on Linux. Only log.cpp calls this.
+#pragma once
+
+#include <cstddef>
+
+#include "platform/log.h"
+
+namespace kelp::log_backend {
+
+// Writes what stands before the text of a record to `out` and returns its length, at most
+// `capacity`.
+size_t Prefix(char* out, size_t capacity, LogSeverity severity, const char* tag,
+              const char* function);
+
+// Emits one whole record. `text` has room for one more byte behind its `length` bytes, which the
+// backend may overwrite.
+void Emit(LogSeverity severity, const char* tag, char* text, size_t length);
+
+}  // namespace kelp::log_backend

@@ -1,0 +1,102 @@
+// Mutex and condition variable over pthreads: annotated for clang's thread-safety analysis, and
+// with timed waits on CLOCK_MONOTONIC (std::condition_variable follows the wall clock on Android).
+#pragma once
+
+#include <pthread.h>
+
+#include <cstdint>
+
+#include "platform/annotations.h"
+
+namespace kelp {
+
+// Non-recursive; any thread may use it. Never fails once constructed.
+class KELP_CAPABILITY("mutex") Mutex {
+  public:
+    Mutex() { pthread_mutex_init(&mMutex, nullptr); }
+    ~Mutex() { pthread_mutex_destroy(&mMutex); }
+    Mutex(const Mutex&) = delete;
+    Mutex& operator=(const Mutex&) = delete;
+
+    void Lock() KELP_ACQUIRE() { pthread_mutex_lock(&mMutex); }
+    void Unlock() KELP_RELEASE() { pthread_mutex_unlock(&mMutex); }
+
+  private:
+    friend class CondVar;
+    pthread_mutex_t mMutex;
+};
+
+class KELP_SCOPED_CAPABILITY MutexLock {
+  public:
+    explicit MutexLock(Mutex& mutex) KELP_ACQUIRE(mutex) : mMutex(mutex) { mMutex.Lock(); }
+    ~MutexLock() KELP_RELEASE() { mMutex.Unlock(); }
+    MutexLock(const MutexLock&) = delete;
+    MutexLock& operator=(const MutexLock&) = delete;
+
+  private:
+    Mutex& mMutex;
+};
+
+// Waits may wake without a signal: callers re-check their condition. A wait on one of the daemon's
+// own threads goes through Thread::Wait instead, so that Thread::Stop can end it.
+class CondVar {
+  public:
+    CondVar() {
+        pthread_condattr_t attributes;
+        pthread_condattr_init(&attributes);
+        pthread_condattr_setclock(&attributes, CLOCK_MONOTONIC);
+        pthread_cond_init(&mCond, &attributes);
+        pthread_condattr_destroy(&attributes);
+    }
+    ~CondVar() { pthread_cond_destroy(&mCond); }
+    CondVar(const CondVar&) = delete;
+    CondVar& operator=(const CondVar&) = delete;
+
+    void Wait(Mutex& mutex) KELP_REQUIRES(mutex) { pthread_cond_wait(&mCond, &mutex.mMutex); }
+    // `deadlineMs` in milliseconds of MonotonicMs(). False when the deadline has passed.
+    bool WaitUntil(Mutex& mutex, int64_t deadlineMs) KELP_REQUIRES(mutex) {
+        struct timespec deadline;
+        deadline.tv_sec = static_cast<time_t>(deadlineMs / 1000);
+        deadline.tv_nsec = static_cast<long>(deadlineMs % 1000) * 1000000;
+        return pthread_cond_timedwait(&mCond, &mutex.mMutex, &deadline) == 0;
+    }
+    void Signal() { pthread_cond_signal(&mCond); }
+    void Broadcast() { pthread_cond_broadcast(&mCond); }
+
+  private:
+    pthread_cond_t mCond;
+};
+
+// A small value that one thread changes while others read it: copyable, each access a whole copy
+// under the value's own lock, which is a leaf (nothing else is taken while it is held).
+template <typename T>
+class Shared {
+  public:
+    Shared() : mValue() {}
+    Shared(T value) : mValue(static_cast<T&&>(value)) {}  // NOLINT: stands for a T on purpose
+    Shared(const Shared& other) : mValue(other.Get()) {}
+    Shared& operator=(const Shared& other) {
+        Set(other.Get());
+        return *this;
+    }
+    Shared& operator=(T value) {
+        Set(static_cast<T&&>(value));
+        return *this;
+    }
+
+    T Get() const {
+        MutexLock lock(mMutex);
+        return mValue;
+    }
+    void Set(T value) {
+        MutexLock lock(mMutex);
+        mValue = static_cast<T&&>(value);
+    }
+    operator T() const { return Get(); }  // NOLINT: stands for a T on purpose
+
+  private:
+    mutable Mutex mMutex;
+    T mValue KELP_GUARDED_BY(mMutex);
+};
+
+}  // namespace kelp

@@ -1,0 +1,236 @@
+#include "platform/thread.h"
+
+#include <errno.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "platform/clock.h"
+#include "platform/log.h"
+
+namespace kelp {
+
+namespace {
+
+constexpr size_t kStackBytes = 1024 * 1024;
+constexpr size_t kMaxNameLength = 15;
+
+thread_local Thread* sCurrent = nullptr;
+
+// Guards every mAwaited. Never held while waiting; nothing is taken under it.
+Mutex sWaitMutex;
+
+}  // namespace
+
+Thread::Thread(Runnable* runnable, std::string name)
+    : mRunnable(runnable),
+      mWakeFd(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
+      mName(std::move(name)) {}
+
+Thread::~Thread() {
+    Stop();
+    MutexLock lock(mMutex);
+    if (mState != State::kIdle) {
+        pthread_join(mHandle, nullptr);
+    }
+}
+
+void Thread::SetName(std::string name) {
+    MutexLock lock(mMutex);
+    mName = std::move(name);
+}
+
+bool Thread::Start() {
+    MutexLock lock(mMutex);
+    if (!mWakeFd.Ok()) {
+        mWakeFd.Reset(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+        if (!mWakeFd.Ok()) {
+            KLOG(kLogError) << mName << "-->no wake-up descriptor, errno = " << errno;
+            return false;
+        }
+    }
+    Unmark();
+    if (mState == State::kRunning) {
+        mChanged.Broadcast();
+        return true;
+    }
+    if (mState == State::kEnded) {
+        pthread_join(mHandle, nullptr);
+        mState = State::kIdle;
+    }
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, kStackBytes);
+    const int result = pthread_create(&mHandle, &attributes, Entry, this);
+    pthread_attr_destroy(&attributes);
+    if (result != 0) {
+        KLOG(kLogError) << mName << "-->no thread, errno = " << result;
+        return false;
+    }
+    mState = State::kRunning;
+    return true;
+}
+
+void Thread::Stop() {
+    {
+        MutexLock lock(mMutex);
+        if (mState == State::kIdle) {
+            return;
+        }
+        Mark();
+    }
+    if (sCurrent != this) {
+        Wake();
+        WaitUntilEnded();
+    }
+}
+
+void Thread::Mark() {
+    mStop.store(true);
+    const uint64_t one = 1;
+    // Fails only when the counter is full, and then the descriptor is readable already.
+    if (write(mWakeFd.Get(), &one, sizeof(one)) < 0) {
+        return;
+    }
+}
+
+void Thread::Unmark() {
+    mStop.store(false);
+    uint64_t count;
+    // Fails when it was not marked.
+    if (read(mWakeFd.Get(), &count, sizeof(count)) < 0) {
+        return;
+    }
+}
+
+void Thread::Wake() {
+    Mutex* mutex;
+    CondVar* cond;
+    {
+        MutexLock lock(mMutex);
+        mutex = mParkMutex;
+        cond = mParkCond;
+    }
+    if (mutex != nullptr) {
+        // Parking happens under this mutex, so by now the thread is in the wait or past it.
+        MutexLock lock(*mutex);
+        cond->Broadcast();
+    }
+}
+
+bool Thread::WouldWaitForCaller(const Thread* caller) const {
+    for (const Thread* next = this; next != nullptr; next = next->mAwaited) {
+        if (next == caller) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void Thread::WaitUntilEnded() {
+    Thread* const self = sCurrent;
+    if (self != nullptr) {
+        MutexLock lock(sWaitMutex);
+        if (WouldWaitForCaller(self)) {
+            return;
+        }
+        self->mAwaited = this;
+    }
+    {
+        MutexLock lock(mMutex);
+        while (mState == State::kRunning && mStop.load()) {
+            mChanged.Wait(mMutex);
+        }
+        if (mState == State::kEnded) {
+            pthread_join(mHandle, nullptr);
+            mState = State::kIdle;
+        }
+    }
+    if (self != nullptr) {
+        MutexLock lock(sWaitMutex);
+        self->mAwaited = nullptr;
+    }
+}
+
+void* Thread::Entry(void* self) {
+    static_cast<Thread*>(self)->Loop();
+    return nullptr;
+}
+
+void Thread::Loop() {
+    sCurrent = this;
+    std::string name;
+    {
+        MutexLock lock(mMutex);
+        name = mName.substr(0, kMaxNameLength);
+    }
+    pthread_setname_np(pthread_self(), name.c_str());
+    for (;;) {
+        while (!mStop.load()) {
+            mRunnable->Run();
+        }
+        MutexLock lock(mMutex);
+        if (mStop.load()) {
+            mState = State::kEnded;
+            mChanged.Broadcast();
+            return;
+        }
+    }
+}
+
+bool Thread::StopRequested() {
+    return sCurrent != nullptr && sCurrent->mStop.load();
+}
+
+int Thread::WakeFd() {
+    return sCurrent != nullptr ? sCurrent->mWakeFd.Get() : -1;
+}
+
+WaitResult Thread::WaitFd(int fd, short events, int timeoutMs) {
+    // poll ignores negative descriptors, which is what SleepMs and foreign threads rely on.
+    struct pollfd fds[2] = {{fd, events, 0}, {WakeFd(), POLLIN, 0}};
+    const int64_t deadline = timeoutMs < 0 ? 0 : MonotonicMs() + timeoutMs;
+    int left = timeoutMs;
+    for (;;) {
+        const int ready = poll(fds, 2, left);
+        if (ready > 0) {
+            return fds[1].revents != 0 ? WaitResult::kStopped : WaitResult::kReady;
+        }
+        if (ready == 0) {
+            return WaitResult::kTimeOut;
+        }
+        // EINTR; ENOMEM counts as one, paced by the kernel's own effort to find memory.
+        if (timeoutMs >= 0) {
+            left = static_cast<int>(std::max<int64_t>(deadline - MonotonicMs(), 0));
+        }
+    }
+}
+
+bool Thread::SleepMs(int milliseconds) {
+    return WaitFd(-1, 0, std::max(milliseconds, 0)) != WaitResult::kStopped;
+}
+
+bool Thread::Wait(CondVar& cond, Mutex& mutex) {
+    Thread* const self = sCurrent;
+    if (self == nullptr) {
+        cond.Wait(mutex);
+        return true;
+    }
+    {
+        MutexLock lock(self->mMutex);
+        if (self->mStop.load()) {
+            return false;
+        }
+        self->mParkMutex = &mutex;
+        self->mParkCond = &cond;
+    }
+    cond.Wait(mutex);
+    MutexLock lock(self->mMutex);
+    self->mParkMutex = nullptr;
+    self->mParkCond = nullptr;
+    return !self->mStop.load();
+}
+
+}  // namespace kelp

@@ -1,0 +1,97 @@
+// A restartable worker thread, and the waits that its Stop() can end.
+#pragma once
+
+#include <pthread.h>
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+
+#include "platform/sync.h"
+#include "platform/uniquefd.h"
+
+namespace kelp {
+
+class Runnable {
+  public:
+    virtual ~Runnable() = default;
+    // Called again and again until the thread is stopped; must return soon after
+    // Thread::StopRequested() has become true.
+    virtual void Run() = 0;
+};
+
+enum class WaitResult { kReady, kTimeOut, kStopped };
+
+// Runs a Runnable on a thread of its own. Start and Stop may be called any number of times from
+// any thread, this one included; the owner destroys the object from another thread, when nobody
+// else calls it any more.
+//
+// Stop is not a signal and not a cancellation: it marks the thread and makes a descriptor readable
+// that every wait below includes, so a mark set just before a wait ends that wait too. Code that
+// runs on a Thread waits only through these functions (or in its own select with WakeFd in it).
+class Thread {
+  public:
+    explicit Thread(Runnable* runnable) : Thread(runnable, "kelp") {}
+    // `runnable` is not owned. `name` is shown by ps and top, cut to 15 characters.
+    Thread(Runnable* runnable, std::string name);
+    ~Thread();
+    Thread(const Thread&) = delete;
+    Thread& operator=(const Thread&) = delete;
+
+    // Takes effect when a thread is next made.
+    void SetName(std::string name);
+
+    // Starts the thread; one that was stopped and has not ended yet is taken up again, as if it had
+    // never been stopped. False when no thread could be made.
+    bool Start();
+
+    // From the thread itself: only marks it. From another thread: marks it, wakes it and waits
+    // until it has ended (or was started again by somebody else). The wait is skipped when the
+    // thread is, directly or through others, itself waiting in a Stop for the caller to end: two
+    // threads that stop each other both go on, and both end.
+    void Stop();
+
+    // About the calling thread. A thread that is not a Thread is never asked to stop.
+    static bool StopRequested();
+    // Readable once the calling thread has been asked to stop; -1 on a thread that is no Thread.
+    static int WakeFd();
+    // Waits for poll(2) `events` on `fd`, or for a hang-up or error of it. `timeoutMs` in
+    // milliseconds, negative: without limit.
+    static WaitResult WaitFd(int fd, short events, int timeoutMs);
+    // False when the sleep was ended by Stop.
+    static bool SleepMs(int milliseconds);
+    // Waits on a condition variable whose mutex is held, once: the caller re-checks its condition.
+    // False when the calling thread has been asked to stop. Mutexes waited with here rank before
+    // the thread's own: nobody takes them while holding a Thread's state.
+    static bool Wait(CondVar& cond, Mutex& mutex) KELP_REQUIRES(mutex);
+
+  private:
+    enum class State { kIdle, kRunning, kEnded };
+
+    static void* Entry(void* self);
+    void Loop();
+    void Mark() KELP_REQUIRES(mMutex);
+    void Unmark() KELP_REQUIRES(mMutex);
+    void Wake();
+    bool WouldWaitForCaller(const Thread* caller) const;
+    void WaitUntilEnded();
+
+    Runnable* const mRunnable;
+    UniqueFd mWakeFd;                // eventfd, made once; level-triggered while marked
+    std::atomic<bool> mStop{false};  // written under mMutex
+
+    Mutex mMutex;  // a leaf but for sWaitMutex
+    CondVar mChanged;
+    std::string mName KELP_GUARDED_BY(mMutex);
+    State mState KELP_GUARDED_BY(mMutex) = State::kIdle;
+    pthread_t mHandle KELP_GUARDED_BY(mMutex) = {};
+    // What this thread waits on in Wait(), so that Stop can wake it there.
+    Mutex* mParkMutex KELP_GUARDED_BY(mMutex) = nullptr;
+    CondVar* mParkCond KELP_GUARDED_BY(mMutex) = nullptr;
+
+    // The thread whose end this one awaits in Stop. Guarded by sWaitMutex (in the source), which
+    // makes looking for a cycle and joining the chain one step.
+    Thread* mAwaited = nullptr;
+};
+
+}  // namespace kelp

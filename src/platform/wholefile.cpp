@@ -1,0 +1,186 @@
+#include "platform/wholefile.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <memory>
+
+#include "platform/uniquefd.h"
+
+namespace kelp {
+
+namespace {
+
+constexpr size_t kReadBytes = 64 * 1024;
+
+// Never waits: O_NONBLOCK opens a FIFO or a device at once, and the test of the type refuses it
+// before anything is read. It has no effect on regular files.
+UniqueFd OpenRegular(const std::string& path, int access, struct stat& status) {
+    UniqueFd fd(open(path.c_str(), access | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    if (!fd.Ok()) {
+        return fd;
+    }
+    if (fstat(fd.Get(), &status) != 0) {
+        return UniqueFd();
+    }
+    if (!S_ISREG(status.st_mode)) {
+        errno = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
+        return UniqueFd();
+    }
+    return fd;
+}
+
+bool WriteAll(int fd, const std::string& content) {
+    size_t written = 0;
+    while (written < content.size()) {
+        const ssize_t n = write(fd, content.data() + written, content.size() - written);
+        if (n > 0) {
+            written += static_cast<size_t>(n);
+        } else if (n == 0 || errno != EINTR) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// A new, empty file that vanishes unless it was renamed.
+class TempFile {
+  public:
+    // `directory` ends in '/'. The name is short, whatever the name that it will take.
+    explicit TempFile(const std::string& directory)
+        : mPath(directory + ".kelp-XXXXXX"), mFd(mkostemp(mPath.data(), O_CLOEXEC)) {}
+    ~TempFile() {
+        if (mFd.Ok() && !mRenamed) {
+            const int saved = errno;
+            unlink(mPath.c_str());
+            errno = saved;
+        }
+    }
+    TempFile(const TempFile&) = delete;
+    TempFile& operator=(const TempFile&) = delete;
+
+    int Fd() const { return mFd.Get(); }  // below 0 when the file could not be made
+    bool RenameTo(const std::string& path) {
+        mRenamed = rename(mPath.c_str(), path.c_str()) == 0;
+        return mRenamed;
+    }
+
+  private:
+    std::string mPath;
+    UniqueFd mFd;
+    bool mRenamed = false;
+};
+
+bool CopyOwnerAndMode(int fd, const struct stat& from) {
+    struct stat own;
+    if (fstat(fd, &own) != 0) {
+        return false;
+    }
+    const bool sameOwner = own.st_uid == from.st_uid && own.st_gid == from.st_gid;
+    // The owner first: changing it clears the set-id bits.
+    return (sameOwner || fchown(fd, from.st_uid, from.st_gid) == 0) &&
+           fchmod(fd, from.st_mode & 07777) == 0;
+}
+
+enum class Renaming { kDone, kFailed, kImpossible };
+
+Renaming ReplaceByRename(const std::string& path, const struct stat& old,
+                         const std::string& content) {
+    const std::unique_ptr<char, void (*)(void*)> resolved(realpath(path.c_str(), nullptr), free);
+    if (resolved == nullptr) {
+        return Renaming::kImpossible;
+    }
+    const std::string target(resolved.get());
+    const std::string directory = target.substr(0, target.rfind('/') + 1);
+    TempFile temp(directory);
+    if (temp.Fd() < 0 || !CopyOwnerAndMode(temp.Fd(), old)) {
+        return Renaming::kImpossible;
+    }
+    if (!WriteAll(temp.Fd(), content) || fsync(temp.Fd()) != 0) {
+        return Renaming::kFailed;
+    }
+    if (!temp.RenameTo(target)) {
+        return Renaming::kImpossible;
+    }
+    // Makes the new name last; some filesystems cannot, and need not.
+    const UniqueFd parent(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (parent.Ok()) {
+        fsync(parent.Get());
+    }
+    return Renaming::kDone;
+}
+
+bool RewriteInPlace(int fd, const std::string& content) {
+    const auto length = static_cast<off_t>(content.size());
+    // Room for all of it before the first old byte is gone; not every filesystem can tell.
+    if (fallocate(fd, FALLOC_FL_KEEP_SIZE, 0, std::max<off_t>(length, 1)) != 0 &&
+        (errno == ENOSPC || errno == EDQUOT || errno == EFBIG)) {
+        return false;
+    }
+    return WriteAll(fd, content) && ftruncate(fd, length) == 0 && fsync(fd) == 0;
+}
+
+}  // namespace
+
+bool ReadWholeFile(const std::string& path, size_t maxBytes, std::string& content) {
+    content.clear();
+    struct stat status;
+    const UniqueFd fd = OpenRegular(path, O_RDONLY, status);
+    if (!fd.Ok()) {
+        return false;
+    }
+    if (static_cast<size_t>(status.st_size) > maxBytes) {
+        errno = EFBIG;
+        return false;
+    }
+    // The size is a hint: the file may be growing, or be one that the kernel makes up.
+    size_t wanted = static_cast<size_t>(status.st_size) + 1;
+    size_t got = 0;
+    for (;;) {
+        content.resize(wanted);
+        const ssize_t n = read(fd.Get(), content.data() + got, wanted - got);
+        if (n == 0) {
+            break;
+        }
+        if (n < 0 && errno != EINTR) {
+            content.clear();
+            return false;
+        }
+        got += static_cast<size_t>(std::max<ssize_t>(n, 0));
+        if (got > maxBytes) {
+            content.clear();
+            errno = EFBIG;
+            return false;
+        }
+        if (got == wanted) {
+            wanted = std::min(wanted + kReadBytes, maxBytes + 1);
+        }
+    }
+    content.resize(got);
+    return true;
+}
+
+bool ReplaceWholeFile(const std::string& path, const std::string& content) {
+    struct stat old;
+    // Opened first, so that a file that its mode protects stays as it is even where its directory
+    // would let it be replaced.
+    const UniqueFd fd = OpenRegular(path, O_WRONLY, old);
+    if (!fd.Ok()) {
+        return false;
+    }
+    switch (ReplaceByRename(path, old, content)) {
+        case Renaming::kDone:
+            return true;
+        case Renaming::kFailed:
+            return false;
+        default:
+            return RewriteInPlace(fd.Get(), content);
+    }
+}
+
+}  // namespace kelp

@@ -1,0 +1,37 @@
+// One request on its way from a console to a module, and its answer on the way back.
+#pragma once
+
+#include <memory>
+#include <vector>
+
+namespace kelp {
+
+class ClientDescriptor;
+class Messager;
+
+// Created with new by the console's framing (or by a module that speaks unasked) and handed on as a
+// plain pointer; it has exactly one holder at a time: framing, a MessageQueue, the routing, a
+// module, the send queue, and at last the console's send thread, which deletes it. Not locked.
+class Command {
+  public:
+    Command() = default;
+    // For a descriptor that somebody else keeps open until the answer is written.
+    explicit Command(int fd);
+    // Keeps the client's descriptor open as long as the command lives. `fd` is the number that the
+    // console knows the client by.
+    Command(int fd, std::shared_ptr<ClientDescriptor> client);
+    ~Command();
+    Command(const Command&) = delete;
+    Command& operator=(const Command&) = delete;
+
+    std::vector<char>* GetRequest() { return &mRequest; }
+    std::vector<char>* GetResponse() { return &mResponse; }
+
+    std::vector<char> mRequest;     // as framed, without the terminator
+    std::vector<char> mResponse;    // complete on the wire; the console adds nothing
+    int mClientFd = -1;             // -1: nobody to answer
+    Messager* mMessager = nullptr;  // told when the answer is out; not owned
+    std::shared_ptr<ClientDescriptor> mClient;
+};
+
+}  // namespace kelp

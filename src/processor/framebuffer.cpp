@@ -1,0 +1,61 @@
+#include "processor/framebuffer.h"
+
+#include <algorithm>
+
+namespace kelp {
+
+namespace {
+
+// What an emptied buffer may keep allocated: one station's giant line is not held for ever.
+constexpr size_t kKeptCapacity = 256 * 1024;
+
+}  // namespace
+
+void FrameBuffer::Append(const char* data, size_t length) {
+    if (mHead > 0) {
+        // At most the rest of one read: everything before it was consumed.
+        mBytes.erase(mBytes.begin(), mBytes.begin() + static_cast<ptrdiff_t>(mHead));
+        mHead = 0;
+    }
+    mBytes.insert(mBytes.end(), data, data + length);
+}
+
+void FrameBuffer::Clear() {
+    mHead = 0;
+    mSearched = 1;
+    mBytes.clear();
+    if (mBytes.capacity() > kKeptCapacity) {
+        mBytes.shrink_to_fit();
+    }
+}
+
+void FrameBuffer::StripLeading(std::string_view tail) {
+    while (Size() >= tail.size() && View().substr(0, tail.size()) == tail) {
+        Consume(tail.size());
+    }
+}
+
+size_t FrameBuffer::FindTail(std::string_view tail) {
+    const std::string_view bytes = View();
+    if (bytes.size() <= std::max<size_t>(2, tail.size())) {
+        return kNotFound;
+    }
+    // The last position that is searched and has a whole terminator's room behind it.
+    const size_t last = bytes.size() - std::max<size_t>(2, tail.size());
+    const size_t found = bytes.substr(0, last + tail.size()).find(tail, mSearched);
+    if (found == std::string_view::npos) {
+        mSearched = std::max(mSearched, last + 1);
+        return kNotFound;
+    }
+    return found;
+}
+
+void FrameBuffer::Consume(size_t length) {
+    mHead += std::min(length, Size());
+    mSearched = 1;
+    if (mHead == mBytes.size()) {
+        Clear();
+    }
+}
+
+}  // namespace kelp

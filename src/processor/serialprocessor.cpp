@@ -1,0 +1,28 @@
+#include "processor/serialprocessor.h"
+
+#include "config/configmanager.h"
+#include "processor/consoleattribute.h"
+#include "processor/sfiochannel.h"
+
+namespace kelp {
+
+SerialProcessor::SerialProcessor(ConfigManager* configManager, MessagerManager* messagerManager,
+                                 const std::string& name)
+    : Processor(configManager, messagerManager, DEVICE_MODE),
+      mChannel(new SFIOChannel),
+      mAttribute(new ConsoleAttribute(mChannel.get(), kReceiveNone, 0)) {
+    mConsoleConfig = configManager->GetConfigByName(name);
+}
+
+SerialProcessor::~SerialProcessor() = default;
+
+int SerialProcessor::Connect() {
+    if (mServerFd != -1) {
+        return mServerFd;
+    }
+    const int result = mChannel->Open(mConsoleConfig->route.Get().c_str(), false);
+    mAttribute->OnConfig();
+    return result;
+}
+
+}  // namespace kelp

@@ -1,0 +1,24 @@
+// A device node of a serial console.
+#pragma once
+
+namespace kelp {
+
+// Owns the descriptor. Used by one console at a time, which serialises all calls.
+class SFIOChannel {
+  public:
+    SFIOChannel() = default;
+    virtual ~SFIOChannel();
+    SFIOChannel(const SFIOChannel&) = delete;
+    SFIOChannel& operator=(const SFIOChannel&) = delete;
+
+    // Returns the descriptor, which stays the channel's; -1 on failure; 0, not the descriptor, when
+    // the channel is open already (callers have always been given that 0).
+    // With `blocking` unset the node is opened without waiting, without becoming the controlling
+    // terminal, and with synchronous writes.
+    int Open(const char* path, bool blocking);
+    int Close();  // always 0
+
+    int fd = -1;
+};
+
+}  // namespace kelp

@@ -1,0 +1,96 @@
+#include "processor/tcpprocessor.h"
+
+#include <arpa/inet.h>
+#include <errno.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "config/configmanager.h"
+#include "platform/log.h"
+
+namespace kelp {
+
+namespace {
+
+constexpr int kBacklog = 4;
+
+void SetOption(int fd, int level, int option, int value) {
+    setsockopt(fd, level, option, &value, sizeof(value));
+}
+
+// Accepted sockets inherit these. Answers leave at once, and a station that lost its power frees
+// its slot within about a minute, whether it owes the daemon data or only silence.
+void SetStationOptions(int fd) {
+    SetOption(fd, IPPROTO_TCP, TCP_NODELAY, 1);
+    SetOption(fd, SOL_SOCKET, SO_KEEPALIVE, 1);
+    SetOption(fd, IPPROTO_TCP, TCP_KEEPIDLE, 20);
+    SetOption(fd, IPPROTO_TCP, TCP_KEEPINTVL, 10);
+    SetOption(fd, IPPROTO_TCP, TCP_KEEPCNT, 4);
+    SetOption(fd, IPPROTO_TCP, TCP_USER_TIMEOUT, 60000);
+}
+
+int BindTo(int fd, const std::string& ip, int port) {
+    struct sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<uint16_t>(port & 0xffff));
+    address.sin_addr.s_addr = ip.empty() ? htonl(INADDR_ANY) : inet_addr(ip.c_str());
+    // What inet_addr rejects is the broadcast address, and that Linux would bind.
+    if (address.sin_addr.s_addr == INADDR_NONE) {
+        errno = EADDRNOTAVAIL;
+        return -1;
+    }
+    return bind(fd, reinterpret_cast<const struct sockaddr*>(&address), sizeof(address));
+}
+
+}  // namespace
+
+TCPProcessor::TCPProcessor(ConfigManager* configManager, MessagerManager* messagerManager)
+    : Processor(configManager, messagerManager, SERVER_MODE) {
+    mConsoleConfig = configManager->GetConfigByName("tcp");
+}
+
+int TCPProcessor::Connect() {
+    if (mServerFd != -1) {
+        return mServerFd;
+    }
+    // Looked up afresh: address and port may have been changed since the console last opened.
+    const CommonConfig* config = mConfigManager->GetConfigByName(GetName());
+    if (config == nullptr) {
+        KLOG(kLogError) << GetName() << "-->Get config failed";
+        return -1;
+    }
+    const std::string ip = config->route;
+    const int port = config->port;
+    KLOG(kLogDebug) << GetName() << "-> TCP: ip (" << ip << ") port (" << port << ")";
+    int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    KLOG(kLogDebug) << "TCP mServerFd is " << fd;
+    if (fd < 0) {
+        KLOG(kLogError) << GetName() << "-->create error: " << errno;
+        return -1;
+    }
+    SetOption(fd, SOL_SOCKET, SO_REUSEADDR, 1);
+    SetStationOptions(fd);
+    if (BindTo(fd, ip, port) < 0) {
+        KLOG(kLogError) << GetName() << "-->bind error: " << errno;
+        DisConnect(fd);
+        return -1;
+    }
+    if (listen(fd, kBacklog) < 0) {
+        KLOG(kLogError) << GetName() << "-->listen error: " << errno;
+        DisConnect(fd);
+        return -1;
+    }
+    return fd;
+}
+
+void TCPProcessor::DisConnect(int& fd) {
+    if (fd == -1) {
+        return;
+    }
+    close(fd);
+    fd = -1;
+}
+
+}  // namespace kelp

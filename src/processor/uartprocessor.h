@@ -1,0 +1,17 @@
+// The UART console.
+#pragma once
+
+#include "processor/serialprocessor.h"
+
+namespace kelp {
+
+// Its record is "uart".
+class UARTProcessor : public SerialProcessor {
+  public:
+    UARTProcessor(ConfigManager* configManager, MessagerManager* messagerManager);
+
+    using Processor::DisConnect;
+    void DisConnect(int& fd) override;
+};
+
+}  // namespace kelp
