@@ -11,7 +11,7 @@ namespace kelp {
 
 namespace {
 
-constexpr size_t kMaxFileBytes = 64u << 20;
+constexpr size_t kMaxFileBytes = 16u << 20;
 constexpr int32_t kDefaultModuleTimeout = 15;
 constexpr unsigned char kDefaultTail[] = {'\r', '\n'};
 

@@ -44,7 +44,7 @@ class ConfigManager {
     void InitCommonConfig();  // replaces the consoles by the built-in ones
 
     // Remembers `path` unless it is empty, and reads the remembered file into `doc`. False, with
-    // one severity-4 record, when it cannot be read (a directory, a device or more than 64 MiB
+    // one severity-4 record, when it cannot be read (a directory, a device or more than 16 MiB
     // counts so) or is no JSON; a severity-2 record then tells the place of the error.
     bool ReadJSONDoc(const std::string& path, neb::CJsonObject& doc);
     // Overrides the configuration by the file. False as above, with nothing changed but the path.

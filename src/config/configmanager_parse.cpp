@@ -1,7 +1,9 @@
 // The configuration file: what its keys mean.
 
 #include <algorithm>
-#include <cstdio>
+#include <cstdlib>
+#include <optional>
+#include <utility>
 
 #include "config/configmanager.h"
 #include "platform/cjsonobject.h"
@@ -121,7 +123,7 @@ void ConfigManager::HexToString(std::string hex, unsigned char* out, int& length
         KLOG(kLogError) << "one digit is no byte";
         return;
     }
-    constexpr size_t kMaxDigits = 2 * kMaxTailBytes;
+    constexpr size_t kMaxDigits = 2u * kMaxTailBytes;
     if (hex.size() > kMaxDigits) {
         KLOG(kLogError) << hex.size() << " digits cut to " << kMaxDigits;
         hex.resize(kMaxDigits);
@@ -134,8 +136,12 @@ void ConfigManager::HexToString(std::string hex, unsigned char* out, int& length
     length = static_cast<int>(hex.size() / 2);
     unsigned value = 0;
     for (int i = 0; i < length; ++i) {
-        // Keeps the last value when the pair is no number.
-        sscanf(hex.substr(2 * static_cast<size_t>(i), 2).c_str(), "%2X", &value);
+        const std::string pair = hex.substr(2 * static_cast<size_t>(i), 2);
+        char* end = nullptr;
+        const unsigned long scanned = strtoul(pair.c_str(), &end, 16);
+        if (end != pair.c_str()) {
+            value = static_cast<unsigned>(scanned);
+        }
         KLOG(kLogDebug) << "hex data -> " << value;
         out[i] = static_cast<unsigned char>(value);
     }

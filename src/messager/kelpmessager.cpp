@@ -101,23 +101,33 @@ std::string KELPMessager::Serve(const std::string& command) {
     } else {
         char text[256] = {};
         GetStringByErrCode(kErrorUnsupportCommand, kErrorBase, text);
-        KLOG(kLogError) << mModuleName << ":unsupport command";
+        KLOG_AS("HandleMessager", kLogError) << mModuleName << ":unsupport command";
         return text;
     }
     return std::string();
 }
 
-void KELPMessager::UpdateTCPIPConfig(std::string command) {
+// The record "tcp", with what stands behind the '=' of `command`; null when there is no such thing.
+CommonConfig* KELPMessager::FindTcpConfig(const char* function, const std::string& command,
+                                          std::string& value) {
     const size_t equals = command.find('=');
     if (equals == std::string::npos) {
-        return;
+        return nullptr;
     }
+    value = command.substr(equals + 1);
     CommonConfig* const config = GetConfigManager()->GetConfigByName("tcp");
     if (config == nullptr) {
-        KLOG(kLogError) << mModuleName << "Get Tcp config failed!";
+        KLOG_AS(function, kLogError) << mModuleName << "Get Tcp config failed!";
+    }
+    return config;
+}
+
+void KELPMessager::UpdateTCPIPConfig(std::string command) {
+    std::string address;
+    CommonConfig* const config = FindTcpConfig(__func__, command, address);
+    if (config == nullptr) {
         return;
     }
-    std::string address = command.substr(equals + 1);
     if (address == "0") {
         address.clear();
     }
@@ -126,17 +136,13 @@ void KELPMessager::UpdateTCPIPConfig(std::string command) {
 }
 
 void KELPMessager::UpdateTCPPortConfig(std::string command) {
-    const size_t equals = command.find('=');
-    if (equals == std::string::npos) {
-        return;
-    }
-    CommonConfig* const config = GetConfigManager()->GetConfigByName("tcp");
+    std::string value;
+    CommonConfig* const config = FindTcpConfig(__func__, command, value);
     if (config == nullptr) {
-        KLOG(kLogError) << mModuleName << "Get Tcp config failed!";
         return;
     }
     int port = 0;
-    std::istringstream(command.substr(equals + 1)) >> port;
+    std::istringstream(value) >> port;
     config->port = port;
     KLOG(kLogInfo) << mModuleName << ":IP Port: " << port;
 }
@@ -183,7 +189,7 @@ unsigned KELPMessager::HandleComplete() {
 }
 
 void KELPMessager::ProcessSwitch(const std::string& command) {
-    KLOG(kLogDebug) << mModuleName << ": process kelp command->" << command;
+    KLOG_AS("HandleComplete", kLogDebug) << mModuleName << ": process kelp command->" << command;
     const CommucationCmd* const row = FindRow(command);
     const bool active = isCommucationActive(row->console);
     if (row->active && !active) {
@@ -191,7 +197,8 @@ void KELPMessager::ProcessSwitch(const std::string& command) {
     } else if (!row->active && active) {
         SwitchOff(row->console);
     } else {
-        KLOG(kLogDebug) << mModuleName << ": " << row->console << " communication already done";
+        KLOG_AS("HandleComplete", kLogDebug)
+            << mModuleName << ": " << row->console << " communication already done";
     }
 }
 
@@ -199,12 +206,14 @@ void KELPMessager::SwitchOn(const std::string& console) {
     UpdateCommucationActive(console, true);
     Processor* const processor = mManager->GetProcessorByName(console);
     if (processor == nullptr) {
-        KLOG(kLogError) << mModuleName << ": " << console << " not available";
+        KLOG_AS("HandleComplete", kLogError) << mModuleName << ": " << console << " not available";
     } else if (!processor->IsConnect()) {
         processor->Start();
-        KLOG(kLogDebug) << mModuleName << ": " << console << " active communication";
+        KLOG_AS("HandleComplete", kLogDebug)
+            << mModuleName << ": " << console << " active communication";
     } else {
-        KLOG(kLogDebug) << mModuleName << ": " << console << " already active communication";
+        KLOG_AS("HandleComplete", kLogDebug)
+            << mModuleName << ": " << console << " already active communication";
     }
 }
 
@@ -212,12 +221,14 @@ void KELPMessager::SwitchOff(const std::string& console) {
     UpdateCommucationActive(console, false);
     Processor* const processor = mManager->GetProcessorByName(console);
     if (processor == nullptr) {
-        KLOG(kLogError) << mModuleName << ": " << console << " not available";
+        KLOG_AS("HandleComplete", kLogError) << mModuleName << ": " << console << " not available";
     } else if (processor->IsConnect()) {
         processor->Stop();
-        KLOG(kLogDebug) << mModuleName << ": " << console << " deactive communication";
+        KLOG_AS("HandleComplete", kLogDebug)
+            << mModuleName << ": " << console << " deactive communication";
     } else {
-        KLOG(kLogDebug) << mModuleName << ": " << console << " already deactive communication";
+        KLOG_AS("HandleComplete", kLogDebug)
+            << mModuleName << ": " << console << " already deactive communication";
     }
 }
 

@@ -8,6 +8,8 @@
 
 namespace kelp {
 
+struct CommonConfig;
+
 // Serves the commands that begin with "ZAT+": consoles on and off, the TCP console's address and
 // port, and the write-back of both.
 //
@@ -38,6 +40,8 @@ class KELPMessager : public Messager {
 
   private:
     std::string Serve(const std::string& command);
+    CommonConfig* FindTcpConfig(const char* function, const std::string& command,
+                                std::string& value);
     void ProcessSwitch(const std::string& command);
     void SwitchOn(const std::string& console);
     void SwitchOff(const std::string& console);

@@ -101,7 +101,7 @@ int Messager::ReceiveInto(LocalSocketClient& client, std::vector<char>& bytes,
     if (result != 0) {
         char text[513] = {};
         GetStringByErrCode(result, kErrorBase, text);
-        KLOG(kLogDebug) << mModuleName << "-->Receive error (" << text << ")";
+        KLOG_AS("Receive", kLogDebug) << mModuleName << "-->Receive error (" << text << ")";
         bytes.insert(bytes.end(), text, text + strlen(text));
     }
     return result;

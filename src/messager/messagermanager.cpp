@@ -3,6 +3,9 @@
 #include "config/configmanager.h"
 #include "main/errorcode.h"
 #include "messager/defaultmessager.h"
+#include "messager/kelpmessager.h"
+#include "messager/modemmessager.h"
+#include "messager/pcbamessager.h"
 #include "messager/wcnmessager.h"
 #include "platform/log.h"
 #include "processor/command.h"
@@ -20,7 +23,9 @@ struct Factory {
 };
 
 constexpr Factory kFactories[] = {
-    {"wcn", WCNMessager::Create},
+    {"wcn", WCNMessager::Create},   {"modem", ModemMessager::Create},
+    {"pcba", PCBAMessager::Create}, {"kelp", KELPMessager::Create},
+    {"fm", PCBAMessager::Create},  // the tuner's test daemon speaks the board test's protocol
 };
 
 Messager* CreateMessager(MessagerManager* manager, const std::string& name) {

@@ -105,7 +105,9 @@ unsigned ModemMessager::HandleMessager(Command* command, void* processor) {
     KLOG(kLogDebug) << " <<<<<<<";
     ConnectOnce();
     {
-        Last last = {processor, command->mClientFd, command->mClient};
+        // The client is kept open for what the daemon will say, even when it has half-closed; once
+        // the module has given up there will be nothing.
+        Last last = {processor, command->mClientFd, mRunning ? command->mClient : nullptr};
         MutexLock lock(mLastMutex);
         std::swap(mLast, last);
     }

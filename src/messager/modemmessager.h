@@ -36,20 +36,14 @@ class ModemMessager : public Messager {
     bool TryConnect();
 
   private:
-    class ModemMsgRunnable : public Runnable {
-      public:
-        explicit ModemMsgRunnable(ModemMessager* messager) : mMessager(messager) {}
-        void Run() override { mMessager->Run(); }
-
-      private:
-        ModemMessager* const mMessager;
-    };
+    using ModemMsgRunnable = MemberRunnable<ModemMessager, &ModemMessager::Run>;
 
     // Whom the daemon's messages are for. One value, so that a message never goes to one console
     // with the client of another.
     struct Last {
         void* processor = nullptr;
         int clientFd = -1;
+        // Keeps the last client's descriptor open until the next request, also when it has left.
         std::shared_ptr<ClientDescriptor> client;
     };
 

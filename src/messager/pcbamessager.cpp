@@ -55,7 +55,7 @@ std::shared_ptr<PCBAConnection> PCBAMessager::OpenConnection() {
 
 std::shared_ptr<PCBAConnection> PCBAMessager::ConnectionForRequest() {
     if (mFd == -1) {
-        KLOG(kLogDebug) << mModuleName << " socket pause. connect now";
+        KLOG_AS("Send", kLogDebug) << mModuleName << " socket pause. connect now";
         return OpenConnection();
     }
     if (mKept == nullptr || !mKept->takesRequests) {
@@ -152,7 +152,7 @@ int PCBAMessager::ReceiveRecord(PCBAConnection& connection, std::vector<char>& r
 
 void PCBAMessager::Decode(std::vector<char>& record, Formatter* formatter) {
     if (record.empty()) {
-        KLOG(kLogDebug) << "Response data is null!";
+        KLOG_AS("Run", kLogDebug) << "Response data is null!";
         return;
     }
     const std::string_view bytes(record.data(), record.size());

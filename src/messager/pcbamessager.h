@@ -45,14 +45,7 @@ class PCBAMessager : public Messager {
     virtual int32_t ReadResCommand(char* p, Formatter* formatter);
 
   private:
-    class PCBAMsgRunnable : public Runnable {
-      public:
-        explicit PCBAMsgRunnable(PCBAMessager* messager) : mMessager(messager) {}
-        void Run() override { mMessager->Run(); }
-
-      private:
-        PCBAMessager* const mMessager;
-    };
+    using PCBAMsgRunnable = MemberRunnable<PCBAMessager, &PCBAMessager::Run>;
 
     std::shared_ptr<PCBAConnection> ConnectionForRequest();
     std::shared_ptr<PCBAConnection> OpenConnection();

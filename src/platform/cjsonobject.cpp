@@ -164,7 +164,7 @@ Json& MakeMember(Json& node, const std::string& key) {
 // Members are elements of vectors, so a pointer to one dies when another is added beside it:
 // handles keep the way, and pointers never leave a single operation.
 struct CJsonObject::Document {
-    Json root{Json::value_t::discarded};  // until something is parsed or replaced
+    Json root = Json(Json::value_t::discarded);  // until something is parsed or replaced
     CJsonPosition error;
 
     const Json* Find(const std::vector<std::string>& path) const {

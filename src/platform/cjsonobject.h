@@ -35,6 +35,9 @@ class CJsonObject {
     static constexpr int kMaxDepth = 64;
 
     CJsonObject();
+    // Copies only: a handle that was moved from would name no document.
+    CJsonObject(const CJsonObject&) = default;
+    CJsonObject& operator=(const CJsonObject&) = default;
 
     // Reads one JSON text (RFC 8259, UTF-8, with or without a byte-order mark). False, with an
     // empty document, for anything else: malformed or truncated text, invalid UTF-8, a zero byte,

@@ -93,15 +93,21 @@ struct Voidify {
 
 }  // namespace kelp
 
-#define KLOG(severity)                      \
+#define KLOG(severity) KLOG_AS(__func__, severity)
+
+#define DUMPLOG(tag, title, data, length) DUMPLOG_AS(__func__, tag, title, data, length)
+
+// For a helper that writes a record of the operation it is part of: the function's name in a record
+// is as much an interface as its text.
+#define KLOG_AS(function, severity)         \
     !::kelp::LogEnabled(severity)           \
         ? (void)0                           \
         : ::kelp::log_internal::Voidify() & \
-              ::kelp::LogMessage(severity, ::kelp::kLogTag, __func__).stream()
+              ::kelp::LogMessage(severity, ::kelp::kLogTag, function).stream()
 
-#define DUMPLOG(tag, title, data, length)                        \
+#define DUMPLOG_AS(function, tag, title, data, length)           \
     do {                                                         \
         if (::kelp::LogEnabled(::kelp::kLogDebug)) {             \
-            ::kelp::DumpLog(tag, __func__, title, data, length); \
+            ::kelp::DumpLog(tag, function, title, data, length); \
         }                                                        \
     } while (0)

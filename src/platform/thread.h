@@ -20,6 +20,17 @@ class Runnable {
     virtual void Run() = 0;
 };
 
+// A Runnable that is one member function of an object, which is not owned.
+template <typename T, void (T::*Method)()>
+class MemberRunnable : public Runnable {
+  public:
+    explicit MemberRunnable(T* object) : mObject(object) {}
+    void Run() override { (mObject->*Method)(); }
+
+  private:
+    T* const mObject;
+};
+
 enum class WaitResult { kReady, kTimeOut, kStopped };
 
 // Runs a Runnable on a thread of its own. Start and Stop may be called any number of times from

@@ -16,7 +16,7 @@ namespace kelp {
 
 namespace {
 
-constexpr size_t kReadBytes = 64 * 1024;
+constexpr size_t kReadBytes = 64u << 10;
 
 // Never waits: O_NONBLOCK opens a FIFO or a device at once, and the test of the type refuses it
 // before anything is read. It has no effect on regular files.

@@ -20,9 +20,9 @@ bool ReadWholeFile(const std::string& path, size_t maxBytes, std::string& conten
 //
 // False, with errno set and the old content untouched, when the old file cannot be opened for
 // writing or the new bytes find no room; a device that fails in the middle of a rewrite in place
-// leaves it mixed. No temporary file is left behind. Blocks for the disk. Two threads or processes
-// that replace at once leave one of the two contents, unless both rewrite in place: callers keep
-// their own threads apart.
+// leaves it mixed. Only a process that is killed in the middle leaves its temporary file (.kelp-*)
+// behind. Two threads or processes that replace at once leave one of the two contents, unless both
+// rewrite in place: callers keep their own threads apart. Blocks for the disk.
 bool ReplaceWholeFile(const std::string& path, const std::string& content);
 
 }  // namespace kelp

@@ -106,22 +106,8 @@ class Processor {
     int mWriteStallMs = 30000;
 
   private:
-    class ReceiveRunnable : public Runnable {
-      public:
-        explicit ReceiveRunnable(Processor* processor) : mProcessor(processor) {}
-        void Run() override { mProcessor->ReceiveCmd(); }
-
-      private:
-        Processor* const mProcessor;
-    };
-    class SendRunnable : public Runnable {
-      public:
-        explicit SendRunnable(Processor* processor) : mProcessor(processor) {}
-        void Run() override { mProcessor->SendCmd(); }
-
-      private:
-        Processor* const mProcessor;
-    };
+    using ReceiveRunnable = MemberRunnable<Processor, &Processor::ReceiveCmd>;
+    using SendRunnable = MemberRunnable<Processor, &Processor::SendCmd>;
 
     // Receive loop.
     void ReceiveOnce();

@@ -95,7 +95,7 @@ void Processor::OnSelectFailure() {
     const int error = errno;
     // Pace the loop, and with it this record.
     Thread::SleepMs(kRetryPauseMs);
-    KLOG(kLogError) << GetName() << "-->Fail to monitor, errno = " << error;
+    KLOG_AS("ReceiveCmd", kLogError) << GetName() << "-->Fail to monitor, errno = " << error;
     int fd = mServerFd;
     if (fd != -1) {
         FdSetRemove(fd, mReadFds);

@@ -59,10 +59,12 @@ void Processor::CutLines() {
             return;
         }
         EnqueueCommand(length);
-        DUMPLOG(kLogTag, "Command <<<<<<<", mRecvBuffer.View().data(), length + tail.size());
+        DUMPLOG_AS("FlushBuffer", kLogTag, "Command <<<<<<<", mRecvBuffer.View().data(),
+                   length + tail.size());
         mRecvBuffer.Consume(length + tail.size());
         mRecvBuffer.StripLeading(tail);
-        DUMPLOG(kLogTag, "RESTBUFF", mRecvBuffer.View().data(), mRecvBuffer.Size());
+        DUMPLOG_AS("FlushBuffer", kLogTag, "RESTBUFF", mRecvBuffer.View().data(),
+                   mRecvBuffer.Size());
     }
 }
 
@@ -140,10 +142,13 @@ void Processor::WaitForRoom() {
 }
 
 void Processor::ReleaseRoom(const Command& command) {
-    const bool wasCongested = Congested();
-    mWaitingAnswers -= 1;
-    mWaitingBytes -= static_cast<int64_t>(command.mResponse.size());
-    if (wasCongested && !Congested()) {
+    const auto size = static_cast<int64_t>(command.mResponse.size());
+    const int64_t answers = mWaitingAnswers.fetch_sub(1);
+    const int64_t bytes = mWaitingBytes.fetch_sub(size);
+    // Told by the counters' own values before and after, so that no fall below a limit goes
+    // unnoticed while the receive thread raises them again.
+    if (answers == kMaxWaitingAnswers + 1 ||
+        (bytes > kMaxWaitingBytes && bytes - size <= kMaxWaitingBytes)) {
         MutexLock lock(mRoomMutex);
         mRoom.Broadcast();
     }
@@ -188,7 +193,7 @@ void Processor::Answer(std::unique_ptr<Command> command) {
             // receive thread sees the end of the stream and frees the slot.
             client->HangUp();
         }
-        DUMPLOG(kLogTag, "Response <<<<<<<", response.data(), response.size());
+        DUMPLOG_AS("SendCmd", kLogTag, "Response <<<<<<<", response.data(), response.size());
     }
     ReleaseRoom(*command);
     mMessagerManager->HandleComplete(command.get());

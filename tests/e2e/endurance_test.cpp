@@ -1,0 +1,97 @@
+// Stations and cables at their worst: amounts, slowness, exhaustion, loss of the line.
+
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+
+#include <array>
+#include <thread>
+
+#include "support/bench.h"
+#include "support/wait.h"
+
+namespace kelp::test {
+namespace {
+
+using Endurance = Bench;
+
+std::string Pattern(size_t length) {
+    std::string bytes(length, '\0');
+    unsigned state = 1;
+    for (char& byte : bytes) {
+        state = state * 1103515245 + 12345;
+        byte = static_cast<char>(state >> 16);
+    }
+    return bytes;
+}
+
+TEST_F(Endurance, SlowReaderGetsALongAnswerWhole) {
+    const std::string answer = Pattern(5 << 20);
+    const auto wcn = Wcn([&](const std::string&) { return Peer::Answer{answer}; });
+    Start();
+    Station uart = Station::Line(mUart.Master());
+    for (Station& station : std::array{Tcp(), Station::Local()}) {
+        ASSERT_TRUE(station.Send("AT+W\r\n"));
+        ASSERT_TRUE(wcn->WaitForRequest("AT+W"));
+        EXPECT_TRUE(uart.Answers("X\r\n", Unsupported("X")));
+        EXPECT_TRUE(station.Receive(answer.size()) == answer);
+        EXPECT_TRUE(station.Answers("X\r\n", Unsupported("X")));
+    }
+}
+
+TEST_F(Endurance, HangUpOfASerialLineEndsTheProcess) {
+    Start();
+    mUsb.HangUp();
+    const int status = mKelp->WaitForExit();
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT) << status;
+    EXPECT_EQ(mKelp->Logged(": ReConnect: usb << reconnect << fd:-1\n"), 1) << mKelp->Log();
+    EXPECT_EQ(mKelp->Logged("descriptor -1 "), 1) << mKelp->Log();
+    mKelp.reset();
+}
+
+TEST_F(Endurance, OneLongBurstCostsNoMoreThanItsParts) {
+    Start(false, kTail, {"ANDROID_LOG_TAGS=*:S"});
+    Station station = Station::Local();
+    const auto cpuMs = [&](size_t commands) {
+        std::string requests, answers;
+        for (size_t i = 0; i < commands; ++i) {
+            requests += "AT+X\r\n";
+            answers += Unsupported("AT+X");
+        }
+        const int64_t before = mKelp->CpuMs();
+        std::thread sender([&] { EXPECT_TRUE(station.Send(requests)); });
+        EXPECT_TRUE(station.Receive(answers.size()) == answers);
+        sender.join();
+        return mKelp->CpuMs() - before;
+    };
+    constexpr size_t kQuarter = (256 << 10) / 6;
+    int64_t parts = 0;
+    for (int i = 0; i < 4; ++i) {
+        parts += cpuMs(kQuarter);
+    }
+    // Quadratic cost would be four times as much.
+    EXPECT_LT(cpuMs(4 * kQuarter), parts * 5 / 2 + 50) << parts;
+}
+
+TEST_F(Endurance, ExhaustedDescriptorsNeitherSpinNorFlood) {
+    Start();
+    Station served = Tcp();
+    ASSERT_TRUE(served.Answers("X\r\n", Unsupported("X")));
+    const struct rlimit normal = {1024, 1024};
+    const struct rlimit none = {3, 1024};
+    ASSERT_EQ(prlimit(mKelp->Pid(), RLIMIT_NOFILE, &none, nullptr), 0);
+    Station waiting = Tcp();
+    ASSERT_TRUE(mKelp->WaitForLog("tcp-->accept error: 24\n"));
+    const int64_t cpu = mKelp->CpuMs();
+    const int64_t begin = MonotonicMs();
+    for (int i = 0; i < 10; ++i) {
+        EXPECT_TRUE(served.Answers("X\r\n", Unsupported("X")));
+    }
+    EXPECT_LT(mKelp->CpuMs() - cpu, 20 + (MonotonicMs() - begin) / 2);
+    EXPECT_LE(mKelp->Logged("accept error"), 2 + (MonotonicMs() - begin) / 10000);
+    ASSERT_EQ(prlimit(mKelp->Pid(), RLIMIT_NOFILE, &normal, nullptr), 0);
+    EXPECT_TRUE(waiting.Answers("X\r\n", Unsupported("X")));
+}
+
+}  // namespace
+}  // namespace kelp::test

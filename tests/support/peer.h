@@ -1,0 +1,54 @@
+// A peer daemon on a local socket, played by a thread of the test.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "platform/localaddress.h"
+#include "platform/sync.h"
+#include "platform/thread.h"
+#include "platform/uniquefd.h"
+
+namespace kelp::test {
+
+class Peer : private Runnable {
+  public:
+    struct Answer {
+        std::string bytes;   // none: silence
+        bool close = false;  // afterwards, without waiting for anybody to read
+    };
+    // Called on the peer's thread for each request, that is, for each read that brings bytes.
+    using Script = std::function<Answer(const std::string& request)>;
+
+    // Answers "<name:REQUEST>".
+    static Script Echo(const std::string& name);
+
+    Peer(const std::string& name, LocalNamespace space, Script script);
+    // Ends every connection; a filesystem socket is removed.
+    ~Peer() override;
+
+    // Waits until a request that has come is exactly `request`.
+    bool WaitForRequest(const std::string& request);
+    // Sends on the newest connection, asked or not.
+    bool Push(const std::string& bytes);
+    int Connections() const;  // ever accepted
+
+  private:
+    void Run() override;
+    bool Serve(int fd);
+
+    const LocalAddress mAddress;
+    const bool mIsFile;
+    const Script mScript;
+    UniqueFd mListener;
+
+    mutable Mutex mMutex;
+    int mAccepted KELP_GUARDED_BY(mMutex) = 0;
+    std::string mLastRequest KELP_GUARDED_BY(mMutex);
+    std::vector<UniqueFd> mClients KELP_GUARDED_BY(mMutex);
+
+    Thread mThread{this, "peer"};
+};
+
+}  // namespace kelp::test

@@ -1,0 +1,31 @@
+#include "support/pty.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <stdlib.h>
+#include <termios.h>
+
+namespace kelp::test {
+
+Pty::Pty() : mMaster(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)) {
+    char name[64] = {};
+    grantpt(mMaster.Get());
+    unlockpt(mMaster.Get());
+    ptsname_r(mMaster.Get(), name, sizeof(name));
+    mDevice = name;
+    mSlave.Reset(open(name, O_RDWR | O_NOCTTY | O_CLOEXEC));
+    struct termios settings;
+    tcgetattr(mSlave.Get(), &settings);
+    cfmakeraw(&settings);
+    tcsetattr(mSlave.Get(), TCSANOW, &settings);
+}
+
+void Pty::Flush() {
+    tcflush(mSlave.Get(), TCIFLUSH);
+    char scratch[4096];
+    struct pollfd ready = {mMaster.Get(), POLLIN, 0};
+    while (poll(&ready, 1, 0) > 0 && read(mMaster.Get(), scratch, sizeof(scratch)) > 0) {
+    }
+}
+
+}  // namespace kelp::test

@@ -1,0 +1,127 @@
+#include "support/station.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+
+#include "platform/localaddress.h"
+#include "support/wait.h"
+
+namespace kelp::test {
+
+namespace {
+
+struct sockaddr_in Loopback(int port) {
+    struct sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<uint16_t>(port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    return address;
+}
+
+UniqueFd ConnectTcp(int port) {
+    const struct sockaddr_in address = Loopback(port);
+    UniqueFd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const int on = 1;
+    setsockopt(fd.Get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
+    if (connect(fd.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) < 0) {
+        fd.Reset();
+    }
+    return fd;
+}
+
+}  // namespace
+
+int FreePort() {
+    struct sockaddr_in address = Loopback(0);
+    socklen_t length = sizeof(address);
+    const UniqueFd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    bind(fd.Get(), reinterpret_cast<const sockaddr*>(&address), length);
+    getsockname(fd.Get(), reinterpret_cast<sockaddr*>(&address), &length);
+    return ntohs(address.sin_port);
+}
+
+bool Refused(int port) {
+    return !ConnectTcp(port).Ok() && errno == ECONNREFUSED;
+}
+
+Station Station::Tcp(int port) {
+    Station station((UniqueFd()));
+    EXPECT_TRUE(WaitUntil([&] { return (station.mFd = ConnectTcp(port)).Ok(); }));
+    return station;
+}
+
+Station Station::Local(const std::string& abstractName) {
+    LocalAddress address;
+    MakeLocalAddress(abstractName, LocalNamespace::kAbstract, address);
+    Station station((UniqueFd()));
+    EXPECT_TRUE(WaitUntil([&] {
+        station.mFd.Reset(ConnectLocal(address));
+        return station.mFd.Ok();
+    }));
+    return station;
+}
+
+Station Station::Line(int master) {
+    return Station(UniqueFd(fcntl(master, F_DUPFD_CLOEXEC, 0)));
+}
+
+bool Station::Send(std::string_view bytes) {
+    struct pollfd writable = {mFd.Get(), POLLOUT, 0};
+    while (!bytes.empty() && poll(&writable, 1, kPatienceMs) == 1) {
+        // The descriptor may be non-blocking or not; a tty takes what fits in either case.
+        const ssize_t n = write(mFd.Get(), bytes.data(), std::min<size_t>(bytes.size(), 4096));
+        if (n < 0 && errno != EAGAIN) {
+            break;
+        }
+        bytes.remove_prefix(static_cast<size_t>(std::max<ssize_t>(n, 0)));
+    }
+    return bytes.empty();
+}
+
+std::string Station::Receive(size_t count) {
+    std::string got;
+    char chunk[16384];
+    struct pollfd readable = {mFd.Get(), POLLIN, 0};
+    while (mFd.Ok() && got.size() < count && poll(&readable, 1, kPatienceMs) == 1) {
+        const ssize_t n = read(mFd.Get(), chunk, std::min(sizeof(chunk), count - got.size()));
+        if (n <= 0) {
+            break;
+        }
+        got.append(chunk, static_cast<size_t>(n));
+    }
+    return got;
+}
+
+void Station::HalfClose() {
+    shutdown(mFd.Get(), SHUT_WR);
+}
+
+void Station::Reset() {
+    const struct linger now = {1, 0};
+    setsockopt(mFd.Get(), SOL_SOCKET, SO_LINGER, &now, sizeof(now));
+    mFd.Reset();
+}
+
+testing::AssertionResult Station::Answers(std::string_view request, std::string_view answer) {
+    if (!Send(request)) {
+        return testing::AssertionFailure() << "cannot send " << testing::PrintToString(request);
+    }
+    const std::string got = Receive(answer.size());
+    if (got == answer) {
+        return testing::AssertionSuccess();
+    }
+    const auto shown = [](std::string_view bytes) {
+        return testing::PrintToString(bytes.substr(0, 400)) + " (" + std::to_string(bytes.size()) +
+               " bytes)";
+    };
+    return testing::AssertionFailure()
+           << shown(request) << " got " << shown(got) << ", not " << shown(answer);
+}
+
+}  // namespace kelp::test

@@ -1,0 +1,44 @@
+// A test station: the far end of one console connection.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <string_view>
+
+#include "platform/uniquefd.h"
+
+namespace kelp::test {
+
+// A TCP port of the loopback interface that is free at the moment.
+int FreePort();
+// Whether a connection to the port is refused.
+bool Refused(int port);
+
+// Every read ends after kPatienceMs at the latest and returns what it has got.
+class Station {
+  public:
+    // The two connect, again and again until somebody listens.
+    static Station Tcp(int port);
+    static Station Local(const std::string& abstractName = "/dev/socket/kelp");
+    // On the master of a Pty, which the station duplicates.
+    static Station Line(int master);
+
+    int Fd() const { return mFd.Get(); }
+    bool Send(std::string_view bytes);
+    std::string Receive(size_t count);
+    std::string ReceiveToEnd() { return Receive(std::string::npos); }
+    void HalfClose();
+    // Drops the connection with a TCP reset.
+    void Reset();
+
+    // Sends `request` and expects exactly the bytes of `answer`.
+    testing::AssertionResult Answers(std::string_view request, std::string_view answer);
+
+  private:
+    explicit Station(UniqueFd fd) : mFd(static_cast<UniqueFd&&>(fd)) {}
+
+    UniqueFd mFd;
+};
+
+}  // namespace kelp::test

@@ -1,0 +1,269 @@
+#include "config/configmanager.h"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include <atomic>
+#include <thread>
+
+#include "platform/cjsonobject.h"
+#include "support/logcapture.h"
+#include "support/tempdir.h"
+
+namespace kelp {
+namespace {
+
+// The variable is read while the program loads, so it is set before that: a constructor with a
+// priority runs ahead of the initialisers without one.
+char sPropertyFile[64];
+__attribute__((constructor(200))) void NamePropertyFile() {
+    snprintf(sPropertyFile, sizeof(sPropertyFile), "/tmp/kelp-test-%d.prop", getpid());
+    setenv("KELP_PROPERTIES", sPropertyFile, 1);
+}
+
+class Config : public testing::Test {
+  protected:
+    bool Load(const std::string& text) {
+        mLog.Take();
+        return mManager.ParseJSONDoc(mDir.Write("k.json", text));
+    }
+    // The new records that begin with `prefix`, without it and with a bar behind each.
+    std::string Said(const std::string& prefix = "") {
+        std::string result;
+        for (const std::string& record : mLog.Take()) {
+            if (record.compare(0, prefix.size(), prefix) == 0) {
+                result += record.substr(prefix.size()) + "|";
+            }
+        }
+        return result;
+    }
+    neb::CJsonObject Written() {
+        neb::CJsonObject doc;
+        EXPECT_TRUE(doc.Parse(mDir.Read("k.json")));
+        return doc;
+    }
+
+    TempDir mDir;
+    const std::string mPath = mDir.Path("k.json");
+    LogCapture mLog;
+    ConfigManager mManager;
+};
+
+TEST_F(Config, UnreadableFilesLeaveTheDefaults) {
+    const std::string fifo = mDir.Path("fifo");
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    const std::string big = mDir.Write("big", "{}");
+    ASSERT_EQ(truncate(big.c_str(), (64 << 20) + 1), 0);
+    for (const std::string& path : {mDir.Path("missing"), mDir.Root(), fifo, big}) {
+        EXPECT_FALSE(mManager.ParseJSONDoc(path));
+        EXPECT_EQ(Said(), "E ReadJSONDoc: Json file(" + path + ") open error!!!|");
+        EXPECT_FALSE(mManager.RefreshConfig());
+        EXPECT_EQ(Said(), "E ReadJSONDoc: Json file(" + path + ") open error!!!|");
+    }
+    EXPECT_FALSE(Load("{\"console\":{\"tcp\":{\"port\":1}},\n}"));
+    EXPECT_EQ(Said(), "E ReadJSONDoc: Json file(" + mPath + ") syntax error!!!|" +
+                          "I ReadJSONDoc: line 2, column 1|");
+    EXPECT_EQ(mManager.GetReceiveConfig()->mode, kReceiveNone);
+    EXPECT_EQ(mManager.GetConfigByName("TCP"), nullptr);
+    EXPECT_FALSE(mManager.SupportConsoleMode("serial"));
+    ASSERT_TRUE(Load(R"({"console":1})"));
+    EXPECT_EQ(Said("I ParseConsole: "),
+              "uart:1:0:/dev/ttyQVZ1:0:0|usb:1:1:/dev/ttyGS0:0:0|local:1:1:/dev/socket/kelp:0:0|"
+              "tcp:1:0:192.168.1.100:3000:0|");
+}
+
+TEST_F(Config, ConsolesTakeWhatTheyKnow) {
+    ASSERT_TRUE(Load(R"({"console":{"serial":{"port":1},
+        "tcp":{"active":true,"route":"10.0.0.1","port":70000,"timeout":"5"},
+        "usb":{"support":false,"port":1.5,"route":null},
+        "local":{"active":false,"support":false,"route":"x","port":9,"timeout":8}}})"));
+    EXPECT_EQ(Said("I "),
+              "ParseActive: Json: true|ParseActive: Json: |"
+              "ParseConsole: uart:1:0:/dev/ttyQVZ1:0:0|"
+              "ParseConsole: usb:0:0:/dev/ttyGS0:0:0|"
+              "ParseConsole: local:1:1:/dev/socket/kelp:0:8|"
+              "ParseConsole: tcp:1:1:10.0.0.1:70000:0|");
+}
+
+TEST_F(Config, ActiveFollowsItsProperty) {
+    std::ofstream(sPropertyFile) << "# a=1\n vendor.a = 1 \nvendor.b=yes\r\nvendor.b=no\nempty=\n";
+    const struct {
+        std::string value;
+        bool active;
+        const char* property;
+    } kCases[] = {
+        {"true", true, ""},
+        {"{}", false, ""},
+        {R"({"vendor.a":1})", true, "Property vendor.a real value is1|"},
+        {R"({"vendor.b":"no"})", true, "Property vendor.b real value isno|"},
+        {R"({"vendor.b":"No"})", false, "Property vendor.b real value isno|"},
+        {R"({"a":"1"})", false, "Property a real value is0|"},
+        {R"({"empty":"0","vendor.a":"1"})", true, "Property empty real value is0|"},
+    };
+    for (const auto& c : kCases) {
+        ASSERT_TRUE(Load(R"({"console":{"tcp":{"active":)" + c.value + "}}}"));
+        EXPECT_EQ(Said("I ParseActive: "), "Json: " + c.value + "|" + c.property);
+        EXPECT_EQ(mManager.GetConfigByName("tcp")->active, c.active) << c.value;
+    }
+    unlink(sPropertyFile);
+}
+
+TEST_F(Config, ReceiveMode) {
+    const struct {
+        std::string text;
+        int mode;
+        std::string tail;
+        const char* records;
+    } kCases[] = {
+        {R"("mode":"tail","tail":"0d0a")", 1, "\r\n",
+         "D HexToString: hex data -> 13|D HexToString: hex data -> 10|"},
+        {R"("mode":"TAIL","tail":"7E0")", 1, "~", "D HexToString: hex data -> 126|"},
+        {R"("mode":"timetick","millisecond":50)", 2, "~", "E HexToString: length < 0|"},
+        {R"("tail":"4")", 2, "~", "E HexToString: one digit is no byte|"},
+        {R"("tail":"zz41.!")", 2, std::string("\0AA", 3), "D HexToString: hex data -> 0|"},
+        {R"("tail":")" + std::string(65, '5') + "\"", 2, std::string(32, 'U'),
+         "E HexToString: 65 digits cut to 64|"},
+    };
+    const ReceiveConfig& receive = *mManager.GetReceiveConfig();
+    for (const auto& c : kCases) {
+        ASSERT_TRUE(Load("{\"receive-mode\":{" + c.text + "}}"));
+        EXPECT_EQ(Said().find(c.records), 0u) << c.records;
+        EXPECT_EQ(receive.mode, c.mode) << c.text;
+        EXPECT_EQ(std::string(receive.tail, receive.tail + receive.tailLength), c.tail) << c.text;
+        EXPECT_EQ(receive.tail[receive.tailLength], 0) << c.text;
+    }
+    EXPECT_EQ(receive.millisecond, 50);
+}
+
+TEST_F(Config, ModulesFillInTheOrderOfTheFile) {
+    ASSERT_TRUE(Load(R"({"module":{"test-commands":{"fm":["EARLY"]},
+        "support-modules":["wcn",5,"fm"],
+        "interaction":{"fm":{"keep-alive":true,"path":"@fm","timeout":3},"modem":{}}}})"));
+    EXPECT_EQ(Said("D ParseSupportModules: "),
+              "0: load module(wcn)|2: load module(fm)|2: load module(fm)|");
+    EXPECT_TRUE(mManager.GetModuleByName("fm")->testCmds.empty());
+    ASSERT_TRUE(Load(R"({"module":{"interaction":1}})"));
+    EXPECT_EQ(Said("I ParseInteraction: "),
+              "<<<<<<< wcn|keep-alive(0),path(/dev/socket/sync_wcn),timeout(15)|>>>>>>> wcn|"
+              "<<<<<<< modem|keep-alive(1),path(/dev/socket/async_tolm),timeout(0)|>>>>>>> modem|"
+              "<<<<<<< fm|keep-alive(1),path(@fm),timeout(3)|>>>>>>> fm|");
+    // Lists without elements keep what an earlier one brought.
+    for (const char* list : {R"(["b","B",7,"a","b"])", "[]", R"("AT")"}) {
+        ASSERT_TRUE(Load(std::string(R"({"module":{"whitelist":{"wcn":)") + list + "}}}"));
+        EXPECT_EQ(Said("I ParseWhiteList: "),
+                  "<<<<<<< wcn command white list|B|a|b|b|>>>>>>> wcn command white list|"
+                  "<<<<<<< modem command white list|>>>>>>> modem command white list|"
+                  "<<<<<<< fm command white list|>>>>>>> fm command white list|");
+    }
+    for (const char* list : {R"(["B","ABCD",null,"AC"])", "[]", "null"}) {
+        ASSERT_TRUE(Load(std::string(R"({"module":{"test-commands":{"wcn":)") + list + "}}}"));
+        EXPECT_EQ(Said("I ParseTestCmds: "),
+                  "<<<<<<<wcn|<ABCD>|<AC>|<B>|>>>>>>>wcn|"
+                  "<<<<<<<modem|>>>>>>>modem|<<<<<<<fm|>>>>>>>fm|");
+    }
+}
+
+TEST_F(Config, RefreshKeepsEverythingElse) {
+    ASSERT_TRUE(Load(R"({"extra":[1,null],"console":{
+        "tcp":{"note":"mine","active":{"p":"1"},"port":1},"usb":[]},"module":{}})"));
+    ASSERT_EQ(chmod(mPath.c_str(), 0640), 0);
+    const std::string link = mDir.Path("link");
+    ASSERT_EQ(symlink("k.json", link.c_str()), 0);
+    ASSERT_TRUE(mManager.ParseJSONDoc(link));
+    struct stat status;
+    ASSERT_EQ(stat(mPath.c_str(), &status), 0);
+    const ino_t before = status.st_ino;
+    CommonConfig& tcp = *mManager.GetConfigByName("tcp");
+    tcp.active = true;
+    tcp.route = std::string("\xFFgarbage\r\n\"");
+    tcp.port = -1;
+    ASSERT_TRUE(mManager.RefreshConfig());
+    const std::string written = Written().ToString();
+    EXPECT_EQ(
+        written.find("{\"extra\":[1,null],\"console\":{\"tcp\":{\"note\":\"mine\",\"active\":true,"
+                     "\"port\":-1,\"support\":true,\"route\":\"\xEF\xBF\xBDgarbage\\r\\n\\\"\","
+                     "\"timeout\":0},\"usb\":{\"support\":true,\"active\":false,"
+                     "\"route\":\"/dev/ttyGS0\",\"port\":0,\"timeout\":0},\"uart\":{\"support\":"),
+        0u)
+        << written;
+    ASSERT_EQ(stat(link.c_str(), &status), 0);
+    EXPECT_NE(status.st_ino, before);  // a new file took the place of the old one
+    EXPECT_EQ(status.st_mode & 07777, 0640u);
+    ASSERT_EQ(lstat(link.c_str(), &status), 0);
+    EXPECT_TRUE(S_ISLNK(status.st_mode));
+    EXPECT_EQ(mDir.Count(), 2u);
+
+    ConfigManager restarted;
+    ASSERT_TRUE(restarted.ParseJSONDoc(link));
+    EXPECT_TRUE(restarted.GetConfigByName("tcp")->active);
+    ASSERT_TRUE(restarted.RefreshConfig());
+    EXPECT_EQ(Written().ToString(), written);
+}
+
+// A directory that takes no new file, a file that takes no change, and a disk without room.
+TEST_F(Config, RefreshWhereItIsHard) {
+    // So long that the new text is shorter, and what was left of the old would spoil it.
+    ASSERT_TRUE(Load("{" + std::string(5000, ' ') + "}"));
+    struct stat before, after;
+    ASSERT_EQ(stat(mPath.c_str(), &before), 0);
+    const uid_t self = geteuid();
+    const uid_t other = self == 0 ? 65534 : self;  // nothing is forbidden to root
+    ASSERT_EQ(chown(mPath.c_str(), other, static_cast<gid_t>(-1)), 0);
+    ASSERT_EQ(chmod(mDir.Root().c_str(), 0555), 0);
+    ASSERT_EQ(seteuid(other), 0);
+    EXPECT_TRUE(mManager.RefreshConfig());
+    ASSERT_EQ(stat(mPath.c_str(), &after), 0);
+    EXPECT_EQ(after.st_ino, before.st_ino);
+    const std::string written = mDir.Read("k.json");
+    EXPECT_FALSE(Written()["console"]["tcp"].IsEmpty());
+
+    ASSERT_EQ(chmod(mPath.c_str(), 0444), 0);
+    EXPECT_FALSE(mManager.RefreshConfig());
+    EXPECT_EQ(Said("E RefreshConfig: "), "Json file(" + mPath + ") open error!!!|");
+    ASSERT_EQ(chmod(mPath.c_str(), 0644), 0);
+    ASSERT_EQ(seteuid(self), 0);
+    ASSERT_EQ(chmod(mDir.Root().c_str(), 0755), 0);
+
+    signal(SIGXFSZ, SIG_IGN);
+    struct rlimit limit;
+    getrlimit(RLIMIT_FSIZE, &limit);
+    const struct rlimit small = {100, limit.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &small);
+    const bool refreshed = mManager.RefreshConfig();
+    setrlimit(RLIMIT_FSIZE, &limit);  // first: it bounds the captured log too
+    EXPECT_FALSE(refreshed);
+    EXPECT_EQ(mDir.Read("k.json"), written);
+    EXPECT_EQ(mDir.Count(), 1u);
+}
+
+TEST_F(Config, UpdatesAtOnceLeaveOneWholeFile) {
+    ASSERT_TRUE(Load("{}"));
+    std::atomic<bool> done{false};
+    std::thread reader([&] {
+        while (!done) {
+            Written();
+        }
+    });
+    const auto update = [&](int port, const std::string& route) {
+        mManager.GetConfigByName("tcp")->port = port;
+        mManager.GetConfigByName("tcp")->route = route;
+        EXPECT_TRUE(mManager.RefreshConfig());
+    };
+    for (int round = 0; round < 50; ++round) {
+        std::thread other(update, round, "10.1.1.1");
+        update(-round, "a.much.longer.address.than.that.of.the.other.one");
+        other.join();
+        // The later of the two began with what the earlier had left.
+        int port = 12345;
+        EXPECT_TRUE(Written()["console"]["tcp"].Get("port", port));
+        EXPECT_EQ(port, mManager.GetConfigByName("tcp")->port);
+    }
+    done = true;
+    reader.join();
+    EXPECT_EQ(mDir.Count(), 1u);
+}
+
+}  // namespace
+}  // namespace kelp

@@ -1,0 +1,137 @@
+#include <gtest/gtest.h>
+
+#include "platform/cjsonobject.h"
+
+using neb::CJsonObject;
+
+namespace {
+
+CJsonObject Parsed(const std::string& text) {
+    CJsonObject doc;
+    EXPECT_TRUE(doc.Parse(text)) << text;
+    return doc;
+}
+
+std::string Repeat(size_t times, const std::string& text) {
+    return times == 0       ? ""
+           : times % 2 != 0 ? Repeat(times - 1, text) + text
+                            : Repeat(times / 2, text + text);
+}
+
+TEST(Json, RefusesWithThePlaceOfTheError) {
+    const struct {
+        std::string text;
+        int line;
+        int column;
+    } kCases[] = {
+        {"", 1, 1},
+        {"\xEF\xBB\xBF", 1, 1},
+        {"\xEF\xBB\xBF[1,x]", 1, 4},
+        {"{\"a\":1,}", 1, 8},
+        {"{\n  \"a\": nope\n}", 2, 9},
+        {"{\"a\":\n[1", 2, 3},
+        {"{}\n\n ]", 3, 2},
+        {std::string("[1,\0]", 5), 1, 4},
+        {std::string("{}\0", 3), 1, 3},
+        {"[\"\xC3(\"]", 1, 4},
+        {"[\"\\ud800\"]", 1, 9},
+        {"[1e999]", 1, 6},
+        {Repeat(65, "[") + Repeat(65, "]"), 1, 65},
+        {"\n" + Repeat(1 << 20, "["), 2, 65},
+        {Repeat(1 << 20, "{\"\":"), 1, 64 * 4 + 1},
+    };
+    for (const auto& c : kCases) {
+        CJsonObject doc = Parsed("[\"old\"]");
+        EXPECT_FALSE(doc.Parse(c.text)) << c.text.substr(0, 80);
+        EXPECT_EQ(doc.ErrorPosition().line, c.line) << c.text.substr(0, 80);
+        EXPECT_EQ(doc.ErrorPosition().column, c.column) << c.text.substr(0, 80);
+        EXPECT_EQ(doc.ToString(), "");
+    }
+}
+
+TEST(Json, ReadsWhatIsJustAllowed) {
+    const std::string deep = Repeat(64, "[") + Repeat(64, "]");
+    EXPECT_EQ(Parsed(deep).ToString(), deep);
+    EXPECT_EQ(Parsed("\xEF\xBB\xBF {\"a\":\"\\u0000\xC3\xA9\"}")["a"].ToString(),
+              "\"\\u0000\xC3\xA9\"");
+    std::string many = "{";
+    for (int i = 0; i < 300000; ++i) {
+        many += "\"member" + std::to_string(i) + "\":0,";
+    }
+    int value = 0;  // far from linear time, this would not end
+    EXPECT_TRUE(Parsed(many + "\"last\":7}").Get("last", value));
+    EXPECT_EQ(value, 7);
+}
+
+// How many of the typed Gets succeed, and what their targets then hold.
+std::string Describe(const std::string& text) {
+    const CJsonObject doc = Parsed(text);
+    bool flag = true;
+    int number = -7;
+    std::string string = "-";
+    CJsonObject object = Parsed("{\"old\":1}");
+    const int taken =
+        doc.Get("k", flag) + doc.Get("k", number) + doc.Get("k", string) + doc.Get("k", object);
+    return std::to_string(taken) + (flag ? " true " : " false ") + std::to_string(number) + " " +
+           string + " " + object.ToString();
+}
+
+TEST(Json, TypedGetTakesItsTypeAndNothingElse) {
+    const std::string kNothing = "0 true -7 - ";
+    const std::pair<const char*, std::string> kCases[] = {
+        {"true", "2 true -7 - true"},
+        {"false", "2 false -7 - false"},
+        {"\"x\"", "1 true -7 x "},
+        {"{\"p\":1}", "1 true -7 - {\"p\":1}"},
+        {"2147483647", "1 true 2147483647 - "},
+        {"-2147483648", "1 true -2147483648 - "},
+        {"3.0", "1 true 3 - "},
+    };
+    for (const auto& [value, expected] : kCases) {
+        EXPECT_EQ(Describe(std::string("{\"k\":") + value + "}"), expected) << value;
+    }
+    for (const std::string value : {"null", "[1]", "2147483648", "-2147483649", "0.5", "1e300",
+                                    "18446744073709551615", "99999999999999999999"}) {
+        EXPECT_EQ(Describe("{\"k\":" + value + "}"), kNothing) << value;
+    }
+    EXPECT_EQ(Describe("{}"), kNothing);
+    EXPECT_EQ(Describe("[]"), kNothing);
+}
+
+TEST(Json, WalksMembersAndElements) {
+    CJsonObject doc = Parsed(R"({"b":{"x":1},"a":["a",1,"",null,["b"]],"b":{"y":3},"":4})");
+    std::string seen, key;
+    for (int round = 0; round < 2; ++round) {
+        while (doc.GetKey(key)) {
+            seen += "<" + key + ">";
+        }
+    }
+    EXPECT_EQ(seen, "<b><a><><b><a><>");
+    EXPECT_EQ(doc["b"].ToString(), R"({"y":3})");  // the last of duplicates
+    seen = std::to_string(doc["a"].GetArraySize());
+    for (int i = -1; i <= 5; ++i) {
+        seen += doc["a"](i) ? "<" + *doc["a"](i) + ">" : "-";
+    }
+    EXPECT_EQ(seen, "5-<a>-<>---");
+}
+
+TEST(Json, ReplaceWritesThroughEveryHandle) {
+    CJsonObject doc = Parsed(R"({"other":[1.50],"console":{"tcp":7}})");
+    CJsonObject tcp = doc["console"]["tcp"];
+    EXPECT_TRUE(doc["not"]["there"].IsEmpty());
+    for (int i = 0; i < 100; ++i) {
+        doc.Replace("filler" + std::to_string(i), i);  // moves every member
+    }
+    tcp.Replace("active", true);
+    tcp.Replace("port", 1);
+    tcp.Replace("port", -5);
+    tcp.Replace("route", "literal");
+    doc["a"]["b"].Replace("c", std::string("\xFF\0\"", 3));
+    const CJsonObject again = Parsed(doc.ToFormattedString());
+    EXPECT_EQ(again["console"]["tcp"].ToString(), R"({"active":true,"port":-5,"route":"literal"})");
+    EXPECT_EQ(again["other"].ToString(), "[1.5]");
+    EXPECT_EQ(again["a"].ToString(), "{\"b\":{\"c\":\"\xEF\xBF\xBD\\u0000\\\"\"}}");
+    EXPECT_EQ(again["not"].ToString(), "");
+}
+
+}  // namespace

@@ -1,0 +1,141 @@
+#include "platform/thread.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+
+#include "platform/clock.h"
+#include "platform/turn.h"
+#include "processor/messagequeue.h"
+
+namespace kelp {
+namespace {
+
+class Job : public Runnable {
+  public:
+    explicit Job(std::function<void()> run) : mRun(std::move(run)) {}
+    void Run() override { mRun(); }
+
+  private:
+    const std::function<void()> mRun;
+};
+
+TEST(Thread, StopEndsEveryKindOfWait) {
+    MessageQueue<int> queue;
+    Turn turn;
+    ASSERT_TRUE(turn.Enter());
+    const struct {
+        const char* name;
+        std::function<void()> wait;
+    } waits[] = {
+        {"descriptor", [] { Thread::WaitFd(-1, 0, -1); }},
+        {"sleep", [] { Thread::SleepMs(3600000); }},
+        {"queue", [&] { delete queue.dequeue(); }},
+        {"turn", [&] { TurnHolder holder(turn); }},
+    };
+    for (const auto& w : waits) {
+        // At once, so that the mark often comes between the test for it and the wait.
+        for (int round = 0; round < 300; ++round) {
+            Job job(w.wait);
+            Thread thread(&job);
+            ASSERT_TRUE(thread.Start());
+            const int64_t begin = MonotonicMs();
+            thread.Stop();
+            ASSERT_LT(MonotonicMs() - begin, 5000) << w.name;
+        }
+    }
+    turn.Leave();
+}
+
+TEST(Thread, TwoThatStopEachOtherBothEnd) {
+    for (int round = 0; round < 300; ++round) {
+        std::atomic<int> arrived{0};
+        std::atomic<int> ended{0};
+        Thread* threads[2];
+        const auto meet = [&](int other) {
+            if (Thread::StopRequested())
+                return;
+            ++arrived;
+            while (arrived < 2)
+                sched_yield();
+            threads[other]->Stop();
+            ++ended;
+            Thread::WaitFd(-1, 0, -1);
+        };
+        Job jobs[] = {Job([&] { meet(1); }), Job([&] { meet(0); })};
+        auto a = std::make_unique<Thread>(&jobs[0]);
+        auto b = std::make_unique<Thread>(&jobs[1]);
+        threads[0] = a.get();
+        threads[1] = b.get();
+        a->Start();
+        b->Start();
+        while (ended < 2)
+            sched_yield();
+        a.reset();
+        b.reset();
+    }
+}
+
+TEST(Thread, OneThatStoppedItselfIsTakenUpAgainHoweverSoon) {
+    std::atomic<int> beats{0};
+    std::atomic<bool> stopSelf{false};
+    Thread* self = nullptr;
+    Job job([&] {
+        ++beats;
+        if (stopSelf) {
+            self->Stop();
+            stopSelf = false;
+        }
+        Thread::SleepMs(1);
+    });
+    Thread thread(&job);
+    self = &thread;
+    for (int round = 0; round < 500; ++round) {
+        stopSelf = true;
+        thread.Start();
+        while (stopSelf) {
+            sched_yield();
+        }
+        thread.Start();  // before it ends, while it ends, or after
+        const int before = beats;
+        while (beats < before + 2) {
+            sched_yield();
+        }
+        thread.Stop();
+    }
+}
+
+TEST(MessageQueue, WaitsForOneWakeUpOnlyAndKeepsTheOrder) {
+    MessageQueue<int> queue;
+    queue.enqueue(nullptr);
+    queue.enqueue(new int(1));
+    queue.enqueue(new int(2));
+    for (const int expected : {1, 2}) {
+        const std::unique_ptr<int> item(queue.dequeue());
+        EXPECT_EQ(*item, expected);
+    }
+    queue.mWaitable = false;
+    EXPECT_EQ(queue.dequeue(), nullptr);
+
+    queue.mWaitable = true;
+    std::atomic<int> sum{0};
+    std::atomic<int> calls{0};
+    Job job([&] {
+        const std::unique_ptr<int> item(queue.dequeue());
+        sum += item != nullptr ? *item : 0;
+        ++calls;
+    });
+    Thread consumer(&job);
+    consumer.Start();
+    for (int i = 0; i < 1000; ++i)
+        queue.enqueue(new int(1));
+    while (sum < 1000)
+        sched_yield();
+    EXPECT_GE(calls, 1000);
+    consumer.Stop();
+    queue.enqueue(new int(3));  // left for the destructor
+}
+
+}  // namespace
+}  // namespace kelp
