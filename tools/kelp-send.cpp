@@ -100,6 +100,9 @@ int Program::Run() {
         fprintf(stderr, "kelp-send: %s: %s\n", mOptions.file.c_str(), strerror(errno));
         return kExitNoInput;
     }
+    if (mExitStatus == kExitNoInput) {
+        fprintf(stderr, "kelp-send: %s: no command in it\n", mOptions.file.c_str());
+    }
     return mPrinted ? mExitStatus : kExitOutput;
 }
 

@@ -3,6 +3,7 @@
 // killed.
 
 #include <signal.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <climits>
@@ -17,6 +18,8 @@
 int main(int argc, char** argv) {
     // A client or a peer that goes away in the middle of a write must never end the daemon.
     signal(SIGPIPE, SIG_IGN);
+    // What the daemon creates is its own alone, unless it says otherwise.
+    umask(077);
 
     kelp::ArgParser(argc, argv);
     std::string path;

@@ -11,6 +11,12 @@
 
 namespace kelp {
 
+namespace {
+
+constexpr int kMaxUnderWay = 256;
+
+}  // namespace
+
 // Shared by the requests that were written on it.
 struct PCBAConnection {
     explicit PCBAConnection(std::shared_ptr<LocalSocketClient> socket)
@@ -64,11 +70,28 @@ std::shared_ptr<PCBAConnection> PCBAMessager::ConnectionForRequest() {
     return mKept;
 }
 
+// Ends early when the console is being stopped; its request is then one too many, but no more.
+void PCBAMessager::EnterRoom() {
+    MutexLock lock(mRoomMutex);
+    while (mUnderWay >= kMaxUnderWay && Thread::Wait(mRoom, mRoomMutex)) {
+    }
+    ++mUnderWay;
+}
+
+void PCBAMessager::LeaveRoom() {
+    {
+        MutexLock lock(mRoomMutex);
+        --mUnderWay;
+    }
+    mRoom.Signal();
+}
+
 unsigned PCBAMessager::HandleMessager(Command* command, void* processor) {
     auto token = std::make_unique<MessagerToken>();
     token->command.reset(command);
     token->processor = processor;
     TurnHolder turn(mWriting);
+    EnterRoom();
     // Not held: the console is being stopped; the request is answered as one that never left.
     // A kept peer that went away shows when it is written to: one more try on a new connection.
     for (int tries = 0; turn.Held() && tries < 2; ++tries) {
@@ -90,7 +113,7 @@ unsigned PCBAMessager::HandleMessager(Command* command, void* processor) {
 
 void PCBAMessager::Run() {
     while (mRunning) {
-        const std::unique_ptr<MessagerToken> token(mTokenQueue.dequeue());
+        std::unique_ptr<MessagerToken> token(mTokenQueue.dequeue());
         if (!mRunning) {
             break;
         }
@@ -111,6 +134,8 @@ void PCBAMessager::Run() {
         if (SendMessager(token->command.get(), token->processor) == kSuccess) {
             static_cast<void>(token->command.release());  // the console's now
         }
+        token.reset();
+        LeaveRoom();
     }
 }
 

@@ -22,7 +22,8 @@ struct PCBAConnection;
 // answers, in the order in which the requests were written, each on the connection that its request
 // was written on. With keep-alive that is one connection for all, replaced as soon as it is lost,
 // times out or brings a damaged record, so that a late answer never answers a later request;
-// without, one for each request.
+// without, one for each request. A console that asks faster than the daemon answers is held up, so
+// that neither memory nor descriptors run out.
 class PCBAMessager : public Messager {
   public:
     // The new module belongs to the caller; its thread is running.
@@ -49,12 +50,17 @@ class PCBAMessager : public Messager {
 
     std::shared_ptr<PCBAConnection> ConnectionForRequest();
     std::shared_ptr<PCBAConnection> OpenConnection();
+    void EnterRoom();
+    void LeaveRoom();
     int ReceiveRecord(PCBAConnection& connection, std::vector<char>& record);
     void Decode(std::vector<char>& record, Formatter* formatter);
 
     std::atomic<bool> mRunning{true};
     Turn mWriting;                          // held over writing a request and queuing its token
     std::shared_ptr<PCBAConnection> mKept;  // under mWriting; null without keep-alive
+    Mutex mRoomMutex;                       // a leaf
+    CondVar mRoom;                          // signalled when a request has been answered
+    int mUnderWay KELP_GUARDED_BY(mRoomMutex) = 0;  // requests whose tokens are not done yet
     MessageQueue<MessagerToken> mTokenQueue;
     const std::unique_ptr<PCBAMsgRunnable> mRunnable;
     const std::unique_ptr<Thread> mThread;  // last: it uses all of the above

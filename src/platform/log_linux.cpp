@@ -72,8 +72,9 @@ struct ThreadStamp {
 
 }  // namespace
 
+// The severities are the ranks of Android's debug, info and error.
 bool LogEnabled(LogSeverity severity) {
-    return Rank(Letter(severity)) >= sLowestRank;
+    return severity >= sLowestRank;
 }
 
 namespace log_backend {

@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <poll.h>
+#include <termios.h>
 
 #include <climits>
 #include <cstring>
@@ -192,6 +193,10 @@ void Processor::Answer(std::unique_ptr<Command> command) {
             // One client that does not read must not hold up the others again and again. The
             // receive thread sees the end of the stream and frees the slot.
             client->HangUp();
+        } else if (written < 0 && mMode == DEVICE_MODE) {
+            // The rest of a broken answer is of no use, and would hold up the closing of the line
+            // for as long as the host does not take it.
+            tcflush(fd, TCOFLUSH);
         }
         DUMPLOG_AS("SendCmd", kLogTag, "Response <<<<<<<", response.data(), response.size());
     }

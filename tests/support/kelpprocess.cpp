@@ -23,6 +23,7 @@ KelpProcess::KelpProcess(const std::vector<std::string>& arguments,
     words.emplace_back(KELP_DAEMON);
     words.insert(words.end(), arguments.begin(), arguments.end());
     std::vector<char*> argv;
+    argv.reserve(words.size() + 1);
     for (std::string& word : words) {
         argv.push_back(word.data());
     }

@@ -41,9 +41,9 @@ int FreePort() {
     struct sockaddr_in address = Loopback(0);
     socklen_t length = sizeof(address);
     const UniqueFd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    bind(fd.Get(), reinterpret_cast<const sockaddr*>(&address), length);
-    getsockname(fd.Get(), reinterpret_cast<sockaddr*>(&address), &length);
-    return ntohs(address.sin_port);
+    const bool bound = bind(fd.Get(), reinterpret_cast<const sockaddr*>(&address), length) == 0 &&
+                       getsockname(fd.Get(), reinterpret_cast<sockaddr*>(&address), &length) == 0;
+    return bound ? ntohs(address.sin_port) : 0;
 }
 
 bool Refused(int port) {

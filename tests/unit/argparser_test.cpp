@@ -15,6 +15,7 @@ using Records = std::vector<std::string>;
 Records Parse(std::vector<std::string> args) {
     args.insert(args.begin(), "kelp");
     std::vector<char*> argv;
+    argv.reserve(args.size() + 1);
     for (std::string& arg : args) {
         argv.push_back(arg.data());
     }
