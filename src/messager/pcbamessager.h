@@ -45,6 +45,9 @@ class PCBAMessager : public Messager {
     virtual int32_t ReadReqCommand(char* p, Formatter* formatter);
     virtual int32_t ReadResCommand(char* p, Formatter* formatter);
 
+    // Sets what a complete record holds, field by field as above.
+    void Decode(std::vector<char>& record, Formatter* formatter);
+
   private:
     using PCBAMsgRunnable = MemberRunnable<PCBAMessager, &PCBAMessager::Run>;
 
@@ -53,7 +56,6 @@ class PCBAMessager : public Messager {
     void EnterRoom();
     void LeaveRoom();
     int ReceiveRecord(PCBAConnection& connection, std::vector<char>& record);
-    void Decode(std::vector<char>& record, Formatter* formatter);
 
     std::atomic<bool> mRunning{true};
     Turn mWriting;                          // held over writing a request and queuing its token

@@ -1,0 +1,22 @@
+#!/usr/bin/env bash
+# Runs every command of docs/bench.md, as it stands there but for the port. Arguments: the page, the
+# directories of the built programs.
+set -euo pipefail
+page=$(realpath "$1")
+export PATH=$2:$3:$PATH
+command -v socat >/dev/null || { echo "socat is not installed" && exit 77; }
+dir=$(mktemp -d)
+trap 'kill $(jobs -p) 2>/dev/null || true; rm -rf "$dir"' EXIT
+cd "$dir"
+port=$((20000 + RANDOM % 10000))
+while (exec 3<>"/dev/tcp/127.0.0.1/$port") 2>/dev/null; do
+    port=$((port + 1))
+done
+sed -n '/^```sh$/,/^```$/{/^```/d;p}' "$page" | sed "s/\b3000\b/$port/g" >commands
+test -s commands
+# Job control, so that the page's %1 means what it means to who types it.
+set -m
+status=0
+PS4='$ ' timeout 120 bash -euxm commands || status=$?
+((status == 0)) || tail -n 30 kelp.log
+exit "$status"
