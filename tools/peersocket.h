@@ -9,6 +9,8 @@
 
 namespace kelp {
 
+struct LocalAddress;
+
 // Removes its file when it is destroyed, unless somebody has put another one there. One thread.
 class PeerSocket {
   public:
@@ -28,8 +30,7 @@ class PeerSocket {
     ino_t mInode = 0;
 };
 
-// Reads the notation of local sockets: '@' and an abstract name, else a path.
-struct LocalAddress;
+// Reads the notation of local sockets: '@' and an abstract name, else a path. False with errno.
 bool ParseLocalAddress(const std::string& name, LocalAddress& address);
 
 }  // namespace kelp

@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <utility>
 
 #include "benchtext.h"
 #include "platform/clock.h"
