@@ -6,7 +6,8 @@
 namespace kelp {
 
 // Lets one thread at a time pass, for as long as it likes. Unlike a mutex it may be held over an
-// exchange with a peer that never answers, because Thread::Stop ends the wait for it. Not fair.
+// exchange with a peer that never answers, because Thread::Stop ends the wait for it. Who waits
+// comes before who comes later.
 class Turn {
   public:
     // Blocks until the turn is the caller's. False when the calling thread has been asked to stop;
@@ -18,6 +19,7 @@ class Turn {
     Mutex mMutex;
     CondVar mLeft;
     bool mTaken KELP_GUARDED_BY(mMutex) = false;
+    int mWaiting KELP_GUARDED_BY(mMutex) = 0;
 };
 
 class TurnHolder {
