@@ -1,0 +1,141 @@
+"""Usage: check_test.py KELP-CHECK EXAMPLES. Holds both against one table of configurations."""
+import functools
+import glob
+import json
+import pathlib
+import socket
+import subprocess
+import sys
+import tempfile
+import unittest
+
+import jsonschema
+
+PROGRAM, EXAMPLES = sys.argv[1:]
+FIRST = '{"receive-mode": {"mode": "tail"},\n'
+UNCUT = ': no console cuts anything into commands'
+WHOLE = 'must be a whole number from %d to 2147483647'
+
+# The members behind FIRST, or a whole text; whether the schema refuses it (it cannot see what
+# depends on order, on other members or on the machine); and all that is warned of.
+ROWS = [
+    ('"$schema": "x", "console": {"usb": {"active": {"p": "1"}}}', False),
+    ('"console": {"usb": {"active": true, "port": 1,\n"\\u0070ort": 2}}', False,
+     '3:1: a second "port": this one counts, but at the place of the first'),
+    ('"console": {"serial": {},\n"usb": {"route": ""}, "uart": {"active": {}},\n"tcp": {"active": '
+     '{"p": 1, "q": ""}}}', True, '3:42: "active" names no property: it is off',
+     '2:13: no such console as "serial"; there are "uart", "usb", "local" and "tcp"',
+     '3:1: "usb" without "active" is off', '3:18: "route" must name a tty',
+     '4:25: the value of a property must be a string: "1" is expected',
+     '4:28: only the first property counts'),
+    ('"console": {"tcp": {"active": 1,\n"support": 1, "port": 65536,\n"timeout": 1.5, "x": 0,'
+     '\n"route": "lan"}, "local": {"timeout": 5, "active": true, "port": 0,\n"route": "x"}}', True,
+     '2:31: "active" must be true, false or {"PROPERTY": "VALUE"}: it is off',
+     '3:12: "support" must be true or false', '3:23: "port" must be a whole number from 1 to 65535',
+     '4:12: "timeout" ' + WHOLE % 0, '4:17: unknown key "x"',
+     '5:10: "route" must be an IPv4 address, or empty for all of them',
+     '6:1: "route" of "local" is not read: only its "timeout" is'),
+    ('{"console": [], "x": 1}', True, '1:1: no "receive-mode"' + UNCUT,
+     '1:13: "console" must be an object', '1:17: unknown key "x"'),
+    *[('{"receive-mode": {%s}}' % members, True, warning) for members, warning in [
+        ('"mode": ""', '1:27: "mode" must be "tail" or "timetick"' + UNCUT),
+        ('', '1:2: "receive-mode" without "mode"' + UNCUT),
+        ('"mode": "timetick", "tail": "0D"',
+         '1:2: "timetick" without "millisecond": whatever one read brings is a command'),
+        ('"mode": "timetick", "millisecond": 0', '1:54: "millisecond" ' + WHOLE % 1)]],
+    *[('{"receive-mode": {"mode": "tail", "tail": "%s"}}' % tail, True,
+       '1:43: "tail" %s: commands end with %s' % (wrong, result)) for tail, wrong, result in [
+        ('', 'is too short', '0D0A'), ('0D0A0', 'has an odd digit', '0D0A'),
+        ('0D..', 'has more in it than hexadecimal digits', '0D0D'),
+        ('0a', 'of one byte is found only when more bytes follow', '0A'),
+        ('AB' * 33, 'is cut to 32 bytes', 'AB' * 32)]],
+    ('"module": {"whitelist": {\n"wcn": ["A"], "a": ["B"],\n"b": []}, "support-modules":'
+     '\n["a",\n"a", 1], "fm": 1}', True, '4:1: no such module as "b" in "support-modules"',
+     '3:15: not read: "support-modules", which creates "a", must come before "whitelist"',
+     '6:1: module "a" has no "path" to its peer', '6:1: "a" is named twice',
+     '6:6: the name of a module must be a string', '6:10: unknown key "fm"'),
+    ('"module": {"interaction":\n{"wcn": {"path": "%s"},\n"modem": {"path": "", "wait": 1,'
+     '\n"timeout": -1, "keep-alive": 1}}}' % ('x' * 108), True, '4:23: unknown key "wait"',
+     '3:18: module "wcn": no local socket can have this "path"', '5:12: "timeout" ' + WHOLE % 0,
+     '4:19: module "modem" has no "path" to its peer', '5:30: "keep-alive" must be true or false'),
+    ('"module": {"whitelist":\n{"wcn": ["AT+b", "A\\r\\nT", "AT+C", ""], "modem": [2]},'
+     '\n"test-commands": {"modem": {},\n"wcn": [""]}}', True,
+     '3:10: "AT+b" never matches: requests are compared in upper case',
+     '3:18: "A\\r\\nT" never matches: requests come without their terminator',
+     '3:51: a command must be a string', '4:28: "modem" must be an array',
+     '5:9: "" never matches: no request is empty'),
+    ('"module": {"support-modules": ["kelp"], "whitelist": {"modem": ["AT", "AZ"],'
+     '\n"wcn": ["AT+WX"],\n"kelp": ["A", "AT+WXY"]}, "test-commands": {"wcn": ["AZI"],'
+     '\n"modem": ["AZI", "AT+WX"], "kelp": ["AZI", "AZ+", "A"]}}', False,
+     *['%s is hidden by module "%s", which is asked first' % row for row in [
+         ('4:15: "AT+WXY"', 'wcn'), ('5:11: "AZI"', 'wcn'), ('5:18: "AT+WX"', 'wcn'),
+         ('5:37: "AZI"', 'wcn'), ('5:44: "AZ+"', 'modem')]]),
+]
+
+
+def check(*arguments):
+    return subprocess.run([PROGRAM, *arguments], capture_output=True, text=True, timeout=60)
+
+
+def write(text):
+    pathlib.Path(PATH).write_text(text)
+
+
+class CheckTest(unittest.TestCase):
+    def test_table(self):
+        for members, refused, *warnings in ROWS:
+            text = members if members[0] == "{" else FIRST + members + "}"
+            with self.subTest(text):
+                write(text)
+                run = check("--no-paths", PATH)
+                said = run.stderr.replace(PATH + ":", "").replace(" warning:", "").splitlines()
+                self.assertEqual(sorted(said), sorted(warnings))
+                self.assertEqual(run.returncode, 1 if warnings else 0)
+                self.assertEqual(SCHEMA.is_valid(json.loads(text)), not refused)
+                write(run.stdout)
+                self.assertEqual(check("--no-paths", PATH).stdout, run.stdout)
+
+    def test_examples(self):
+        jsonschema.Draft202012Validator.check_schema(SCHEMA.schema)
+        for path in glob.glob(EXAMPLES + "/*.json") + glob.glob(EXAMPLES + "/../android/*.json"):
+            example = json.loads(pathlib.Path(path).read_text())
+            if path.endswith(".schema.json") or "roles" in example:
+                continue
+            run = check("--no-paths", path)
+            self.assertEqual((run.returncode, run.stderr), (0, ""))
+            result = json.loads(run.stdout)
+            SCHEMA.validate(example)
+            SCHEMA.validate(result)
+            for way in (("receive-mode",), ("console", "usb"), ("module", "interaction", "wcn")):
+                want, have = (functools.reduce(dict.get, way, d) for d in (example, result))
+                self.assertEqual({**have, **(want or {})}, have)
+            for name, entries in example["module"]["whitelist"].items():
+                self.assertEqual(result["module"]["whitelist"][name], sorted(entries))
+
+    def test_sockets(self):
+        path = PATH + ".s"
+        write(FIRST + '"module": {"interaction": {"wcn": {"path": "%s"},'
+              '"modem": {"path": "@m%s"}}}}' % (path, path))
+        with socket.socket(socket.AF_UNIX) as file, socket.socket(socket.AF_UNIX) as abstract:
+            for step, missing in [(lambda: 0, 2), (lambda: file.bind(path), 1),
+                                  (lambda: abstract.bind("\0@m" + path), 1), (abstract.listen, 0)]:
+                step()
+                run = check(PATH)
+                self.assertEqual((run.stderr.count(": no socket at "), run.returncode),
+                                 (missing, min(missing, 1)))
+
+    def test_refusals(self):
+        write("{\n ,}")
+        for run, status, said in [
+                (check(PATH), 2, PATH + ":2:2: error: not valid JSON\n"),
+                (check("/x", EXAMPLES + "/kelp.json"), 2, "/x: error: No such file or directory\n"),
+                (check("-xy"), 64, "kelp-check: -x: no such option\nTry kelp-check --help\n")]:
+            self.assertEqual((run.returncode, run.stderr[:len(said)]), (status, said))
+        self.assertIn("Usage: kelp-check", check("--help").stdout)
+
+
+SCHEMA = jsonschema.Draft202012Validator(
+    json.loads(pathlib.Path(EXAMPLES + "/kelp.schema.json").read_text()))
+with tempfile.TemporaryDirectory() as directory:
+    PATH = directory + "/k.json"
+    unittest.main(argv=sys.argv[:1])
