@@ -1,0 +1,67 @@
+# What `cmake --install` puts on a bench PC, the Debian package that `cpack -G DEB` makes of it, and
+# the check of both. On a device the platform's own build installs kelp.
+if(ANDROID)
+    return()
+endif()
+
+include(GNUInstallDirs)
+set(kelp_data_dir ${CMAKE_INSTALL_DATADIR}/kelp)
+set(kelp_unit_dir lib/systemd/system)
+
+install(TARGETS kelp DESTINATION ${CMAKE_INSTALL_SBINDIR})
+install(FILES docs/man/kelp.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
+install(FILES docs/man/kelp.json.5 DESTINATION ${CMAKE_INSTALL_MANDIR}/man5)
+foreach(program kelp-check kelp-peer kelp-send)
+    if(TARGET ${program})
+        install(TARGETS ${program} DESTINATION ${CMAKE_INSTALL_BINDIR})
+        install(FILES docs/man/${program}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+    endif()
+endforeach()
+
+# The configuration that the service starts from, beside the schema that editors check it with.
+install(FILES examples/kelp.json DESTINATION ${kelp_data_dir})
+install(FILES examples/kelp.schema.json DESTINATION ${kelp_data_dir})
+install(DIRECTORY examples/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
+install(FILES NOTICE DESTINATION ${CMAKE_INSTALL_DOCDIR})
+
+# The prefix is known no sooner than at the installation: the package has another than the build.
+install(CODE "
+    set(KELP_INSTALLED_DAEMON \${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_SBINDIR}/kelp)
+    set(KELP_INSTALLED_CONFIG \${CMAKE_INSTALL_PREFIX}/${kelp_data_dir}/kelp.json)
+    set(KELP_ENVIRONMENT_FILE /etc/default/kelp)
+    configure_file(${CMAKE_CURRENT_LIST_DIR}/kelp.service.in
+        ${PROJECT_BINARY_DIR}/kelp.service @ONLY)")
+install(FILES ${PROJECT_BINARY_DIR}/kelp.service DESTINATION ${kelp_unit_dir})
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_VENDOR "The kelp maintainers")
+set(CPACK_PACKAGE_CONTACT "The kelp maintainers <kelp@localhost>" CACHE STRING
+    "Maintainer field of the package")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "command relay for factory and bench tests")
+set(CPACK_PACKAGE_DESCRIPTION
+    "kelp takes the short text commands of a test station over USB serial, UART,
+TCP or a local socket, relays each to the daemon that serves it, and writes the
+answer back. With it come programs that play stations and peer daemons.")
+set(CPACK_STRIP_FILES ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SECTION utils)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+if(CMAKE_CROSSCOMPILING AND CMAKE_SYSTEM_PROCESSOR STREQUAL aarch64)
+    set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE arm64)
+endif()
+# dpkg-shlibdeps finds no libraries of another architecture.
+find_program(KELP_SHLIBDEPS dpkg-shlibdeps)
+mark_as_advanced(KELP_SHLIBDEPS)
+if(KELP_SHLIBDEPS AND NOT CMAKE_CROSSCOMPILING)
+    set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+else()
+    set(CPACK_DEBIAN_PACKAGE_DEPENDS "libc6, libstdc++6")
+endif()
+include(CPack)
+
+if(KELP_BUILD_TESTS AND NOT CMAKE_CROSSCOMPILING)
+    add_test(NAME install
+        COMMAND ${PROJECT_SOURCE_DIR}/tests/install_test.sh ${CMAKE_COMMAND} ${PROJECT_BINARY_DIR})
+    set_tests_properties(install PROPERTIES
+        LABELS install TIMEOUT 300 RESOURCE_LOCK kelp_local_console)
+endif()

@@ -1,0 +1,70 @@
+#!/usr/bin/env bash
+# Installs a build into a scratch root, runs what is there, checks its manual pages and its service
+# unit, and makes the Debian package. Usage: install_test.sh CMAKE BUILD_DIRECTORY
+set -euo pipefail
+
+# The daemon's local console has one name in each network namespace.
+if [[ -z ${KELP_OWN_NAMESPACE-} ]] && unshare -rn true 2>/dev/null; then
+    KELP_OWN_NAMESPACE=1 exec unshare -rn "$0" "$@"
+fi
+cmake=$1 build=$2 console=@/dev/socket/kelp root=$(mktemp -d) jobs=()
+trap '((${#jobs[@]} == 0)) || kill "${jobs[@]}" || true; wait; rm -rf "$root"' EXIT
+fail() { echo "FAILED: $*" >&2; exit 1; }
+have() { command -v "$1" >/dev/null || { echo "SKIPPED: no $1 here"; return 1; }; }
+
+DESTDIR=$root "$cmake" --install "$build" --prefix /usr >"$root/manifest"
+PATH=$root/usr/sbin:$root/usr/bin:$PATH
+examples=$root/usr/share/doc/kelp/examples
+for name in kelp kelp-check kelp-peer kelp-send; do
+    [[ $(command -v "$name") == "$root/usr/"* ]] || fail "$name is not installed"
+done
+
+kelp-check --no-paths "$root/usr/share/kelp/kelp.json" >"$root/whole" || fail "the shipped example"
+for key in $(grep -oE '"[a-z-]+":' "$root/whole" | tr -d '":' | sort -u); do
+    grep -qE "^\.BR? $key( |\$)" "$root/usr/share/man/man5/kelp.json.5" ||
+        fail "kelp.json.5 says nothing of $key"
+done
+
+# The installed example, moved to this directory.
+sed "s#/dev/socket/#$root/#" "$root/usr/share/kelp/kelp.json" >"$root/kelp.json"
+sed "s#/tmp/kelp-bench/#$root/#" "$examples/bench-peers.json" >"$root/peers.json"
+kelp-peer "$root/peers.json" >"$root/ready" & jobs+=($!)
+kelp "--file=$root/kelp.json" 2>"$root/log" & jobs+=($!)
+status=3
+for ((i = 0; i < 200 && status == 3; i++)); do
+    sleep 0.05
+    [[ -s $root/ready ]] || continue
+    kelp-send $console 'AT+WIFI?' >"$root/answer" 2>/dev/null && status=0 || status=$?
+done
+((status == 0)) || fail "AT+WIFI?: $status" "$(<"$root/log")"
+grep -q '^+WIFI:1,-47' "$root/answer" || fail "AT+WIFI?:" "$(<"$root/answer")"
+kelp-send $console AT+XYZ >"$root/answer" && fail "AT+XYZ is served"
+grep -q '^Unsupport command' "$root/answer" || fail "AT+XYZ:" "$(<"$root/answer")"
+
+for page in "$root"/usr/share/man/man?/*; do
+    if have man; then
+        warnings=$(LC_ALL=C.UTF-8 MANROFFSEQ='' man --warnings -l -Tutf8 -Z "$page" 2>&1 >/dev/null)
+        [[ -z $warnings ]] || fail "$page: $warnings"
+    fi
+    name=$(basename "$page")
+    [[ $name == *.1 ]] || continue
+    sed 's/\\-/-/g' "$page" >"$root/page"
+    for option in $("${name%.1}" --help | grep -oE -- '--[a-z-]+' | sort -u); do
+        grep -qE -- "$option([^a-z-]|\$)" "$root/page" || fail "$name says nothing of $option"
+    done
+done
+if have systemd-analyze; then
+    sed "s#\([= -]\)/usr/#\1$root/usr/#" "$root"/usr/lib/systemd/system/kelp.service \
+        >"$root/kelp.service"
+    complaints=$(systemd-analyze verify --man=no "$root/kelp.service" 2>&1 | grep kelp || true)
+    [[ -z $complaints ]] || fail "$complaints"
+fi
+if have dpkg-deb; then
+    "$(dirname "$cmake")/cpack" -G DEB --config "$build/CPackConfig.cmake" -B "$root/deb" \
+        >"$root/log" 2>&1 || fail "$(<"$root/log")"
+    dpkg-deb --contents "$root"/deb/kelp_*.deb | sed -n 's#.* \./\(.*[^/]\)$#\1#p' | sort \
+        >"$root/packed"
+    (cd "$root" && find usr -type f | sort) | diff - "$root/packed" ||
+        fail "the package differs from the installation"
+    dpkg-deb --field "$root"/deb/kelp_*.deb
+fi
