@@ -2,6 +2,10 @@
 # Runs every command of docs/bench.md, as it stands there but for the port. Arguments: the page, the
 # directories of the built programs.
 set -euo pipefail
+# The daemon's local console has one name in each network namespace.
+if [[ -z ${KELP_OWN_NAMESPACE-} ]] && unshare -rn ip link set lo up 2>/dev/null; then
+    KELP_OWN_NAMESPACE=1 exec unshare -rn sh -c 'ip link set lo up && exec "$0" "$@"' "$0" "$@"
+fi
 page=$(realpath "$1")
 export PATH=$2:$3:$PATH
 command -v socat >/dev/null || { echo "socat is not installed" && exit 77; }

@@ -1,7 +1,6 @@
-// Stations and cables at their worst: amounts, slowness, exhaustion, loss of the line.
+// Stations and cables at their worst: amounts, slowness, loss of the line.
 
 #include <signal.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
 
 #include <array>
@@ -71,26 +70,6 @@ TEST_F(Endurance, OneLongBurstCostsNoMoreThanItsParts) {
     }
     // Quadratic cost would be four times as much.
     EXPECT_LT(cpuMs(4 * kQuarter), parts * 5 / 2 + 50) << parts;
-}
-
-TEST_F(Endurance, ExhaustedDescriptorsNeitherSpinNorFlood) {
-    Start();
-    Station served = Tcp();
-    ASSERT_TRUE(served.Answers("X\r\n", Unsupported("X")));
-    const struct rlimit normal = {1024, 1024};
-    const struct rlimit none = {3, 1024};
-    ASSERT_EQ(prlimit(mKelp->Pid(), RLIMIT_NOFILE, &none, nullptr), 0);
-    Station waiting = Tcp();
-    ASSERT_TRUE(mKelp->WaitForLog("tcp-->accept error: 24\n"));
-    const int64_t cpu = mKelp->CpuMs();
-    const int64_t begin = MonotonicMs();
-    for (int i = 0; i < 10; ++i) {
-        EXPECT_TRUE(served.Answers("X\r\n", Unsupported("X")));
-    }
-    EXPECT_LT(mKelp->CpuMs() - cpu, 20 + (MonotonicMs() - begin) / 2);
-    EXPECT_LE(mKelp->Logged("accept error"), 2 + (MonotonicMs() - begin) / 10000);
-    ASSERT_EQ(prlimit(mKelp->Pid(), RLIMIT_NOFILE, &normal, nullptr), 0);
-    EXPECT_TRUE(waiting.Answers("X\r\n", Unsupported("X")));
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "support/bench.h"
+#include "support/procstat.h"
 #include "support/wait.h"
 
 namespace kelp::test {
@@ -79,6 +80,7 @@ TEST_F(Modem, AbsentDaemonIsTried21TimesASecondApart) {
     ASSERT_TRUE(mKelp->WaitForLog(" E KELP    : Run: Connect Fail. Exit!!!\n"));
     EXPECT_GE(MonotonicMs() - begin, 21000);
     EXPECT_EQ(mKelp->Logged(" E KELP    : TryConnect: reach max count(20). Connect fail.\n"), 1);
+    EXPECT_TRUE(KELP_SANITIZED || StaysIdle(mKelp->Pid()));
     Station station = Tcp();
     EXPECT_TRUE(station.Answers("AT+M\r\nX\r\n", Unsupported("X")));
 }

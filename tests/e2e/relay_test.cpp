@@ -103,18 +103,20 @@ TEST_F(Relay, ClientsThatLeaveGetWhatTheyCanAndLoseNothingOfOthers) {
         {"closes", [](Station& s) { const Station gone = std::move(s); }, ""},
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        Station leaver = Tcp();
-        const std::string request = std::string("AT+W ") + row.name;
-        ASSERT_TRUE(leaver.Send(request + "\r\n"));
-        ASSERT_TRUE(wcn->WaitForRequest(request));
-        row.leave(leaver);
-        EXPECT_TRUE(usb.Answers("X\r\n", Unsupported("X")));
-        Station next = Tcp();
-        ASSERT_TRUE(wcn->Push("late"));
-        // Never the answer of the one who left.
-        EXPECT_TRUE(next.Answers("Y\r\n", Unsupported("Y")));
-        EXPECT_EQ(leaver.ReceiveToEnd(), row.got);
+        for (const bool tcp : {true, false}) {
+            SCOPED_TRACE(std::string(row.name) + (tcp ? ", TCP" : ", local"));
+            Station leaver = tcp ? Tcp() : Station::Local();
+            const std::string request = std::string("AT+W ") + row.name + (tcp ? "1" : "2");
+            ASSERT_TRUE(leaver.Send(request + "\r\n"));
+            ASSERT_TRUE(wcn->WaitForRequest(request));
+            row.leave(leaver);
+            EXPECT_TRUE(usb.Answers("X\r\n", Unsupported("X")));
+            Station next = tcp ? Tcp() : Station::Local();
+            ASSERT_TRUE(wcn->Push("late"));
+            // Never the answer of the one who left.
+            EXPECT_TRUE(next.Answers("Y\r\n", Unsupported("Y")));
+            EXPECT_EQ(leaver.ReceiveToEnd(), row.got);
+        }
     }
     for (int i = 0; i < 100; ++i) {
         Station oneShot = Tcp();

@@ -40,8 +40,11 @@ using Log = Bench;
 TEST_F(Log, NothingThatAClientSendsForgesARecord) {
     Start();
     const std::string forged =
-        "X\n01-01 00:00:00.000     1     1 E KELP    : ReadCmd: forged\r\x1b[2J\x01\xff\n";
+        "X\n01-01 00:00:00.000     1     1 E KELP    : FORGED: X\r\x1b[2J\x01\xff\n";
     EXPECT_TRUE(Tcp().Answers(forged + "\r\n", Unsupported(forged)));
+    // An address is logged as it was given.
+    EXPECT_TRUE(Tcp().Answers("ZAT+IP=" + forged + "\r\n", Ok("ZAT+IP=" + forged)));
+    EXPECT_TRUE(mKelp->WaitForLog(":IP Address: X\\n01-01 00:00:00.000"));
     // The shape of every line is looked at when the test ends.
     EXPECT_EQ(mKelp->Logged("\n01-01 00:00:00.000     1"), 0);
 }

@@ -19,7 +19,7 @@ class Program {
   public:
     explicit Program(const std::string& command)
         : mPipe(popen(("echo $$; exec " + command + " 2>&1").c_str(), "re")),
-          mPid(atoi(Output('\n').c_str())) {}
+          mPid(static_cast<pid_t>(strtol(Output('\n').c_str(), nullptr, 10))) {}
     ~Program() { End(SIGKILL); }
     Program(const Program&) = delete;
     Program& operator=(const Program&) = delete;

@@ -1,0 +1,127 @@
+// Noise on all consoles at once, with sessions in between that must be answered exactly.
+// KELP_NOISE_SECONDS and KELP_NOISE_SEED of the environment choose how long, and which noise.
+
+#include <algorithm>
+#include <atomic>
+#include <iostream>
+#include <random>
+#include <thread>
+
+#include "support/bench.h"
+#include "support/procstat.h"
+#include "support/wait.h"
+
+namespace kelp::test {
+namespace {
+
+using Noise = Bench;
+using Random = std::mt19937;
+
+int Setting(const char* name, int otherwise) {
+    const char* const text = getenv(name);
+    return text != nullptr ? static_cast<int>(strtol(text, nullptr, 10)) : otherwise;
+}
+
+// One line without its terminator: valid, valid with a few bytes changed, or bytes alone. Never one
+// for the modem, whose answers go to who spoke last, and of the control commands only a harmless
+// one: what is changed would not stay where it was found.
+std::string Line(Random& random) {
+    static const std::string kValid[] = {"AT+W=1",     "at+wifi?",  "WT",         "BT",
+                                         "AT+B=\"x\"", "ZAT+NOISE", "AT+UNKNOWN", "AT+C"};
+    std::string line = kValid[random() % std::size(kValid)];
+    if (random() % 2 == 0) {
+        line.resize(random() % 64 == 0 ? 100000 : random() % 300);
+        std::generate(line.begin(), line.end(), [&] { return static_cast<char>(random()); });
+    }
+    for (unsigned changes = random() % 4; changes > 0 && !line.empty(); --changes) {
+        line[random() % line.size()] = "\0\r\n\xff+TAW"[random() % 8];
+    }
+    for (size_t at; (at = line.find("\r\n")) != std::string::npos;) {
+        line.erase(at, 2);
+    }
+    return line;
+}
+
+// What the daemon answers; nothing for what must not be sent.
+std::string Expected(const std::string& line) {
+    std::string upper = line;
+    std::transform(line.begin(), line.end(), upper.begin(), [](char c) {
+        return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
+    });
+    const std::string text = upper.c_str();  // test commands end at a zero byte
+    const auto begins = [&](const char* prefix) { return upper.rfind(prefix, 0) == 0; };
+    if (begins("AT+W") || text == "WT") {
+        return "<wcn:" + line + ">";
+    }
+    if (begins("AT+B") || text == "BT") {
+        return "<bench:" + line + ">";
+    }
+    if (upper == "ZAT+NOISE") {
+        return line + "\r\n\r\n+NOISE:Unsupport command\r\n\r\nOK\r\n";
+    }
+    if (line.empty() || begins("ZAT+") || begins("AT+M") || begins("AT+P") || begins("AT+F")) {
+        return "";
+    }
+    return Unsupported(line);
+}
+
+TEST_F(Noise, EveryRequestBetweenIsAnsweredExactly) {
+    const int seconds = Setting("KELP_NOISE_SECONDS", 3);
+    const auto seed = static_cast<unsigned>(Setting("KELP_NOISE_SEED", 1));
+    const auto wcn = Wcn(), bench = Default();
+    // Every refusal is logged: too much for a disk when it is millions.
+    Start(seed % 2 == 0, kTail, {seconds <= 10 ? "ANDROID_LOG_TAGS=*:E" : "ANDROID_LOG_TAGS=*:S"});
+    const int64_t endMs = MonotonicMs() + int64_t{seconds} * 1000;
+    std::atomic<int64_t> answered{0};
+    std::atomic<bool> good{true};
+    // One client of each console at a time: the clients of one share its buffer.
+    const auto play = [&](unsigned console) {
+        Random random(seed * 4 + console);
+        const auto connect = [&] {
+            return console == 0   ? Tcp()
+                   : console == 1 ? Station::Local()
+                                  : Station::Line((console == 2 ? mUsb : mUart).Master());
+        };
+        Station station = connect();
+        while (good && MonotonicMs() < endMs) {
+            std::string bytes, answers;
+            for (unsigned lines = 1 + random() % 20; lines > 0; --lines) {
+                const std::string line = Line(random), answer = Expected(line);
+                if (!answer.empty()) {
+                    bytes += line + "\r\n";
+                    answers += answer;
+                    ++answered;
+                }
+            }
+            const size_t cut = random() % (bytes.size() + 1);
+            const testing::AssertionResult result =
+                station.Send(bytes.substr(0, cut)) ? station.Answers(bytes.substr(cut), answers)
+                                                   : testing::AssertionFailure() << "cannot send";
+            EXPECT_TRUE(good = result)
+                << "seed " << seed << " console " << console << result.message();
+            if (console < 2 && random() % 16 == 0) {
+                EXPECT_TRUE(station.Send("AT+W half a line, and gone"));
+                station.HalfClose();
+                EXPECT_EQ(station.ReceiveToEnd(), "");
+                station = connect();
+            }
+        }
+    };
+    std::vector<std::thread> players;
+    for (unsigned console = 0; console < 4; ++console) {
+        players.emplace_back(play, console);
+    }
+    Thread::SleepMs(seconds * 1000 / 3);
+    const int64_t residentKb = ResidentKb(mKelp->Pid());
+    for (std::thread& player : players) {
+        player.join();
+    }
+    const int64_t endKb = ResidentKb(mKelp->Pid());
+    EXPECT_LT(endKb, residentKb + kRoomKb);
+    EXPECT_LT(static_cast<int64_t>(mKelp->Log().size()), answered * 256);
+    std::cout << answered << " requests answered exactly; " << residentKb << " KiB early, " << endKb
+              << " at the end; log " << mKelp->Log().size() << " bytes\n";
+}
+
+}  // namespace
+}  // namespace kelp::test
