@@ -86,22 +86,6 @@ TEST(Tools, AnswersOutcomesAndExitStatus) {
     EXPECT_EQ(peer.End(SIGTERM), "0");
 }
 
-TEST(Tools, RecordsAreExact) {
-    const std::string zero(4, '\0'), one("\1\0\0\0", 4), minus(4, '\xFF');
-    const std::pair<const char*, std::string> rows[] = {
-        {" --answer r --result -1", minus + one + "Q" + one + "r"},
-        {" --answer r --no-echo", zero + zero + one + "r"},
-        {" --echo-text Z --request-length -1 --response-length 1", zero + minus + "Z" + one},
-        {" --answer r --bytes 6", zero + std::string("\1\0", 2)},
-        {" --request none", std::string("\x73\x17\0\0", 4) + one + "Q" + zero},
-    };
-    for (const auto& [options, record] : rows) {
-        Program peer(KELP_PEER " --pcba $S --request-start Q" + std::string(options));
-        ASSERT_EQ(peer.Output('\n'), "ready " + kSocket + "\n") << options;
-        EXPECT_EQ(Send("$S QQ --quiet 500"), record + record + "|4") << options;
-    }
-}
-
 TEST(Tools, BadScriptIsRefusedWithItsPlace) {
     const TempDir dir;
     const std::string answers = R"({"roles": [{"role": "wcn", "socket": "@x", "answers": [)"
