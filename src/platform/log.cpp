@@ -41,12 +41,18 @@ size_t Escape(unsigned char c, char* out) {
 }  // namespace
 
 void LogStream::Append(const char* data, size_t length) {
-    for (size_t i = 0; i < length && mLength < kCapacity; ++i) {
-        const auto c = static_cast<unsigned char>(data[i]);
-        if (!IsControl(c)) {
-            mText[mLength++] = data[i];
-            continue;
+    const char* const end = data + length;
+    while (data < end && mLength < kCapacity) {
+        const char* const control = std::find_if(
+            data, end, [](char c) { return IsControl(static_cast<unsigned char>(c)); });
+        const size_t plain = std::min(static_cast<size_t>(control - data), kCapacity - mLength);
+        memcpy(mText + mLength, data, plain);
+        mLength += plain;
+        if (control == end) {
+            return;
         }
+        data = control + 1;
+        const auto c = static_cast<unsigned char>(*control);
         char escaped[4];
         const size_t n = Escape(c, escaped);
         if (mLength + n > kCapacity) {

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <string_view>
 
 #include "platform/logbackend.h"
 
@@ -63,11 +64,25 @@ int ReadFilter() {
 // Read while the program loads, before any thread exists; only read afterwards.
 const int sLowestRank = ReadFilter();
 
+// What all records of one thread in one second begin with: "MM-DD HH:MM:SS.mmm PID TID ". Only the
+// milliseconds are written anew for each.
 struct ThreadStamp {
-    pid_t pid = getpid();
-    long tid = syscall(SYS_gettid);
+    static constexpr size_t kMilliseconds = 15;  // where they stand
+
+    void Refresh(time_t now) {
+        struct tm local;
+        localtime_r(&now, &local);
+        char date[24] = {};
+        strftime(date, sizeof(date), "%m-%d %H:%M:%S", &local);
+        const int written =
+            snprintf(head, sizeof(head), "%s.000 %5d %5ld ", date, getpid(), syscall(SYS_gettid));
+        length = std::min(static_cast<size_t>(std::max(written, 0)), sizeof(head) - 1);
+        second = now;
+    }
+
     time_t second = -1;
-    char date[24];  // "MM-DD HH:MM:SS" of `second`
+    size_t length = 0;
+    char head[64];
 };
 
 }  // namespace
@@ -85,15 +100,26 @@ size_t Prefix(char* out, size_t capacity, LogSeverity severity, const char* tag,
     struct timespec now;
     clock_gettime(CLOCK_REALTIME, &now);
     if (now.tv_sec != stamp.second) {
-        struct tm local;
-        localtime_r(&now.tv_sec, &local);
-        strftime(stamp.date, sizeof(stamp.date), "%m-%d %H:%M:%S", &local);
-        stamp.second = now.tv_sec;
+        stamp.Refresh(now.tv_sec);
     }
-    const int length =
-        snprintf(out, capacity, "%s.%03ld %5d %5ld %c %-8s: %s: ", stamp.date,
-                 now.tv_nsec / 1000000, stamp.pid, stamp.tid, Letter(severity), tag, function);
-    return std::min(static_cast<size_t>(std::max(length, 0)), capacity - 1);
+    auto left = static_cast<unsigned>(now.tv_nsec / 1000000);
+    for (size_t digit = ThreadStamp::kMilliseconds + 3; digit-- > ThreadStamp::kMilliseconds;) {
+        stamp.head[digit] = static_cast<char>('0' + left % 10);
+        left /= 10;
+    }
+    const char letter[] = {Letter(severity), ' '};
+    constexpr std::string_view kPadding = "        ";
+    const std::string_view tagText(tag);
+    size_t length = 0;
+    for (const std::string_view part :
+         {std::string_view(stamp.head, stamp.length), std::string_view(letter, sizeof(letter)),
+          tagText, kPadding.substr(std::min(tagText.size(), kPadding.size())),
+          std::string_view(": "), std::string_view(function), std::string_view(": ")}) {
+        const size_t taken = std::min(part.size(), capacity - length);
+        memcpy(out + length, part.data(), taken);
+        length += taken;
+    }
+    return length;
 }
 
 void Emit(LogSeverity, const char*, char* text, size_t length) {
