@@ -90,8 +90,11 @@ void LocalSocketClient::sclose() {
         return;
     }
     if (mConnection != nullptr) {
-        // Wakes a reader; the descriptor itself lives until the last user has let go.
-        shutdown(mConnection->Get(), SHUT_RDWR);
+        // Wakes a reader; the descriptor itself lives until the last user has let go. Users take
+        // their share under the lock, so without one now there will be none.
+        if (mConnection.use_count() > 1) {
+            shutdown(mConnection->Get(), SHUT_RDWR);
+        }
         mConnection.reset();
     }
     mState = reads && mState != State::kClosed ? State::kLost : State::kClosed;
