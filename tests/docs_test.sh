@@ -10,14 +10,16 @@ page=$(realpath "$1")
 export PATH=$2:$3:$PATH
 command -v socat >/dev/null || { echo "socat is not installed" && exit 77; }
 dir=$(mktemp -d)
-trap 'kill $(jobs -p) 2>/dev/null || true; rm -rf "$dir"' EXIT
+trap 'rm -rf "$dir"' EXIT
 cd "$dir"
 port=$((20000 + RANDOM % 10000))
 while (exec 3<>"/dev/tcp/127.0.0.1/$port") 2>/dev/null; do
     port=$((port + 1))
 done
-sed -n '/^```sh$/,/^```$/{/^```/d;p}' "$page" | sed "s/\b3000\b/$port/g" >commands
-test -s commands
+# What the page starts in the background ends with it, however it ends.
+echo 'trap "exit 1" TERM; trap "kill \$(jobs -p) 2>/dev/null" EXIT' >commands
+sed -n '/^```sh$/,/^```$/{/^```/d;p}' "$page" | sed "s/\b3000\b/$port/g" >>commands
+grep -q kelp-send commands
 # Job control, so that the page's %1 means what it means to who types it.
 set -m
 status=0

@@ -20,6 +20,8 @@ namespace kelp {
 
 namespace {
 
+constexpr int kLetGoTries = 1000;
+constexpr int kLetGoPauseMs = 1;
 constexpr int kAcceptPauseMs = 50;
 constexpr int kAcceptLogPauseMs = 10000;
 
@@ -162,8 +164,13 @@ int Processor::ConnectByApp() {
 void Processor::DisConnectByApp() {
     MutexLock life(mLifeMutex);
     DisConnect();
-    // The kernel keeps a closed descriptor alive for as long as a select waits on it.
+    // The kernel keeps a closed descriptor alive, and its address taken, for as long as a select
+    // waits on it.
+    const uint64_t round = mSelectRound;
     Nudge();
+    for (int i = 0; i < kLetGoTries && round % 2 == 1 && mSelectRound == round; ++i) {
+        Thread::SleepMs(kLetGoPauseMs);
+    }
 }
 
 void Processor::Nudge() {

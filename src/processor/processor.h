@@ -112,7 +112,7 @@ class Processor {
     // Receive loop.
     void ReceiveOnce();
     void CollectDescriptors(fd_set& set);
-    void OnSelectFailure();
+    void OnSelectFailure(int error);
     void OnReadable(fd_set& ready);
     void ReceiveFrom(int fd);
     void ApplyFraming();
@@ -158,6 +158,8 @@ class Processor {
     std::shared_ptr<ClientDescriptor> mCurrentClient;  // whom mCurrentFd belongs to
     struct timeval mTimeTick = {};
     bool mTimed = false;  // select waits for mTimeTick at most
+    // Odd while the receive loop collects descriptors and waits on them; any thread reads it.
+    std::atomic<uint64_t> mSelectRound{0};
     FrameBuffer mRecvBuffer;
     const std::unique_ptr<char[]> mReadBuf;
     int64_t mAcceptFailureLoggedMs = 0;

@@ -31,7 +31,10 @@ void Processor::ReceiveCmd() {
         return;
     }
     FD_ZERO(&mReadFds);
-    FdSetInsert(mServerFd, mReadFds);
+    const int serverFd = mServerFd;
+    if (serverFd != -1) {  // not closed again since the start
+        FdSetInsert(serverFd, mReadFds);
+    }
     mTimed = false;
     while (mRecvRunning && !Thread::StopRequested()) {
         ReceiveOnce();
@@ -55,6 +58,7 @@ void Processor::CollectDescriptors(fd_set& set) {
 
 void Processor::ReceiveOnce() {
     fd_set ready;
+    ++mSelectRound;
     CollectDescriptors(ready);
     const int wakeFd = Thread::WakeFd();
     if (wakeFd != -1) {
@@ -64,10 +68,12 @@ void Processor::ReceiveOnce() {
     struct timeval tick = mTimeTick;  // select may write to it
     int count = select(std::max({GetMaxFd(), wakeFd, mNudgeFd.Get()}) + 1, &ready, nullptr, nullptr,
                        mTimed ? &tick : nullptr);
+    const int error = errno;
+    ++mSelectRound;
     mReceiveConfig = mConfigManager->GetReceiveConfig();
     if (count < 0) {
-        if (errno != EINTR) {
-            OnSelectFailure();
+        if (error != EINTR) {
+            OnSelectFailure(error);
         }
         return;
     }
@@ -91,8 +97,7 @@ void Processor::ReceiveOnce() {
     OnReadable(ready);
 }
 
-void Processor::OnSelectFailure() {
-    const int error = errno;
+void Processor::OnSelectFailure(int error) {
     // Pace the loop, and with it this record.
     Thread::SleepMs(kRetryPauseMs);
     KLOG_AS("ReceiveCmd", kLogError) << GetName() << "-->Fail to monitor, errno = " << error;
