@@ -50,7 +50,7 @@ void Cell(double value, int digits = 2) {
 }
 
 // The two-thread reference on the same transport, in the same mode.
-std::string ReferenceOf(const std::string& key) {
+std::string YardstickFor(const std::string& key) {
     return "two-threads" + key.substr(key.find('/'));
 }
 
@@ -77,7 +77,7 @@ void PrintRoundTrips(const std::string& placement, const Rounds& rounds) {
         for (const char* figure :
              {"p50_ns", "p99_ns", "pair_ns", "per_second", "pipelined_per_second",
               "four_clients_per_second", "cpu_us_per_1000"}) {
-            Cell(RatioOf(samples, Of(rounds, ReferenceOf(key)), figure));
+            Cell(RatioOf(samples, Of(rounds, YardstickFor(key)), figure));
         }
         printf("\n");
     }
@@ -96,7 +96,7 @@ void PrintFootprints(const Results& results, const std::string& placement, const
         Cell(MedianOf(samples, "path_switches"));
         const double pair = MedianOf(samples, "pair_ns");
         Cell(pair > 0 ? pair / MedianOf(samples, "p50_ns") : -1);
-        Cell(RatioOf(samples, Of(rounds, ReferenceOf(key)), "start_ms"));
+        Cell(RatioOf(samples, Of(rounds, YardstickFor(key)), "start_ms"));
         for (const char* figure : {"rss_kib", "pss_kib", "threads"}) {
             Cell(MedianOf(samples, figure), 0);
         }

@@ -103,26 +103,5 @@ TEST(Tools, BadScriptIsRefusedWithItsPlace) {
     }
 }
 
-TEST(Tools, SocketsComeAndGo) {
-    const TempDir dir;
-    const std::string path = dir.Path("peer");
-    const std::string role = " --wcn " + path + " --answer '\\r\\nOK\\r\\n'";
-    Program killed(KELP_PEER + role);
-    ASSERT_EQ(killed.Output('\n'), "ready " + path + "\n");
-    EXPECT_EQ(Result(KELP_PEER + role),
-              "kelp-peer: " + path + ": is served by another process\n|1");
-    EXPECT_EQ(killed.End(SIGKILL), "-");
-    ASSERT_EQ(dir.Count(), 1u);
-    Program successor(KELP_PEER + role);
-    EXPECT_EQ(successor.Output('\n'), "ready " + path + "\n");
-    EXPECT_EQ(Send(path + " AT"), "\r\nOK\r\n|0");
-    EXPECT_EQ(successor.End(SIGINT), "0");
-    EXPECT_EQ(dir.Count(), 0u);
-    const std::string file = dir.Write("file", "");
-    EXPECT_EQ(Result(KELP_PEER " --wcn " + file),
-              "kelp-peer: " + file + ": exists and is no socket\n|1");
-    EXPECT_EQ(dir.Count(), 1u);
-}
-
 }  // namespace
 }  // namespace kelp::test
