@@ -278,6 +278,9 @@ int LocalSocketClient::Collect(const Connection& connection, std::vector<char>& 
             return EAGAIN;
         }
         if (got >= limit) {
+            if (mReopen == Reopen::kOnSend) {
+                Lose(connection);  // what follows must not become the next answer
+            }
             return 0;
         }
         // A stream read that did not fill the chunk has emptied the socket.

@@ -50,7 +50,8 @@ class LocalSocketClient {
     // most that long over all waiting. Once bytes are there, everything pending is taken without
     // waiting for more; only an answer that has reached 4 KiB is read on until 20 ms of quiet or
     // the end of the stream, so that a long answer is not cut in two. A peer that never pauses is
-    // cut at 64 MiB (256 KiB with kOnReceive, where the rest is simply the next message).
+    // cut at 64 MiB, and with kOnSend its connection is given up (256 KiB with kOnReceive, where
+    // the rest is simply the next message).
     // Returns 0 with bytes, or without: 1 when the connection was lost or the thread was stopped
     // (with kOnSend the connection is then given up, so that a late answer is nobody's), 6002 on
     // time-out, 6005 when there is no connection (and none is to be reopened) or the last sopen
