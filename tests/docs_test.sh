@@ -17,7 +17,7 @@ while (exec 3<>"/dev/tcp/127.0.0.1/$port") 2>/dev/null; do
     port=$((port + 1))
 done
 # What the page starts in the background ends with it, however it ends.
-echo 'trap "exit 1" TERM; trap "kill \$(jobs -p) 2>/dev/null" EXIT' >commands
+echo 'trap "exit 1" TERM; trap "kill \$(jobs -p) 2>/dev/null || true" EXIT' >commands
 sed -n '/^```sh$/,/^```$/{/^```/d;p}' "$page" | sed "s/\b3000\b/$port/g" >>commands
 grep -q kelp-send commands
 # Job control, so that the page's %1 means what it means to who types it.
