@@ -16,6 +16,7 @@ namespace {
 
 constexpr size_t kStackBytes = 1024 * 1024;
 constexpr size_t kMaxNameLength = 15;
+constexpr unsigned kPollFailurePauseUs = 10000;
 
 thread_local Thread* sCurrent = nullptr;
 
@@ -201,7 +202,13 @@ WaitResult Thread::WaitFd(int fd, short events, int timeoutMs) {
         if (ready == 0) {
             return WaitResult::kTimeOut;
         }
-        // EINTR; ENOMEM counts as one, paced by the kernel's own effort to find memory.
+        if (errno != EINTR) {
+            // Only the kernel's want of memory. Without poll nothing can be waited on but time.
+            if (StopRequested()) {
+                return WaitResult::kStopped;
+            }
+            usleep(kPollFailurePauseUs);
+        }
         if (timeoutMs >= 0) {
             left = static_cast<int>(std::max<int64_t>(deadline - MonotonicMs(), 0));
         }
