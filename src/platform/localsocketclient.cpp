@@ -1,6 +1,7 @@
 #include "platform/localsocketclient.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
 
@@ -44,7 +45,7 @@ int64_t DeadlineOf(const struct timeval& timeout) {
 }
 
 // recv that only EINTR repeats; -1 with EAGAIN when nothing is there.
-ssize_t ReceiveNow(int fd, char* buffer, size_t size) {
+ssize_t ReceiveNow(int fd, void* buffer, size_t size) {
     ssize_t n;
     do {
         n = recv(fd, buffer, size, MSG_DONTWAIT);
@@ -64,9 +65,16 @@ LocalSocketClient::Connection LocalSocketClient::Open() {
             continue;
         }
         const int fd = ConnectLocal(address);
-        if (fd >= 0) {
-            return std::make_shared<UniqueFd>(fd);
+        if (fd < 0) {
+            continue;
         }
+        // Whoever asks and then waits does so in recv itself. All else here is asked for with
+        // MSG_DONTWAIT anyway.
+        if (mReopen == Reopen::kOnSend && fcntl(fd, F_SETFL, 0) < 0) {
+            close(fd);
+            continue;
+        }
+        return std::make_shared<UniqueFd>(fd);
     }
     return nullptr;
 }
@@ -207,9 +215,12 @@ int LocalSocketClient::sreceive(std::vector<char>& data, struct timeval timeout)
             }
             continue;
         }
+        if (deadlineMs < 0 && mReopen == Reopen::kOnSend) {
+            return Collect(connection, data, Thread::Receive);
+        }
         switch (Thread::WaitFd(connection->Get(), POLLIN, LeftMs(deadlineMs))) {
             case WaitResult::kReady: {
-                const int result = Collect(connection, data);
+                const int result = Collect(connection, data, ReceiveNow);
                 if (result != EAGAIN) {
                     return result;
                 }
@@ -256,13 +267,16 @@ int LocalSocketClient::Reconnect(int64_t deadlineMs) {
     }
 }
 
-// Takes what is there. 0 with bytes, 1 when the connection is lost, EAGAIN when nothing was there.
-int LocalSocketClient::Collect(const Connection& connection, std::vector<char>& data) {
+// Takes what is there, the first of it with `receive`. 0 with bytes, 1 when the connection is lost,
+// EAGAIN when nothing was there.
+int LocalSocketClient::Collect(const Connection& connection, std::vector<char>& data,
+                               ssize_t (*receive)(int, void*, size_t)) {
     const size_t limit = mReopen == Reopen::kOnReceive ? kMaxMessageBytes : kMaxAnswerBytes;
     const size_t before = data.size();
     char chunk[kChunkBytes];
     for (;;) {
-        const ssize_t n = ReceiveNow(connection->Get(), chunk, sizeof(chunk));
+        const ssize_t n = receive(connection->Get(), chunk, sizeof(chunk));
+        receive = ReceiveNow;
         if (n > 0) {
             data.insert(data.end(), chunk, chunk + n);
         }

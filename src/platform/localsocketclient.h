@@ -86,7 +86,8 @@ class LocalSocketClient {
     Connection CurrentOrReopened();
     int Reconnect(int64_t deadlineMs);
     int Write(const Connection& connection, const std::vector<char>& data);
-    int Collect(const Connection& connection, std::vector<char>& data);
+    int Collect(const Connection& connection, std::vector<char>& data,
+                ssize_t (*receive)(int, void*, size_t));
 
     const std::string mPath;
     const Reopen mReopen;

@@ -3,6 +3,7 @@
 #include <errno.h>
 #include <poll.h>
 #include <sys/eventfd.h>
+#include <sys/socket.h>
 
 #include <algorithm>
 #include <utility>
@@ -113,6 +114,10 @@ void Thread::Wake() {
         MutexLock lock(mMutex);
         mutex = mParkMutex;
         cond = mParkCond;
+        if (mParkFd != -1) {
+            // Under the lock: the thread cannot leave Receive, and its socket cannot be closed.
+            shutdown(mParkFd, SHUT_RDWR);
+        }
     }
     if (mutex != nullptr) {
         // Parking happens under this mutex, so by now the thread is in the wait or past it.
@@ -213,6 +218,25 @@ WaitResult Thread::WaitFd(int fd, short events, int timeoutMs) {
             left = static_cast<int>(std::max<int64_t>(deadline - MonotonicMs(), 0));
         }
     }
+}
+
+// Whether the thread may wait on `fd`, -1: may go on after a wait.
+bool Thread::ParkFd(int fd) {
+    MutexLock lock(mMutex);
+    mParkFd = fd;
+    return !mStop.load();
+}
+
+ssize_t Thread::Receive(int fd, void* buffer, size_t size) {
+    Thread* const self = sCurrent;
+    ssize_t n = -1;
+    bool stopped = self != nullptr && !self->ParkFd(fd);
+    while (!stopped && (n = recv(fd, buffer, size, 0)) < 0 && errno == EINTR) {
+    }
+    const int error = errno;
+    stopped = self != nullptr && !self->ParkFd(-1);
+    errno = stopped ? ECANCELED : error;
+    return stopped ? -1 : n;
 }
 
 bool Thread::SleepMs(int milliseconds) {

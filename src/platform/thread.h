@@ -2,6 +2,7 @@
 #pragma once
 
 #include <pthread.h>
+#include <sys/types.h>
 
 #include <atomic>
 #include <cstdint>
@@ -69,6 +70,11 @@ class Thread {
     // Waits for poll(2) `events` on `fd`, or for a hang-up or error of it. `timeoutMs` in
     // milliseconds, negative: without limit.
     static WaitResult WaitFd(int fd, short events, int timeoutMs);
+    // recv(2) on a connected socket in blocking mode, without limit in time: one system call where
+    // WaitFd and recv are two. Stop ends it by shutting the socket down, so the connection is lost
+    // with it. Returns what recv returns; -1 with ECANCELED when the calling thread is asked to
+    // stop, whatever had come. `fd` stays open until this returns.
+    static ssize_t Receive(int fd, void* buffer, size_t size);
     // False when the sleep was ended by Stop.
     static bool SleepMs(int milliseconds);
     // Waits on a condition variable whose mutex is held, once: the caller re-checks its condition.
@@ -84,6 +90,7 @@ class Thread {
     void Mark() KELP_REQUIRES(mMutex);
     void Unmark() KELP_REQUIRES(mMutex);
     void Wake();
+    bool ParkFd(int fd);
     bool WouldWaitForCaller(const Thread* caller) const;
     void WaitUntilEnded();
 
@@ -96,9 +103,10 @@ class Thread {
     std::string mName KELP_GUARDED_BY(mMutex);
     State mState KELP_GUARDED_BY(mMutex) = State::kIdle;
     pthread_t mHandle KELP_GUARDED_BY(mMutex) = {};
-    // What this thread waits on in Wait(), so that Stop can wake it there.
+    // What this thread waits on in Wait() or Receive(), so that Stop can wake it there.
     Mutex* mParkMutex KELP_GUARDED_BY(mMutex) = nullptr;
     CondVar* mParkCond KELP_GUARDED_BY(mMutex) = nullptr;
+    int mParkFd KELP_GUARDED_BY(mMutex) = -1;
 
     // The thread whose end this one awaits in Stop. Guarded by sWaitMutex (in the source), which
     // makes looking for a cycle and joining the chain one step.
