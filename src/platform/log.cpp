@@ -3,6 +3,7 @@
 #include <errno.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 
 #include "platform/logbackend.h"
@@ -17,6 +18,45 @@ constexpr size_t kMaxDumpBytes = 256;
 bool IsControl(unsigned char c) {
     return c < 0x20 || c == 0x7f;
 }
+
+// Whether one of eight bytes is a control byte.
+bool AnyControl(uint64_t bytes) {
+    constexpr uint64_t kOnes = 0x0101010101010101;
+    constexpr uint64_t kHighBits = 0x80 * kOnes;
+    const uint64_t deletes = bytes ^ (0x7f * kOnes);
+    return (((bytes - 0x20 * kOnes) & ~bytes) | ((deletes - kOnes) & ~deletes)) & kHighBits;
+}
+
+bool AnyControl(const char* data, size_t length) {
+    uint64_t bytes;
+    if (length < sizeof(bytes)) {
+        return std::any_of(data, data + length,
+                           [](char c) { return IsControl(static_cast<unsigned char>(c)); });
+    }
+    // The last eight bytes are looked at as a whole, too, whatever of them was seen before.
+    for (size_t i = 0;; i = std::min(i + sizeof(bytes), length - sizeof(bytes))) {
+        memcpy(&bytes, data + i, sizeof(bytes));
+        if (AnyControl(bytes)) {
+            return true;
+        }
+        if (i + sizeof(bytes) == length) {
+            return false;
+        }
+    }
+}
+
+// " 00" to " FF", each with a byte behind it, so that one is copied as a whole word.
+struct HexTable {
+    constexpr HexTable() : text() {
+        for (size_t i = 0; i < 256; ++i) {
+            text[i][0] = ' ';
+            text[i][1] = kHexDigits[i >> 4];
+            text[i][2] = kHexDigits[i & 15];
+        }
+    }
+    char text[256][4];
+};
+constexpr HexTable kHexTable;
 
 size_t Escape(unsigned char c, char* out) {
     out[0] = '\\';
@@ -40,41 +80,39 @@ size_t Escape(unsigned char c, char* out) {
 
 }  // namespace
 
-void LogStream::Append(const char* data, size_t length) {
-    const char* const end = data + length;
-    while (data < end && mLength < kCapacity) {
-        const char* const control = std::find_if(
-            data, end, [](char c) { return IsControl(static_cast<unsigned char>(c)); });
-        const size_t plain = std::min(static_cast<size_t>(control - data), kCapacity - mLength);
-        memcpy(mText + mLength, data, plain);
-        mLength += plain;
-        if (control == end) {
-            return;
-        }
-        data = control + 1;
-        const auto c = static_cast<unsigned char>(*control);
-        char escaped[4];
-        const size_t n = Escape(c, escaped);
-        if (mLength + n > kCapacity) {
-            return;
-        }
-        memcpy(mText + mLength, escaped, n);
-        mLength += n;
-    }
-}
-
 LogMessage::LogMessage(LogSeverity severity, const char* tag, const char* function)
     : mSeverity(severity), mTag(tag), mErrno(errno) {
-    mStream.mLength =
+    mPrefixLength =
         log_backend::Prefix(mStream.mText, LogStream::kCapacity, severity, tag, function);
+    mStream.mLength = mPrefixLength;
     errno = mErrno;
 }
 
 LogMessage::~LogMessage() {
     if (LogEnabled(mSeverity)) {
-        log_backend::Emit(mSeverity, mTag, mStream.mText, mStream.mLength);
+        if (AnyControl(mStream.mText + mPrefixLength, mStream.mLength - mPrefixLength)) {
+            EmitEscaped();
+        } else {
+            log_backend::Emit(mSeverity, mTag, mStream.mText, mStream.mLength);
+        }
     }
     errno = mErrno;
+}
+
+void LogMessage::EmitEscaped() {
+    char text[LogStream::kCapacity + 1];
+    size_t length = 0;
+    for (size_t i = 0; i < mStream.mLength; ++i) {
+        const auto c = static_cast<unsigned char>(mStream.mText[i]);
+        char escaped[4] = {mStream.mText[i]};
+        const size_t n = IsControl(c) ? Escape(c, escaped) : 1;
+        if (length + n > LogStream::kCapacity) {
+            break;
+        }
+        memcpy(text + length, escaped, n);
+        length += n;
+    }
+    log_backend::Emit(mSeverity, mTag, text, length);
 }
 
 void DumpLog(const char* tag, const char* function, const char* title, const void* data,
@@ -87,12 +125,10 @@ void DumpLog(const char* tag, const char* function, const char* title, const voi
     if (shown == 0) {
         return;
     }
-    char hex[kMaxDumpBytes * 3] = {};
-    char ascii[kMaxDumpBytes] = {};
+    char hex[kMaxDumpBytes * 3 + 1];
+    char ascii[kMaxDumpBytes];
     for (size_t i = 0; i < shown; ++i) {
-        hex[3 * i] = ' ';
-        hex[3 * i + 1] = kHexDigits[bytes[i] >> 4];
-        hex[3 * i + 2] = kHexDigits[bytes[i] & 15];
+        memcpy(hex + 3 * i, kHexTable.text[bytes[i]], 4);
         ascii[i] = bytes[i] >= 0x20 && bytes[i] < 0x7f ? static_cast<char>(bytes[i]) : '.';
     }
     stream << std::string_view(hex, shown * 3) << " |" << std::string_view(ascii, shown)

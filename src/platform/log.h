@@ -9,6 +9,7 @@
 
 #include <charconv>
 #include <cstddef>
+#include <cstring>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -28,12 +29,13 @@ inline constexpr char kLogTag[] = "KELP";
 bool LogEnabled(LogSeverity severity);
 
 // The text of one record under construction, in a buffer of fixed size: a record that does not fit
-// is cut, never lost. Control bytes are escaped as they arrive (\r \n \t, else \xNN), so that a
-// record is always one line and nothing that a client sends can forge another.
+// is cut, never lost.
 class LogStream {
   public:
     LogStream& operator<<(std::string_view text) {
-        Append(text.data(), text.size());
+        const size_t taken = text.size() < kCapacity - mLength ? text.size() : kCapacity - mLength;
+        memcpy(mText + mLength, text.data(), taken);
+        mLength += taken;
         return *this;
     }
     LogStream& operator<<(const char* text) {
@@ -57,15 +59,15 @@ class LogStream {
     // liblog takes 4068 bytes of tag and message together; the same bound holds everywhere.
     static constexpr size_t kCapacity = 4000;
 
-    void Append(const char* data, size_t length);
-
     size_t mLength = 0;
     char mText[kCapacity + 1];  // one more for the platform's line end or terminator
 };
 
+// Control bytes are escaped when the record is emitted (\r \n \t, else \xNN), so that a record is
+// always one line and nothing that a client sends can forge another.
 class LogMessage {
   public:
-    // `tag` and `function` are not copied and must outlive the record.
+    // `tag` and `function` are literals: they are not copied, and told apart by their addresses.
     LogMessage(LogSeverity severity, const char* tag, const char* function);
     ~LogMessage();  // emits
     LogMessage(const LogMessage&) = delete;
@@ -74,9 +76,12 @@ class LogMessage {
     LogStream& stream() { return mStream; }
 
   private:
+    void EmitEscaped();
+
     const LogSeverity mSeverity;
     const char* const mTag;
     const int mErrno;
+    size_t mPrefixLength;  // of what stands before the text; holds no control byte
     LogStream mStream;
 };
 

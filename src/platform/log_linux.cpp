@@ -64,25 +64,31 @@ int ReadFilter() {
 // Read while the program loads, before any thread exists; only read afterwards.
 const int sLowestRank = ReadFilter();
 
-// What all records of one thread in one second begin with: "MM-DD HH:MM:SS.mmm PID TID ". Only the
-// milliseconds are written anew for each.
+// What all records of one thread and tag in one second begin with:
+// "MM-DD HH:MM:SS.mmm PID TID P TAG     : ". Only milliseconds and priority are written anew for
+// each.
 struct ThreadStamp {
     static constexpr size_t kMilliseconds = 15;  // where they stand
 
-    void Refresh(time_t now) {
+    void Refresh(time_t now, const char* newTag) {
         struct tm local;
         localtime_r(&now, &local);
         char date[24] = {};
         strftime(date, sizeof(date), "%m-%d %H:%M:%S", &local);
-        const int written =
+        const int before =
             snprintf(head, sizeof(head), "%s.000 %5d %5ld ", date, getpid(), syscall(SYS_gettid));
-        length = std::min(static_cast<size_t>(std::max(written, 0)), sizeof(head) - 1);
+        priority = static_cast<size_t>(before);
+        const int rest = snprintf(head + priority, sizeof(head) - priority, "D %-8s: ", newTag);
+        length = std::min(priority + static_cast<size_t>(rest), sizeof(head) - 1);
         second = now;
+        tag = newTag;
     }
 
     time_t second = -1;
+    const char* tag = nullptr;
+    size_t priority = 0;  // where it stands
     size_t length = 0;
-    char head[64];
+    char head[128];
 };
 
 }  // namespace
@@ -99,22 +105,18 @@ size_t Prefix(char* out, size_t capacity, LogSeverity severity, const char* tag,
     thread_local ThreadStamp stamp;
     struct timespec now;
     clock_gettime(CLOCK_REALTIME, &now);
-    if (now.tv_sec != stamp.second) {
-        stamp.Refresh(now.tv_sec);
+    if (now.tv_sec != stamp.second || tag != stamp.tag) {
+        stamp.Refresh(now.tv_sec, tag);
     }
     auto left = static_cast<unsigned>(now.tv_nsec / 1000000);
     for (size_t digit = ThreadStamp::kMilliseconds + 3; digit-- > ThreadStamp::kMilliseconds;) {
         stamp.head[digit] = static_cast<char>('0' + left % 10);
         left /= 10;
     }
-    const char letter[] = {Letter(severity), ' '};
-    constexpr std::string_view kPadding = "        ";
-    const std::string_view tagText(tag);
+    stamp.head[stamp.priority] = Letter(severity);
     size_t length = 0;
-    for (const std::string_view part :
-         {std::string_view(stamp.head, stamp.length), std::string_view(letter, sizeof(letter)),
-          tagText, kPadding.substr(std::min(tagText.size(), kPadding.size())),
-          std::string_view(": "), std::string_view(function), std::string_view(": ")}) {
+    for (const std::string_view part : {std::string_view(stamp.head, stamp.length),
+                                        std::string_view(function), std::string_view(": ")}) {
         const size_t taken = std::min(part.size(), capacity - length);
         memcpy(out + length, part.data(), taken);
         length += taken;
