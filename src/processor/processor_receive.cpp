@@ -4,6 +4,7 @@
 #include <sys/ioctl.h>
 
 #include <algorithm>
+#include <array>
 
 #include "config/configmanager.h"
 #include "main/errorcode.h"
@@ -123,12 +124,12 @@ void Processor::OnReadable(fd_set& ready) {
     if (AcceptClient(ready) != 1) {
         return;
     }
-    for (int slot = 0; slot < MAX_CLIENT_NUM; ++slot) {
-        int fd;
-        {
-            MutexLock lock(mFdMutex);
-            fd = mClientFds[slot];
-        }
+    std::array<int, MAX_CLIENT_NUM> clientFds;
+    {
+        MutexLock lock(mFdMutex);
+        std::copy(mClientFds.begin(), mClientFds.end(), clientFds.begin());
+    }
+    for (const int fd : clientFds) {
         if (fd != -1 && FdSetContains(fd, ready)) {
             ReceiveFrom(fd);
         }
