@@ -24,10 +24,17 @@ class MessageQueue {
         if (item == nullptr) {
             return;
         }
-        {
-            MutexLock lock(mMutex);
-            mQueue.push_back(item);
-        }
+        append(item);
+        wake();
+    }
+
+    // enqueue in two steps, for a producer that has more items coming: what was appended may be
+    // left waiting until wake is called. Takes ownership of `item`, which is not null.
+    void append(T* item) {
+        MutexLock lock(mMutex);
+        mQueue.push_back(item);
+    }
+    void wake() {
         // Outside the lock, so that the consumer does not wake up only to wait for it.
         if (mWaitable.load(std::memory_order_relaxed)) {
             mCond.Signal();
@@ -49,6 +56,13 @@ class MessageQueue {
     T* poll() {
         MutexLock lock(mMutex);
         return TakeFront();
+    }
+
+    // The front item if there is one and `wanted(*item)` holds, else null; never waits.
+    template <typename Predicate>
+    T* pollIf(Predicate wanted) {
+        MutexLock lock(mMutex);
+        return !mQueue.empty() && wanted(*mQueue.front()) ? TakeFront() : nullptr;
     }
 
     // Deletes every item.

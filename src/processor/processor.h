@@ -82,6 +82,9 @@ class Processor {
     virtual void Stop();
     // Takes over an answered command, to be written by the send thread.
     virtual void SendDataDone(Command* command);
+    // Sees to it that the answers which the console gave itself are being written; before the
+    // receive thread does something that may take long. They are held for a moment otherwise.
+    void ReleaseAnswers();
     // Routes one command; answers it at once when no module takes it.
     virtual void ProcessCmdData(Command* command);
     // Frames and routes everything buffered.
@@ -128,13 +131,14 @@ class Processor {
     // Framing and answers.
     void CutLines();
     void EnqueueCommand(size_t length);
-    void EnqueueAnswer(Command* command);
+    void CountAnswer(const Command& command);
     bool Congested() const;
     void WaitForRoom();
     void ReleaseRoom(const Command& command);
     void OnFlood();
     int WaitWritable(int fd, int64_t& stalledSinceMs, bool wasReady);
     void Answer(std::unique_ptr<Command> command);
+    void GatherAnswers();
     void DropAnswers();
 
     const ProcessorModeE mMode;
@@ -175,6 +179,11 @@ class Processor {
 
     MessageQueue<Command> mSendCmdQueue;
     MessageQueue<Command> mRecvCmdQueue;
+    int mHeldAnswers = 0;  // in mSendCmdQueue without a wake-up; the receive thread's own
+    // What is written next, in one write, and its bytes when it is more than one answer; the send
+    // thread's own.
+    std::vector<std::unique_ptr<Command>> mBatch;
+    std::vector<char> mBatchBytes;
 
     // The threads last, so that they are gone before anything that they use.
     const std::unique_ptr<SendRunnable> mSendRunnable;

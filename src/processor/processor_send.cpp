@@ -26,6 +26,11 @@ constexpr int kRetryPauseMs = 10;
 constexpr int64_t kMaxWaitingAnswers = 1024;
 constexpr int64_t kMaxWaitingBytes = 4 << 20;
 constexpr int kFloodLogPauseMs = 10000;
+// Refusals that are held back at most, so that the send thread is not woken for each one of a
+// burst.
+constexpr int kMaxHeldAnswers = 32;
+// Answers are gathered into one write until they reach this.
+constexpr size_t kBatchBytes = 16384;
 
 void Append(std::vector<char>& to, const char* text) {
     to.insert(to.end(), text, text + strlen(text));
@@ -83,6 +88,7 @@ void Processor::ProcessCmdData() {
         WaitForRoom();
         ProcessCmdData(command);
     }
+    ReleaseAnswers();
 }
 
 void Processor::ProcessCmdData(Command* command) {
@@ -98,7 +104,18 @@ void Processor::ProcessCmdData(Command* command) {
     Append(response, "\r\n");
     Append(response, text);
     Append(response, "\r\nERROR\r\n");
-    EnqueueAnswer(command);
+    CountAnswer(*command);
+    mSendCmdQueue.append(command);
+    if (++mHeldAnswers >= kMaxHeldAnswers) {
+        ReleaseAnswers();
+    }
+}
+
+void Processor::ReleaseAnswers() {
+    if (mHeldAnswers > 0) {
+        mHeldAnswers = 0;
+        mSendCmdQueue.wake();
+    }
 }
 
 void Processor::SendDataDone(Command* command) {
@@ -119,13 +136,13 @@ void Processor::SendDataDone(Command* command) {
         delete command;
         return;
     }
-    EnqueueAnswer(command);
+    CountAnswer(*command);
+    mSendCmdQueue.enqueue(command);
 }
 
-void Processor::EnqueueAnswer(Command* command) {
+void Processor::CountAnswer(const Command& command) {
     mWaitingAnswers += 1;
-    mWaitingBytes += static_cast<int64_t>(command->GetResponse()->size());
-    mSendCmdQueue.enqueue(command);
+    mWaitingBytes += static_cast<int64_t>(command.mResponse.size());
 }
 
 bool Processor::Congested() const {
@@ -137,6 +154,7 @@ void Processor::WaitForRoom() {
     if (!Congested()) {
         return;
     }
+    ReleaseAnswers();
     MutexLock lock(mRoomMutex);
     while (Congested() && Thread::Wait(mRoom, mRoomMutex)) {
     }
@@ -184,11 +202,14 @@ void Processor::SendCmd() {
 }
 
 void Processor::Answer(std::unique_ptr<Command> command) {
-    const std::vector<char>& response = *command->GetResponse();
-    ClientDescriptor* const client = command->mClient.get();
-    if (command->mClientFd != -1 && (client == nullptr || !client->Gone())) {
-        const int fd = client != nullptr ? client->Get() : command->mClientFd;
-        const int written = WriteBuffer(fd, response.data(), static_cast<int>(response.size()));
+    mBatch.push_back(std::move(command));
+    GatherAnswers();
+    const Command& first = *mBatch.front();
+    const std::vector<char>& bytes = mBatch.size() > 1 ? mBatchBytes : first.mResponse;
+    ClientDescriptor* const client = first.mClient.get();
+    if (first.mClientFd != -1 && (client == nullptr || !client->Gone())) {
+        const int fd = client != nullptr ? client->Get() : first.mClientFd;
+        const int written = WriteBuffer(fd, bytes.data(), static_cast<int>(bytes.size()));
         if (written < 0 && mMode == SERVER_MODE && client != nullptr) {
             // One client that does not read must not hold up the others again and again. The
             // receive thread sees the end of the stream and frees the slot.
@@ -198,10 +219,39 @@ void Processor::Answer(std::unique_ptr<Command> command) {
             // for as long as the host does not take it.
             tcflush(fd, TCOFLUSH);
         }
-        DUMPLOG_AS("SendCmd", kLogTag, "Response <<<<<<<", response.data(), response.size());
+        for (const auto& answered : mBatch) {
+            DUMPLOG_AS("SendCmd", kLogTag, "Response <<<<<<<", answered->mResponse.data(),
+                       answered->mResponse.size());
+        }
     }
-    ReleaseRoom(*command);
-    mMessagerManager->HandleComplete(command.get());
+    for (const auto& answered : mBatch) {
+        ReleaseRoom(*answered);
+        mMessagerManager->HandleComplete(answered.get());
+    }
+    mBatch.clear();
+}
+
+// Takes what follows for the same client from the queue: a client that sends many commands at once
+// is written to, and woken, once for many answers. An answer whose completion somebody awaits goes
+// by itself, so that the next one is not out before it is told.
+void Processor::GatherAnswers() {
+    const Command& first = *mBatch.front();
+    if (mWaitingAnswers <= 1 || first.mMessager != nullptr ||
+        first.mResponse.size() >= kBatchBytes) {
+        return;
+    }
+    mBatchBytes.assign(first.mResponse.begin(), first.mResponse.end());
+    while (mBatchBytes.size() < kBatchBytes) {
+        Command* const next = mSendCmdQueue.pollIf([&first](const Command& other) {
+            return other.mClientFd == first.mClientFd && other.mClient == first.mClient &&
+                   other.mMessager == nullptr && other.mResponse.size() < kBatchBytes;
+        });
+        if (next == nullptr) {
+            return;
+        }
+        mBatchBytes.insert(mBatchBytes.end(), next->mResponse.begin(), next->mResponse.end());
+        mBatch.emplace_back(next);
+    }
 }
 
 // What is still queued when the console is off: nobody is there to read it, but a module that

@@ -153,8 +153,9 @@ TEST_F(Relay, SilentPeerHoldsUpItsOwnConsoleOnly) {
     const auto bench = Default();
     Start();
     Station held = Tcp();
-    ASSERT_TRUE(held.Send("AT+W\r\nAT+B1\r\n"));
+    ASSERT_TRUE(held.Send("X\r\nAT+W\r\nAT+B1\r\n"));
     ASSERT_TRUE(wcn->WaitForRequest("AT+W"));
+    EXPECT_TRUE(held.Answers("", Unsupported("X")));
     EXPECT_TRUE(Station::Local().Answers("AT+B2\r\n", "<bench:AT+B2>"));
     ASSERT_TRUE(wcn->Push("at last"));
     EXPECT_TRUE(held.Answers("", "at last<bench:AT+B1>"));
