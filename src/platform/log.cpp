@@ -45,18 +45,20 @@ bool AnyControl(const char* data, size_t length) {
     }
 }
 
-// " 00" to " FF", each with a byte behind it, so that one is copied as a whole word.
-struct HexTable {
-    constexpr HexTable() : text() {
+// How a dump shows each byte: " 00" to " FF", and in the fourth place the character itself or a
+// dot.
+struct DumpTable {
+    constexpr DumpTable() : text() {
         for (size_t i = 0; i < 256; ++i) {
             text[i][0] = ' ';
             text[i][1] = kHexDigits[i >> 4];
             text[i][2] = kHexDigits[i & 15];
+            text[i][3] = i >= 0x20 && i < 0x7f ? static_cast<char>(i) : '.';
         }
     }
     char text[256][4];
 };
-constexpr HexTable kHexTable;
+constexpr DumpTable kDumpTable;
 
 size_t Escape(unsigned char c, char* out) {
     out[0] = '\\';
@@ -82,15 +84,15 @@ size_t Escape(unsigned char c, char* out) {
 
 LogMessage::LogMessage(LogSeverity severity, const char* tag, const char* function)
     : mSeverity(severity), mTag(tag), mErrno(errno) {
-    mPrefixLength =
+    mPlainLength =
         log_backend::Prefix(mStream.mText, LogStream::kCapacity, severity, tag, function);
-    mStream.mLength = mPrefixLength;
+    mStream.mLength = mPlainLength;
     errno = mErrno;
 }
 
 LogMessage::~LogMessage() {
     if (LogEnabled(mSeverity)) {
-        if (AnyControl(mStream.mText + mPrefixLength, mStream.mLength - mPrefixLength)) {
+        if (AnyControl(mStream.mText + mPlainLength, mStream.mLength - mPlainLength)) {
             EmitEscaped();
         } else {
             log_backend::Emit(mSeverity, mTag, mStream.mText, mStream.mLength);
@@ -125,14 +127,16 @@ void DumpLog(const char* tag, const char* function, const char* title, const voi
     if (shown == 0) {
         return;
     }
-    char hex[kMaxDumpBytes * 3 + 1];
+    char hex[kMaxDumpBytes * 3 + 1];  // each byte is copied with one more behind it
     char ascii[kMaxDumpBytes];
     for (size_t i = 0; i < shown; ++i) {
-        memcpy(hex + 3 * i, kHexTable.text[bytes[i]], 4);
-        ascii[i] = bytes[i] >= 0x20 && bytes[i] < 0x7f ? static_cast<char>(bytes[i]) : '.';
+        const char* const text = kDumpTable.text[bytes[i]];
+        memcpy(hex + 3 * i, text, 4);
+        ascii[i] = text[3];
     }
     stream << std::string_view(hex, shown * 3) << " |" << std::string_view(ascii, shown)
            << (shown < length ? "|..." : "|");
+    record.MarkPlain();
 }
 
 }  // namespace kelp

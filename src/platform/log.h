@@ -76,17 +76,21 @@ class LogMessage {
     LogStream& stream() { return mStream; }
 
   private:
+    friend void DumpLog(const char* tag, const char* function, const char* title, const void* data,
+                        size_t length);
+    // Nothing of the text so far needs to be looked at for control bytes.
+    void MarkPlain() { mPlainLength = mStream.mLength; }
     void EmitEscaped();
 
     const LogSeverity mSeverity;
     const char* const mTag;
     const int mErrno;
-    size_t mPrefixLength;  // of what stands before the text; holds no control byte
+    size_t mPlainLength;  // so many bytes at the beginning are known to hold no control byte
     LogStream mStream;
 };
 
-// One severity-1 record: the title, the byte count, and hex with ASCII of at most the first 256
-// bytes. `data` may be null when `length` is below 1.
+// One severity-1 record: the title (a literal without control bytes), the byte count, and hex with
+// ASCII of at most the first 256 bytes. `data` may be null when `length` is below 1.
 void DumpLog(const char* tag, const char* function, const char* title, const void* data,
              size_t length);
 
