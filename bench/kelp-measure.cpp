@@ -8,10 +8,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
+#include <set>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "measure.h"
 #include "report.h"
@@ -20,11 +24,14 @@
 namespace kelp::bench {
 namespace {
 
+constexpr int64_t kSecondNs = 1000000000;
+constexpr size_t kShortestBurst = 16u << 10;
+constexpr size_t kShortBurst = 1u << 20;  // one that can be repeated often
+
 struct Options {
     std::string kelp;
     std::string json = "bench.json";
-    std::string
-        only;  // texts, by commas: round trips of subjects whose key holds one, and the floor
+    std::string only;  // texts, by commas: round trips of subjects whose key holds one
     bool smoke = false;
     int rounds = 0;  // 0: as the effort says
 };
@@ -70,14 +77,10 @@ bool Prepare(const Options& options, Environment& environment) {
     environment.directory = directory;
     environment.peerName = environment.directory + "/peer.sock";
     environment.peerPort = FreePort();
-    do {
-        environment.relayPort = FreePort();
-    } while (environment.relayPort == environment.peerPort);
     int keptOpen;
     std::string peerDevice;
     int uartMaster;
     if (!OpenPty(environment.peerMaster, keptOpen, peerDevice) ||
-        !OpenPty(environment.relayMaster, keptOpen, environment.relayDevice) ||
         !OpenPty(uartMaster, keptOpen, environment.uartDevice)) {
         return false;
     }
@@ -97,21 +100,32 @@ bool Wanted(const std::string& key, const std::string& list) {
     return list.empty();
 }
 
+// Subjects that are measured side by side: one road, and one kelp at most.
+struct Group {
+    std::vector<Subject> subjects;  // the floor first, the reference second
+    std::set<std::string> rows;     // keys of those that are there for their own sake
+};
+
 class Run {
   public:
     Run(const Options& options, Environment& environment)
         : mOptions(options), mEnvironment(environment) {
         if (options.smoke) {
-            mEffort = {40, 1, 30, 1, 64u << 10};
+            mEffort = {1, 1, 30, 1, 0, 0, 1, 64u << 10};
         }
         if (options.rounds > 0) {
             mEffort.rounds = options.rounds;
         }
         for (const Subject& subject : AllSubjects()) {
-            const bool floor = subject.relaying == Relaying::kDirect &&
-                               subject.transport == Transport::kLocal && subject.kept;
-            if (floor || Wanted(subject.Key(), options.only)) {
+            if (Wanted(subject.Key(), options.only)) {
                 mSubjects.push_back(subject);
+            }
+        }
+        for (const Transport transport : {Transport::kLocal, Transport::kTcp, Transport::kPty}) {
+            for (const bool kept : {true, false}) {
+                for (const char* log : {"null", "filtered", "file"}) {
+                    AddGroup(transport, kept, log);
+                }
             }
         }
     }
@@ -145,44 +159,88 @@ class Run {
         return sample;
     }
 
+    // Those with this log; those who have none are with the first.
+    void AddGroup(Transport transport, bool kept, const std::string& log) {
+        Group group;
+        group.subjects = {{Relaying::kDirect, Transport::kLocal, true},
+                          {Relaying::kTwoThreads, transport, kept}};
+        for (const Subject& subject : mSubjects) {
+            const bool logs =
+                subject.relaying == Relaying::kKelp || subject.relaying == Relaying::kContract;
+            if (subject.transport != transport || subject.kept != kept ||
+                (logs ? subject.log : "null") != log) {
+                continue;
+            }
+            group.rows.insert(subject.Key());
+            if (subject.Key() != group.subjects[0].Key() &&
+                subject.Key() != group.subjects[1].Key()) {
+                group.subjects.push_back(subject);
+            }
+        }
+        if (!group.rows.empty()) {
+            mGroups.push_back(group);
+        }
+    }
+
     void Place(const std::string& placement, int core) {
         Pin(core);
         PinProcess(mEnvironment.peer.Pid(), core);
-        const size_t count = mSubjects.size();
-        const int64_t deadline = NowNs() + mEffort.seconds * int64_t{1000000000};
-        for (int round = 0; round < mEffort.rounds && NowNs() < deadline; ++round) {
-            // Each round begins elsewhere, so that no subject always follows the same other.
-            for (size_t i = 0; i < count; ++i) {
-                const Subject& subject = mSubjects[(i + static_cast<size_t>(round) * 7) % count];
-                mResults.rounds[placement][subject.Key()].push_back(Checked(
-                    placement + " " + subject.Key(), Visit(subject, mEnvironment, mEffort)));
+        const size_t count = mGroups.size();
+        const size_t visits = count * static_cast<size_t>(mEffort.rounds);
+        const int64_t deadline = NowNs() + mEffort.seconds * kSecondNs;
+        for (size_t visit = 0; visit < visits && NowNs() < deadline; ++visit) {
+            // Each round begins elsewhere, so that no group always follows the same other.
+            const Group& group = mGroups[(visit + visit / count * 7) % count];
+            const std::vector<Compared> results = Visit(group.subjects, mEnvironment, mEffort);
+            for (size_t i = 0; i < results.size(); ++i) {
+                const std::string key = group.subjects[i].Key();
+                Checked(placement + " " + key, results[i].sample);
+                if (group.rows.count(key) != 0) {
+                    mResults.rounds[placement][key].push_back(results[i]);
+                }
             }
         }
     }
 
     void Bursts() {
-        const Subject reference = {Relaying::kTwoThreads, Transport::kLocal, true};
-        const Subject kelp = {Relaying::kKelp, Transport::kLocal, true, "null"};
-        for (size_t bytes = 16u << 10; bytes <= mEffort.largestBurst; bytes *= 8) {
-            Burst(reference, bytes, false);
-            Burst(kelp, bytes, false);
-            Burst(kelp, bytes, true);
+        const size_t largest = mEffort.largestBurst;
+        for (size_t bytes = kShortestBurst; bytes <= std::min(largest, kShortBurst); bytes *= 8) {
+            const int64_t deadline = NowNs() + mEffort.shortBurstSeconds * kSecondNs;
+            for (int i = 0; i < mEffort.shortBursts || NowNs() < deadline; ++i) {
+                Burst(bytes, i % 2 == 0);
+            }
         }
-        if (mEffort.largestBurst > 8u << 20) {
-            Burst(reference, mEffort.largestBurst, false);
-            Burst(kelp, mEffort.largestBurst, false);
-            Burst(kelp, mEffort.largestBurst, true);
+        const int64_t deadline = NowNs() + mEffort.longBurstSeconds * kSecondNs;
+        for (int i = 0; largest > kShortBurst && NowNs() < deadline; ++i) {
+            Burst(largest / 2, i % 2 == 0);
+            Burst(largest, i % 2 == 0);
         }
     }
 
-    void Burst(const Subject& subject, size_t bytes, bool refused) {
-        const std::string key = subject.Who() + (refused ? "/refused" : "/served");
-        // Small bursts are short: more of them for a steady median.
-        const int times = mOptions.smoke ? 1 : bytes <= (1u << 20) ? 5 : 1;
-        for (int i = 0; i < times; ++i) {
-            mResults.bursts[key][bytes].push_back(
-                Checked("burst " + key, VisitBurst(subject, mEnvironment, bytes, refused)));
+    // The two that are compared run moments apart; each is the first as often as the other.
+    void Burst(size_t bytes, bool kelpFirst) {
+        const Subject subjects[] = {{Relaying::kTwoThreads, Transport::kLocal, true},
+                                    {Relaying::kKelp, Transport::kLocal, true, "null"}};
+        Sample samples[2];
+        for (size_t i = 0; i < 2; ++i) {
+            const size_t which = kelpFirst ? 1 - i : i;
+            samples[which] = OneBurst(subjects[which], bytes, false);
         }
+        for (size_t i = 0; i < 2; ++i) {
+            Sample overReference;
+            if (!samples[0].empty() && !samples[i].empty()) {
+                overReference["ns"] = samples[i]["ns"] / samples[0]["ns"];
+            }
+            mResults.bursts[subjects[i].Who() + "/served"][bytes].push_back(
+                {samples[i], {}, overReference});
+        }
+        mResults.bursts[subjects[1].Who() + "/refused"][bytes].push_back(
+            {OneBurst(subjects[1], bytes, true), {}, {}});
+    }
+
+    Sample OneBurst(const Subject& subject, size_t bytes, bool refused) {
+        return Checked("burst of " + std::to_string(bytes) + " " + subject.Key(),
+                       VisitBurst(subject, mEnvironment, bytes, refused));
     }
 
     // Untimed: system calls, and what an idle relay does.
@@ -191,6 +249,7 @@ class Run {
         if (!traced) {
             puts("SKIPPED: strace is not installed, no system calls are counted");
         }
+        std::vector<Subject> idle;
         for (const Subject& subject : mSubjects) {
             const bool kelp = subject.relaying == Relaying::kKelp;
             if (subject.relaying == Relaying::kDirect || subject.log == "file" ||
@@ -203,9 +262,12 @@ class Run {
             }
             if (subject.transport == Transport::kLocal && subject.kept &&
                 subject.log != "filtered") {
-                mResults.idle[subject.Key()] = Checked(
-                    "idle " + subject.Key(), VisitIdle(subject, mEnvironment, mEffort.idleSeconds));
+                idle.push_back(subject);
             }
+        }
+        const std::vector<Sample> samples = VisitIdle(idle, mEnvironment, mEffort.idleSeconds);
+        for (size_t i = 0; i < idle.size(); ++i) {
+            mResults.idle[idle[i].Key()] = Checked("idle " + idle[i].Key(), samples[i]);
         }
     }
 
@@ -213,6 +275,7 @@ class Run {
     Environment& mEnvironment;
     Effort mEffort;
     std::vector<Subject> mSubjects;
+    std::vector<Group> mGroups;
     Results mResults;
 };
 
@@ -228,7 +291,10 @@ int Serve(int argc, char** argv) {
                             : transport == "pty" ? Transport::kPty
                                                  : Transport::kLocal;
         options.where = argv[3];
-        options.twoThreads = std::string(argv[4]) == "two";
+        const std::string who = argv[4];
+        options.contract = who.find("contract") == 0;
+        options.records = who == "contract-null";
+        options.twoThreads = options.contract || who.find("two-threads") == 0;
         options.kept = std::string(argv[5]) == "kept";
         options.peer = argv[6];
         return ServeRelay(options);
@@ -258,12 +324,7 @@ int Main(int argc, char** argv) {
     }
     const int result = Run(options, environment).All();
     environment.peer.Stop();
-    const std::string directory = environment.directory;
-    for (const char* file : {"peer.sock", "relay.sock", "kelp.json", "kelp.log", "ser2net.yaml",
-                             "ser2net.log", "strace.txt", "strace.log"}) {
-        unlink((directory + "/" + file).c_str());
-    }
-    rmdir(directory.c_str());
+    std::filesystem::remove_all(environment.directory);
     return result;
 }
 

@@ -1,4 +1,4 @@
-// One visit to one subject, and the separate looks that must not be timed.
+// One visit to subjects that run side by side, and the separate looks that must not be timed.
 #pragma once
 
 #include <map>
@@ -13,20 +13,35 @@ namespace kelp::bench {
 // have is absent.
 using Sample = std::map<std::string, double>;
 
+// What one visit brought of a subject, and its figures in units of those of the floor (the direct
+// exchange on the local socket) and of the reference (the two-thread relay on the same road) that
+// ran beside it. All empty where the visit failed.
+struct Compared {
+    Sample sample;
+    Sample overFloor;
+    Sample overReference;
+};
+
 struct Effort {
-    int commands = 300;  // of each timed part
-    int rounds = 15;     // visits to each subject
-    int seconds = 80;    // no new round of visits begins later than this after the first
+    int turns = 10;             // of each subject in one visit
+    int rounds = 100;           // visits to each group
+    int seconds = 80;           // no visit begins later than this after the first of its placement
+    int shortBursts = 5;        // at least, of each short size
+    int shortBurstSeconds = 6;  // for each short size
+    int longBurstSeconds = 50;  // no round of the long ones begins later than this after the first
     int idleSeconds = 10;
     size_t largestBurst = 16u << 20;  // bytes
 };
 
-// Starts the subject, takes every figure once and stops it. Empty when it gave a wrong answer or
-// none.
-Sample Visit(const Subject& subject, const Environment& environment, const Effort& effort);
+// Starts all subjects of the group, takes every figure of each in short turns, and stops them: what
+// disturbs the machine for longer than a turn meets all of them alike. The first is the floor and
+// the second the reference. A subject's sample is empty when it gave a wrong answer or none.
+std::vector<Compared> Visit(const std::vector<Subject>& group, const Environment& environment,
+                            const Effort& effort);
 
-// Context switches of the relay in `seconds` during which a client is connected and silent.
-Sample VisitIdle(const Subject& subject, const Environment& environment, int seconds);
+// Context switches of each relay in `seconds` during which a client is connected and silent.
+std::vector<Sample> VisitIdle(const std::vector<Subject>& group, const Environment& environment,
+                              int seconds);
 
 // System calls per command, by name, and all of them as "all".
 Sample VisitTraced(const Subject& subject, const Environment& environment);

@@ -55,6 +55,20 @@ std::vector<pid_t> Threads(pid_t pid) {
     return tids;
 }
 
+// Voluntary and not: the names of both end alike.
+int64_t SwitchesOf(const std::string& status) {
+    constexpr char kKey[] = "voluntary_ctxt_switches:";
+    int64_t switches = 0;
+    std::ifstream file(status);
+    for (std::string line; std::getline(file, line);) {
+        const size_t key = line.find(kKey);
+        if (key != std::string::npos) {
+            switches += atol(line.c_str() + key + strlen(kKey));
+        }
+    }
+    return switches;
+}
+
 // The number behind `key` in a file of "key: number" lines; 0 when it is not there.
 long Field(const std::string& path, const std::string& key) {
     std::ifstream file(path);
@@ -130,22 +144,27 @@ std::vector<pid_t> Process::Tree() const {
     return pids;
 }
 
-Counters ReadCounters(const std::vector<pid_t>& pids) {
-    Counters counters;
+int64_t CpuNs(const std::vector<pid_t>& pids) {
+    int64_t ns = 0;
     for (const pid_t pid : pids) {
         clockid_t clock;
         struct timespec used;
         if (clock_getcpuclockid(pid, &clock) == 0 && clock_gettime(clock, &used) == 0) {
-            counters.cpuNs += used.tv_sec * 1000000000 + used.tv_nsec;
-        }
-        for (const pid_t tid : Threads(pid)) {
-            const std::string status =
-                "/proc/" + std::to_string(pid) + "/task/" + std::to_string(tid) + "/status";
-            counters.switches += Field(status, "voluntary_ctxt_switches") +
-                                 Field(status, "nonvoluntary_ctxt_switches");
+            ns += used.tv_sec * 1000000000 + used.tv_nsec;
         }
     }
-    return counters;
+    return ns;
+}
+
+int64_t Switches(const std::vector<pid_t>& pids) {
+    int64_t switches = 0;
+    for (const pid_t pid : pids) {
+        for (const pid_t tid : Threads(pid)) {
+            switches += SwitchesOf("/proc/" + std::to_string(pid) + "/task/" + std::to_string(tid) +
+                                   "/status");
+        }
+    }
+    return switches;
 }
 
 Footprint ReadFootprint(const std::vector<pid_t>& pids) {

@@ -35,11 +35,10 @@ class Process {
     int64_t mStartedNs = 0;
 };
 
-struct Counters {
-    int64_t cpuNs = 0;     // user and system time
-    int64_t switches = 0;  // voluntary and not
-};
-Counters ReadCounters(const std::vector<pid_t>& pids);
+// User and system time.
+int64_t CpuNs(const std::vector<pid_t>& pids);
+// Context switches, voluntary and not. Asks thread by thread, which takes as long as many commands.
+int64_t Switches(const std::vector<pid_t>& pids);
 
 struct Footprint {
     long rssKib = 0;

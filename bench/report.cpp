@@ -14,31 +14,30 @@ namespace kelp::bench {
 namespace {
 
 constexpr char kFloor[] = "direct/local/kept";
-using Rounds = std::map<std::string, std::vector<Sample>>;
+using Rounds = std::map<std::string, std::vector<Compared>>;
 
-double MedianOf(const std::vector<Sample>& samples, const std::string& figure) {
+// -1 when no visit has the figure.
+double MedianOf(const std::vector<Compared>& visits, Sample Compared::*part,
+                const std::string& figure) {
     std::vector<double> values;
-    for (const Sample& sample : samples) {
-        const auto found = sample.find(figure);
-        if (found != sample.end()) {
+    for (const Compared& visit : visits) {
+        const auto found = (visit.*part).find(figure);
+        if (found != (visit.*part).end()) {
             values.push_back(found->second);
         }
     }
     return values.empty() ? -1 : Median(values);
 }
 
-// -1 when one of the two has no such figure.
-double RatioOf(const std::vector<Sample>& samples, const std::vector<Sample>& base,
-               const std::string& figure) {
-    std::vector<double> ratios;
-    for (size_t i = 0; i < samples.size() && i < base.size(); ++i) {
-        const auto over = samples[i].find(figure);
-        const auto under = base[i].find(figure);
-        if (over != samples[i].end() && under != base[i].end() && under->second > 0) {
-            ratios.push_back(over->second / under->second);
-        }
-    }
-    return ratios.empty() ? -1 : Median(ratios);
+// The same, of the figure itself.
+double MedianOf(const std::vector<Compared>& visits, const std::string& figure) {
+    return MedianOf(visits, &Compared::sample, figure);
+}
+
+double FigureOf(const std::map<std::string, Sample>& samples, const std::string& key,
+                const std::string& figure) {
+    const auto found = samples.find(key);
+    return found != samples.end() ? MedianOf({{found->second, {}, {}}}, figure) : -1;
 }
 
 void Cell(double value, int digits = 2) {
@@ -49,17 +48,6 @@ void Cell(double value, int digits = 2) {
     }
 }
 
-// The two-thread reference on the same transport, in the same mode.
-std::string YardstickFor(const std::string& key) {
-    return "two-threads" + key.substr(key.find('/'));
-}
-
-const std::vector<Sample>& Of(const Rounds& rounds, const std::string& key) {
-    static const std::vector<Sample> kNone;
-    const auto found = rounds.find(key);
-    return found != rounds.end() ? found->second : kNone;
-}
-
 void PrintRoundTrips(const std::string& placement, const Rounds& rounds) {
     printf(
         "\nRound trips, %s; x-floor: over the direct exchange on the local socket; x-ref: over\n"
@@ -68,16 +56,16 @@ void PrintRoundTrips(const std::string& placement, const Rounds& rounds) {
     printf("%-32s%8s%8s%8s%8s|%8s%8s%8s%8s%8s%8s%8s\n", "", "p50", "p90", "p99", "max", "p50",
            "p99", "pair", "/s one", "/s pipe", "/s four", "cpu");
     printf("%-32s%32s|%56s\n", "", "x-floor", "x-ref");
-    for (const auto& [key, samples] : rounds) {
+    for (const auto& [key, visits] : rounds) {
         printf("%-32s", key.c_str());
         for (const char* figure : {"p50_ns", "p90_ns", "p99_ns", "max_ns"}) {
-            Cell(RatioOf(samples, Of(rounds, kFloor), figure));
+            Cell(MedianOf(visits, &Compared::overFloor, figure));
         }
         printf("|");
         for (const char* figure :
              {"p50_ns", "p99_ns", "pair_ns", "per_second", "pipelined_per_second",
               "four_clients_per_second", "cpu_us_per_1000"}) {
-            Cell(RatioOf(samples, Of(rounds, YardstickFor(key)), figure));
+            Cell(MedianOf(visits, &Compared::overReference, figure));
         }
         printf("\n");
     }
@@ -90,20 +78,18 @@ void PrintFootprints(const Results& results, const std::string& placement, const
         placement.c_str());
     printf("%-32s%8s%8s%8s%8s%8s%8s%8s%8s%8s\n", "", "relay", "road", "pair", "start", "rss", "pss",
            "threads", "calls", "idle");
-    for (const auto& [key, samples] : rounds) {
+    for (const auto& [key, visits] : rounds) {
         printf("%-32s", key.c_str());
-        Cell(MedianOf(samples, "switches"));
-        Cell(MedianOf(samples, "path_switches"));
-        const double pair = MedianOf(samples, "pair_ns");
-        Cell(pair > 0 ? pair / MedianOf(samples, "p50_ns") : -1);
-        Cell(RatioOf(samples, Of(rounds, YardstickFor(key)), "start_ms"));
+        Cell(MedianOf(visits, "switches"));
+        Cell(MedianOf(visits, "path_switches"));
+        const double pair = MedianOf(visits, "pair_ns");
+        Cell(pair > 0 ? pair / MedianOf(visits, "p50_ns") : -1);
+        Cell(MedianOf(visits, &Compared::overReference, "start_ms"));
         for (const char* figure : {"rss_kib", "pss_kib", "threads"}) {
-            Cell(MedianOf(samples, figure), 0);
+            Cell(MedianOf(visits, figure), 0);
         }
-        const auto calls = results.calls.find(key);
-        Cell(calls != results.calls.end() ? MedianOf({calls->second}, "all") : -1);
-        const auto idle = results.idle.find(key);
-        Cell(idle != results.idle.end() ? MedianOf({idle->second}, "switches") : -1, 0);
+        Cell(FigureOf(results.calls, key, "all"));
+        Cell(FigureOf(results.idle, key, "switches"), 0);
         printf("\n");
     }
 }
@@ -122,21 +108,29 @@ void PrintCalls(const Results& results) {
 }
 
 void PrintBursts(const Results& results) {
-    const auto found = results.rounds.find("one-core");
+    const auto placement = results.rounds.find("one-core");
+    if (placement == results.rounds.end() || results.bursts.empty()) {
+        return;
+    }
+    const auto direct = placement->second.find(kFloor);
     const double floor =
-        found != results.rounds.end() ? MedianOf(Of(found->second, kFloor), "p50_ns") : 0;
+        direct != placement->second.end() ? MedianOf(direct->second, "p50_ns") : -1;
     printf(
         "\nBursts of 64-byte commands on the local socket, one core: time per command in direct\n"
-        "exchanges, growth of the resident memory in KiB, and the log-log slope of the time of\n"
-        "the whole burst\n");
+        "exchanges, x-ref as above, growth of the resident memory in KiB, and the log-log slope\n"
+        "of the time of the whole burst\n");
     for (const auto& [key, sizes] : results.bursts) {
         printf("%-32s", key.c_str());
         std::vector<double> x;
         std::vector<double> y;
-        for (const auto& [bytes, samples] : sizes) {
-            const double ns = MedianOf(samples, "ns");
-            printf("  %zu KiB: %.2f (%+.0f)", bytes >> 10, floor > 0 ? ns / floor : -1,
-                   MedianOf(samples, "kib"));
+        for (const auto& [bytes, visits] : sizes) {
+            const double ns = MedianOf(visits, "ns");
+            printf("  %zu KiB: %.2f", bytes >> 10, floor > 0 ? ns / floor : -1);
+            const double ratio = MedianOf(visits, &Compared::overReference, "ns");
+            if (ratio >= 0) {
+                printf(" x-ref %.2f", ratio);
+            }
+            printf(" (%+.0f)", MedianOf(visits, "kib"));
             x.push_back(static_cast<double>(bytes));
             y.push_back(ns * static_cast<double>(bytes));
         }
@@ -156,14 +150,26 @@ void Write(std::ostream& out, const Sample& sample) {
     out << (sample.empty() ? "{}" : "}");
 }
 
-void Write(std::ostream& out, const std::vector<Sample>& samples) {
-    const char* separator = "[";
-    for (const Sample& sample : samples) {
-        out << separator;
-        Write(out, sample);
-        separator = ",";
+// The figures themselves are on the same level as the two sets of ratios.
+void Write(std::ostream& out, const Compared& visit) {
+    out << "{\"over_floor\":";
+    Write(out, visit.overFloor);
+    out << ",\"over_reference\":";
+    Write(out, visit.overReference);
+    for (const auto& [name, value] : visit.sample) {
+        out << ",\"" << name << "\":" << value;
     }
-    out << (samples.empty() ? "[]" : "]");
+    out << "}";
+}
+
+void Write(std::ostream& out, const std::vector<Compared>& visits) {
+    const char* separator = "[";
+    for (const Compared& visit : visits) {
+        out << separator;
+        Write(out, visit);
+        separator = ",\n";
+    }
+    out << (visits.empty() ? "[]" : "]");
 }
 
 void Write(std::ostream& out, size_t key) {

@@ -2,9 +2,12 @@
 
 #include <poll.h>
 #include <stdlib.h>
+#include <sys/ioctl.h>
+#include <sys/select.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <condition_variable>
 #include <deque>
 #include <memory>
@@ -16,6 +19,7 @@ namespace kelp::bench {
 
 namespace {
 
+// More than the relays of one group keep open together, of which some connect once for each client.
 constexpr int kPoolThreads = 16;
 constexpr size_t kReadBytes = 65535;
 
@@ -87,7 +91,11 @@ class Relay {
         for (const auto& client : mClients) {
             fds.push_back({client->mFd, POLLIN, 0});
         }
-        poll(fds.data(), fds.size(), -1);
+        if (mOptions.contract) {
+            Select(fds);
+        } else {
+            poll(fds.data(), fds.size(), -1);
+        }
         // Backwards, so that a client that leaves does not move those still to be looked at.
         for (size_t i = mClients.size(); i > 0; --i) {
             if (fds[i].revents != 0 && !Read(mClients[i - 1])) {
@@ -99,7 +107,36 @@ class Relay {
         }
     }
 
+    static void Select(std::vector<struct pollfd>& fds) {
+        fd_set ready;
+        FD_ZERO(&ready);
+        int highest = -1;
+        for (const struct pollfd& entry : fds) {
+            if (entry.fd >= 0) {
+                FD_SET(entry.fd, &ready);
+                highest = std::max(highest, entry.fd);
+            }
+        }
+        select(highest + 1, &ready, nullptr, nullptr, nullptr);
+        for (struct pollfd& entry : fds) {
+            entry.revents = entry.fd >= 0 && FD_ISSET(entry.fd, &ready) ? POLLIN : 0;
+        }
+    }
+
+    // About as long as most of kelp's.
+    void Record() const {
+        static const std::string kRecord(100, 'r');
+        if (mOptions.records && write(STDERR_FILENO, kRecord.data(), kRecord.size()) < 0) {
+            return;
+        }
+    }
+
     bool Read(const std::shared_ptr<Client>& client) {
+        if (mOptions.contract) {
+            int pending = 0;
+            ioctl(client->mFd, FIONREAD, &pending);
+            Record();  // how many bytes came
+        }
         const ssize_t n = read(client->mFd, mBuffer.data(), mBuffer.size());
         if (n <= 0) {
             return false;
@@ -119,6 +156,14 @@ class Relay {
     }
 
     void Serve(const std::shared_ptr<Client>& client, const char* command, size_t length) {
+        Record();  // the command
+        Record();  // the rest of the buffer
+        Record();  // the entry of the white list
+        if (!mOptions.kept) {
+            Record();  // that it connects
+        } else if (mOptions.contract) {
+            recv(mPeer, mAnswer.data(), mAnswer.size(), MSG_DONTWAIT);
+        }
         const int peer = mOptions.kept ? mPeer : ConnectLocal(mOptions.peer);
         send(peer, command, length, MSG_NOSIGNAL);
         const ssize_t n = recv(peer, mAnswer.data(), mAnswer.size(), 0);
@@ -149,6 +194,7 @@ class Relay {
                 mAnswers.pop_front();
             }
             WriteAll(answer.client->mFd, answer.bytes.data(), answer.bytes.size());
+            Record();  // the answer
         }
     }
 

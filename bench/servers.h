@@ -17,7 +17,12 @@ struct RelayOptions {
     // Two threads with a queue between them: one receives, cuts lines and asks the peer, the other
     // writes the answers. Otherwise one thread does it all.
     bool twoThreads = false;
-    bool kept = true;  // the connection to the peer; otherwise one for each command
+    // The system calls that kelp's contract asks for beyond that, and nothing else of kelp: select
+    // where poll would do, the count of pending bytes before a read, a look for stale bytes before
+    // an exchange on a kept connection. What kelp can come down to at best.
+    bool contract = false;
+    bool records = false;  // and a write(2) to standard error for each log record
+    bool kept = true;      // the connection to the peer; otherwise one for each command
     Transport transport = Transport::kLocal;
     std::string where;  // name, port or device
     std::string peer;   // the echo peer's local socket

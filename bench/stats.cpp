@@ -10,9 +10,15 @@ double Quantile(std::vector<double> values, double fraction) {
     if (values.empty()) {
         return 0;
     }
-    const auto nth = static_cast<size_t>(fraction * static_cast<double>(values.size() - 1) + 0.5);
-    std::nth_element(values.begin(), values.begin() + static_cast<ptrdiff_t>(nth), values.end());
-    return values[nth];
+    // Between two neighbours in proportion: the upper one of the middle two would be no median.
+    const double place = fraction * static_cast<double>(values.size() - 1);
+    const auto below = values.begin() + static_cast<ptrdiff_t>(place);
+    std::nth_element(values.begin(), below, values.end());
+    if (below + 1 == values.end()) {
+        return *below;
+    }
+    const double next = *std::min_element(below + 1, values.end());
+    return *below + (next - *below) * (place - std::floor(place));
 }
 
 double LogLogSlope(const std::vector<double>& x, const std::vector<double>& y) {

@@ -16,28 +16,23 @@ constexpr char kKelpLocal[] = "@/dev/socket/kelp";
 constexpr char kCommand[] = "AT+WIFI=0123456";
 constexpr char kTerminator[] = "\r\n";
 
-constexpr const char* kNames[] = {"direct", "one-thread", "two-threads",
+constexpr const char* kNames[] = {"direct", "one-thread", "two-threads", "contract",
                                   "socat",  "ser2net",    "kelp"};
-
-std::string RelayLocal(const Environment& environment) {
-    return environment.directory + "/relay.sock";
-}
 
 std::string Quoted(const std::string& text) {
     return "\"" + text + "\"";
 }
 
 // Every console and all five modules are up, whatever is measured.
-void WriteKelpConfig(const Subject& subject, const Environment& environment,
+void WriteKelpConfig(const Subject& subject, const Environment& environment, const Front& front,
                      const std::string& path) {
     const std::string peer = Quoted(environment.peerName);
     std::ofstream(path)
         << "{\"console\":{\"usb\":{\"support\":true,\"active\":true,\"route\":"
-        << Quoted(environment.relayDevice)
-        << "},\"uart\":{\"support\":true,\"active\":true,\"route\":"
+        << Quoted(front.mDevice) << "},\"uart\":{\"support\":true,\"active\":true,\"route\":"
         << Quoted(environment.uartDevice)
         << "},\"tcp\":{\"support\":true,\"active\":true,\"route\":\"127.0.0.1\",\"port\":"
-        << environment.relayPort
+        << front.mPort
         << "}},\"receive-mode\":{\"mode\":\"tail\",\"tail\":\"0D0A\"},\"module\":{"
            "\"support-modules\":[\"wcn\",\"modem\",\"pcba\",\"fm\",\"kelp\"],\"interaction\":{"
            "\"wcn\":{\"keep-alive\":"
@@ -50,10 +45,11 @@ void WriteKelpConfig(const Subject& subject, const Environment& environment,
            "\"fm\":[\"AT+FM\"],\"kelp\":[\"ZAT+\"]}}}\n";
 }
 
-bool StartKelp(const Subject& subject, const Environment& environment, Process& relay) {
+bool StartKelp(const Subject& subject, const Environment& environment, const Front& front,
+               Process& relay) {
     const std::string config = environment.directory + "/kelp.json";
     const std::string log = environment.directory + "/kelp.log";
-    WriteKelpConfig(subject, environment, config);
+    WriteKelpConfig(subject, environment, front, config);
     unlink(log.c_str());
     std::vector<std::string> variables;
     if (subject.log == "filtered") {
@@ -63,31 +59,32 @@ bool StartKelp(const Subject& subject, const Environment& environment, Process& 
                        subject.log == "file" ? log : "/dev/null", variables);
 }
 
-bool StartSocat(const Subject& subject, const Environment& environment, Process& relay) {
+bool StartSocat(const Subject& subject, const Environment& environment, const Front& front,
+                Process& relay) {
     std::string listen;
     switch (subject.transport) {
         case Transport::kLocal:
-            listen = "UNIX-LISTEN:" + RelayLocal(environment) + ",fork";
+            listen = "UNIX-LISTEN:" + front.mLocal + ",fork";
             break;
         case Transport::kTcp:
-            listen = "TCP-LISTEN:" + std::to_string(environment.relayPort) +
+            listen = "TCP-LISTEN:" + std::to_string(front.mPort) +
                      ",bind=127.0.0.1,reuseaddr,nodelay,fork";
             break;
         case Transport::kPty:
-            listen = "OPEN:" + environment.relayDevice + ",raw,echo=0";
+            listen = "OPEN:" + front.mDevice + ",raw,echo=0";
             break;
     }
     return relay.Start({"socat", listen, "UNIX-CONNECT:" + environment.peerName}, "/dev/null");
 }
 
-bool StartSer2net(const Subject& subject, const Environment& environment, Process& relay) {
+bool StartSer2net(const Subject& subject, const Environment& environment, const Front& front,
+                  Process& relay) {
     const std::string config = environment.directory + "/ser2net.yaml";
     // Without the delay in which it collects characters, as a bench would tune it.
     std::ofstream(config) << "%YAML 1.1\n---\nconnection: &bench\n  accepter: "
                           << (subject.transport == Transport::kTcp
-                                  ? "tcp(nodelay=true),127.0.0.1," +
-                                        std::to_string(environment.relayPort)
-                                  : "unix," + RelayLocal(environment))
+                                  ? "tcp(nodelay=true),127.0.0.1," + std::to_string(front.mPort)
+                                  : "unix," + front.mLocal)
                           << "\n  connector: unix," << environment.peerName
                           << "\n  options:\n    chardelay: false\n";
     return relay.Start({"ser2net", "-n", "-u", "-c", config},
@@ -95,6 +92,17 @@ bool StartSer2net(const Subject& subject, const Environment& environment, Proces
 }
 
 }  // namespace
+
+Front::Front(const Environment& environment, size_t number)
+    : mLocal(environment.directory + "/relay-" + std::to_string(number) + ".sock"),
+      mPort(FreePort()) {
+    OpenPty(mMaster, mKeptOpen, mDevice);
+}
+
+Front::~Front() {
+    close(mMaster);
+    close(mKeptOpen);
+}
 
 std::string Subject::Who() const {
     std::string who = kNames[static_cast<int>(relaying)];
@@ -133,9 +141,10 @@ std::vector<Subject> AllSubjects() {
         for (const bool kept : {true, false}) {
             subjects.push_back({Relaying::kOneThread, transport, kept});
             subjects.push_back({Relaying::kTwoThreads, transport, kept});
-            if (kept) {
-                // Divided by itself it tells how far the other ratios can be trusted.
-                subjects.push_back({Relaying::kTwoThreads, transport, kept, "again"});
+            // Divided by itself it tells how far the other ratios can be trusted.
+            subjects.push_back({Relaying::kTwoThreads, transport, kept, "again"});
+            for (const char* log : {"null", "filtered"}) {
+                subjects.push_back({Relaying::kContract, transport, kept, log});
             }
             for (const char* log : {"null", "filtered", "file"}) {
                 subjects.push_back({Relaying::kKelp, transport, kept, log});
@@ -156,48 +165,49 @@ std::vector<Subject> AllSubjects() {
     return subjects;
 }
 
-Road RoadOf(const Subject& subject, const Environment& environment) {
+Road RoadOf(const Subject& subject, const Environment& environment, const Front& front) {
     const bool direct = subject.relaying == Relaying::kDirect;
     // Those who cut lines hand the command on without its terminator, and the peer echoes that.
-    const bool cuts = subject.relaying == Relaying::kOneThread ||
-                      subject.relaying == Relaying::kTwoThreads ||
-                      subject.relaying == Relaying::kKelp;
+    const bool cuts =
+        !direct && subject.relaying != Relaying::kSocat && subject.relaying != Relaying::kSer2net;
     Road road;
     road.transport = subject.transport;
     road.name = direct                                ? environment.peerName
                 : subject.relaying == Relaying::kKelp ? kKelpLocal
-                                                      : RelayLocal(environment);
-    road.port = direct ? environment.peerPort : environment.relayPort;
-    road.master = direct ? environment.peerMaster : environment.relayMaster;
+                                                      : front.mLocal;
+    road.port = direct ? environment.peerPort : front.mPort;
+    road.master = direct ? environment.peerMaster : front.mMaster;
     road.command = std::string(kCommand) + kTerminator;
     road.answerBytes = cuts ? road.command.size() - 2 : road.command.size();
     road.clientReopens = direct && !subject.kept;
     return road;
 }
 
-bool StartRelay(const Subject& subject, const Environment& environment, Process& relay) {
-    unlink(RelayLocal(environment).c_str());
+bool StartRelay(const Subject& subject, const Environment& environment, const Front& front,
+                Process& relay) {
+    unlink(front.mLocal.c_str());
     switch (subject.relaying) {
         case Relaying::kDirect:
             return true;
         case Relaying::kOneThread:
-        case Relaying::kTwoThreads: {
-            std::string where = RelayLocal(environment);
+        case Relaying::kTwoThreads:
+        case Relaying::kContract: {
+            std::string where = front.mLocal;
             if (subject.transport != Transport::kLocal) {
-                where = subject.transport == Transport::kTcp ? std::to_string(environment.relayPort)
-                                                             : environment.relayDevice;
+                where = subject.transport == Transport::kTcp ? std::to_string(front.mPort)
+                                                             : front.mDevice;
             }
-            return relay.Start({environment.self, "serve-relay", Name(subject.transport), where,
-                                subject.relaying == Relaying::kTwoThreads ? "two" : "one",
-                                subject.kept ? "kept" : "per-request", environment.peerName},
-                               "/dev/null");
+            return relay.Start(
+                {environment.self, "serve-relay", Name(subject.transport), where, subject.Who(),
+                 subject.kept ? "kept" : "per-request", environment.peerName},
+                "/dev/null");
         }
         case Relaying::kSocat:
-            return StartSocat(subject, environment, relay);
+            return StartSocat(subject, environment, front, relay);
         case Relaying::kSer2net:
-            return StartSer2net(subject, environment, relay);
+            return StartSer2net(subject, environment, front, relay);
         case Relaying::kKelp:
-            return StartKelp(subject, environment, relay);
+            return StartKelp(subject, environment, front, relay);
     }
     return false;
 }
