@@ -91,6 +91,15 @@ void Thread::Stop() {
 
 void Thread::Mark() {
     mStop.store(true);
+    RaiseWakeFd();
+}
+
+void Thread::Unmark() {
+    mStop.store(false);
+    LowerWakeFd();
+}
+
+void Thread::RaiseWakeFd() {
     const uint64_t one = 1;
     // Fails only when the counter is full, and then the descriptor is readable already.
     if (write(mWakeFd.Get(), &one, sizeof(one)) < 0) {
@@ -98,13 +107,31 @@ void Thread::Mark() {
     }
 }
 
-void Thread::Unmark() {
-    mStop.store(false);
+void Thread::LowerWakeFd() {
     uint64_t count;
-    // Fails when it was not marked.
+    // Fails when it was not raised.
     if (read(mWakeFd.Get(), &count, sizeof(count)) < 0) {
         return;
     }
+}
+
+void Thread::Nudge() {
+    MutexLock lock(mMutex);
+    RaiseWakeFd();
+}
+
+bool Thread::TakeNudge() {
+    Thread* const self = sCurrent;
+    if (self == nullptr) {
+        return true;
+    }
+    // Under the lock, so that no mark is taken for a nudge.
+    MutexLock lock(self->mMutex);
+    if (self->mStop.load()) {
+        return false;
+    }
+    self->LowerWakeFd();
+    return true;
 }
 
 void Thread::Wake() {
@@ -201,13 +228,16 @@ WaitResult Thread::WaitFd(int fd, short events, int timeoutMs) {
     int left = timeoutMs;
     for (;;) {
         const int ready = poll(fds, 2, left);
-        if (ready > 0) {
-            return fds[1].revents != 0 ? WaitResult::kStopped : WaitResult::kReady;
+        if (ready > 0 && fds[1].revents != 0 && !TakeNudge()) {
+            return WaitResult::kStopped;
+        }
+        if (ready > 0 && fds[0].revents != 0) {
+            return WaitResult::kReady;
         }
         if (ready == 0) {
             return WaitResult::kTimeOut;
         }
-        if (errno != EINTR) {
+        if (ready < 0 && errno != EINTR) {
             // Only the kernel's want of memory. Without poll nothing can be waited on but time.
             if (StopRequested()) {
                 return WaitResult::kStopped;

@@ -63,10 +63,18 @@ class Thread {
     // threads that stop each other both go on, and both end.
     void Stop();
 
+    // Ends one wait of the thread in a select that includes its WakeFd, without asking it to stop:
+    // now, or when it next gets there. From any thread.
+    void Nudge();
+
     // About the calling thread. A thread that is not a Thread is never asked to stop.
     static bool StopRequested();
-    // Readable once the calling thread has been asked to stop; -1 on a thread that is no Thread.
+    // Readable once the calling thread has been asked to stop, and after a Nudge; -1 on a thread
+    // that is no Thread.
     static int WakeFd();
+    // To be called when WakeFd was found readable. False when the thread is asked to stop; else it
+    // was nudged, and WakeFd is not readable any more.
+    static bool TakeNudge();
     // Waits for poll(2) `events` on `fd`, or for a hang-up or error of it. `timeoutMs` in
     // milliseconds, negative: without limit.
     static WaitResult WaitFd(int fd, short events, int timeoutMs);
@@ -89,13 +97,15 @@ class Thread {
     void Loop();
     void Mark() KELP_REQUIRES(mMutex);
     void Unmark() KELP_REQUIRES(mMutex);
+    void RaiseWakeFd() KELP_REQUIRES(mMutex);
+    void LowerWakeFd() KELP_REQUIRES(mMutex);
     void Wake();
     bool ParkFd(int fd);
     bool WouldWaitForCaller(const Thread* caller) const;
     void WaitUntilEnded();
 
     Runnable* const mRunnable;
-    UniqueFd mWakeFd;                // eventfd, made once; level-triggered while marked
+    UniqueFd mWakeFd;                // eventfd, made once; readable while marked, or nudged
     std::atomic<bool> mStop{false};  // written under mMutex
 
     Mutex mMutex;  // a leaf but for sWaitMutex

@@ -5,7 +5,6 @@
 
 #include <errno.h>
 #include <fcntl.h>
-#include <sys/eventfd.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -32,7 +31,6 @@ Processor::Processor(ConfigManager* configManager, MessagerManager* messagerMana
     : mConfigManager(configManager),
       mMessagerManager(messagerManager),
       mMode(mode),
-      mNudgeFd(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
       mClientFds(MAX_CLIENT_NUM, -1),
       mClients(MAX_CLIENT_NUM),
       mReadBuf(new char[READ_BUF_SIZE]),
@@ -157,7 +155,7 @@ int Processor::ConnectByApp() {
     }
     const int fd = Open();
     KLOG(kLogDebug) << GetName() << " << connect by app << fd:" << fd;
-    Nudge();
+    mRecvThread->Nudge();
     return fd;
 }
 
@@ -167,17 +165,9 @@ void Processor::DisConnectByApp() {
     // The kernel keeps a closed descriptor alive, and its address taken, for as long as a select
     // waits on it.
     const uint64_t round = mSelectRound;
-    Nudge();
+    mRecvThread->Nudge();
     for (int i = 0; i < kLetGoTries && round % 2 == 1 && mSelectRound == round; ++i) {
         Thread::SleepMs(kLetGoPauseMs);
-    }
-}
-
-void Processor::Nudge() {
-    const uint64_t one = 1;
-    // Fails only when the counter is full, and then the loop is about to look anyway.
-    if (write(mNudgeFd.Get(), &one, sizeof(one)) < 0) {
-        return;
     }
 }
 

@@ -11,7 +11,6 @@
 
 #include "platform/sync.h"
 #include "platform/thread.h"
-#include "platform/uniquefd.h"
 #include "processor/command.h"
 #include "processor/framebuffer.h"
 #include "processor/messagequeue.h"
@@ -119,7 +118,6 @@ class Processor {
     void OnReadable(fd_set& ready);
     void ReceiveFrom(int fd);
     void ApplyFraming();
-    void Nudge();
 
     // Connection.
     int Open();
@@ -142,7 +140,6 @@ class Processor {
     void DropAnswers();
 
     const ProcessorModeE mMode;
-    const UniqueFd mNudgeFd;  // eventfd: makes the receive loop look at its descriptors again
     std::atomic<bool> mRecvRunning{false};
     std::atomic<bool> mSendRunning{false};
 

@@ -65,10 +65,9 @@ void Processor::ReceiveOnce() {
     if (wakeFd != -1) {
         FdSetInsert(wakeFd, ready);
     }
-    FdSetInsert(mNudgeFd.Get(), ready);
     struct timeval tick = mTimeTick;  // select may write to it
-    int count = select(std::max({GetMaxFd(), wakeFd, mNudgeFd.Get()}) + 1, &ready, nullptr, nullptr,
-                       mTimed ? &tick : nullptr);
+    const int count = select(std::max(GetMaxFd(), wakeFd) + 1, &ready, nullptr, nullptr,
+                             mTimed ? &tick : nullptr);
     const int error = errno;
     ++mSelectRound;
     mReceiveConfig = mConfigManager->GetReceiveConfig();
@@ -85,15 +84,8 @@ void Processor::ReceiveOnce() {
         }
         return;
     }
-    if (wakeFd != -1 && FdSetContains(wakeFd, ready)) {
+    if (wakeFd != -1 && FdSetContains(wakeFd, ready) && (!Thread::TakeNudge() || count == 1)) {
         return;
-    }
-    if (FdSetContains(mNudgeFd.Get(), ready)) {
-        uint64_t nudges;
-        --count;
-        if (read(mNudgeFd.Get(), &nudges, sizeof(nudges)) < 0 || count == 0) {
-            return;
-        }
     }
     OnReadable(ready);
 }

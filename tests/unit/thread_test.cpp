@@ -1,12 +1,18 @@
 #include "platform/thread.h"
 
+#include <errno.h>
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <functional>
 #include <memory>
 
 #include "platform/clock.h"
 #include "platform/turn.h"
+#include "platform/uniquefd.h"
 #include "processor/messagequeue.h"
 
 namespace kelp {
@@ -31,6 +37,15 @@ TEST(Thread, StopEndsEveryKindOfWait) {
     } waits[] = {
         {"descriptor", [] { Thread::WaitFd(-1, 0, -1); }},
         {"sleep", [] { Thread::SleepMs(3600000); }},
+        {"receive",
+         [] {
+             int ends[2];
+             ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+             const UniqueFd own(ends[0]), other(ends[1]);
+             char byte;
+             EXPECT_EQ(Thread::Receive(own.Get(), &byte, 1), -1);
+             EXPECT_EQ(errno, ECANCELED);
+         }},
         {"queue", [&] { delete queue.dequeue(); }},
         {"turn", [&] { TurnHolder holder(turn); }},
     };
@@ -46,6 +61,36 @@ TEST(Thread, StopEndsEveryKindOfWait) {
         }
     }
     turn.Leave();
+}
+
+TEST(Thread, NudgesEndASelectButNoOtherWait) {
+    std::atomic<int> seen{0};
+    std::atomic<bool> sleeps{false};
+    Job job([&] {
+        if (sleeps) {
+            const int64_t begin = MonotonicMs();
+            EXPECT_TRUE(Thread::SleepMs(50));
+            EXPECT_GE(MonotonicMs() - begin, 50);
+            sleeps = false;
+        } else {
+            struct pollfd wake = {Thread::WakeFd(), POLLIN, 0};
+            poll(&wake, 1, -1);
+            seen += Thread::TakeNudge() ? 1 : 0;
+        }
+    });
+    Thread thread(&job);
+    ASSERT_TRUE(thread.Start());
+    for (int round = 0; round < 300; ++round) {
+        const int before = seen;
+        thread.Nudge();
+        while (seen == before)
+            sched_yield();
+    }
+    sleeps = true;
+    while (sleeps) {
+        thread.Nudge();
+        usleep(1000);
+    }
 }
 
 TEST(Thread, TwoThatStopEachOtherBothEnd) {
