@@ -64,17 +64,12 @@ LocalSocketClient::Connection LocalSocketClient::Open() {
         if (!MakeLocalAddress(mPath, space, address)) {
             continue;
         }
-        const int fd = ConnectLocal(address);
-        if (fd < 0) {
-            continue;
-        }
+        UniqueFd fd(ConnectLocal(address));
         // Whoever asks and then waits does so in recv itself. All else here is asked for with
         // MSG_DONTWAIT anyway.
-        if (mReopen == Reopen::kOnSend && fcntl(fd, F_SETFL, 0) < 0) {
-            close(fd);
-            continue;
+        if (fd.Ok() && (mReopen != Reopen::kOnSend || fcntl(fd.Get(), F_SETFL, 0) == 0)) {
+            return std::make_shared<UniqueFd>(std::move(fd));
         }
-        return std::make_shared<UniqueFd>(fd);
     }
     return nullptr;
 }

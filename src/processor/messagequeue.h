@@ -25,7 +25,7 @@ class MessageQueue {
             return;
         }
         append(item);
-        wake();
+        Signal();
     }
 
     // enqueue in two steps, for a producer that has more items coming: what was appended may be
@@ -35,10 +35,13 @@ class MessageQueue {
         mQueue.push_back(item);
     }
     void wake() {
-        // Outside the lock, so that the consumer does not wake up only to wait for it.
-        if (mWaitable.load(std::memory_order_relaxed)) {
-            mCond.Signal();
+        {
+            MutexLock lock(mMutex);
+            if (mQueue.empty()) {
+                return;  // taken meanwhile: nobody is to be woken for nothing
+            }
         }
+        Signal();
     }
 
     // The front item, now the caller's, or null. While mWaitable is set an empty queue is waited
@@ -81,6 +84,13 @@ class MessageQueue {
     std::atomic<bool> mWaitable{true};
 
   private:
+    // Outside the lock, so that the consumer does not wake up only to wait for it.
+    void Signal() {
+        if (mWaitable.load(std::memory_order_relaxed)) {
+            mCond.Signal();
+        }
+    }
+
     T* TakeFront() KELP_REQUIRES(mMutex) {
         if (mQueue.empty()) {
             return nullptr;
