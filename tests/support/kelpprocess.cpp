@@ -51,7 +51,9 @@ KelpProcess::~KelpProcess() {
 const std::string& KelpProcess::Log() {
     std::ifstream file(mLogPath, std::ios::binary);
     file.seekg(static_cast<std::streamoff>(mLog.size()));
-    mLog.append(std::istreambuf_iterator<char>(file), {});
+    const std::string more(std::istreambuf_iterator<char>(file), {});
+    // A record that is just being written can be seen up to the end of a page of the file.
+    mLog.append(more, 0, more.rfind('\n') + 1);
     return mLog;
 }
 

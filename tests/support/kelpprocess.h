@@ -22,7 +22,7 @@ class KelpProcess {
     KelpProcess& operator=(const KelpProcess&) = delete;
 
     pid_t Pid() const { return mPid; }
-    // Everything it has written to standard error so far.
+    // Every whole line that it has written to standard error so far.
     const std::string& Log();
     // How often `text` is in the log.
     int Logged(const std::string& text);
