@@ -1,5 +1,5 @@
 // The other ends of a measurement that this program plays itself, each in a process of its own: the
-// echo peer, and the two minimal relays that kelp is held against.
+// echo peer, and the minimal relays that kelp is held against.
 #pragma once
 
 #include <string>
