@@ -131,15 +131,8 @@ size_t Frame(const std::string& stream, size_t piece) {
     size_t commands = 0;
     for (size_t at = 0; at < stream.size(); at += piece) {
         buffer.Append(stream.data() + at, std::min(piece, stream.size() - at));
-        buffer.StripLeading(kTail);
-        for (;;) {
-            const size_t length = buffer.FindTail(kTail);
-            if (length == FrameBuffer::kNotFound) {
-                break;
-            }
+        for (std::string_view line; buffer.CutLine(kTail, line);) {
             ++commands;
-            buffer.Consume(length + kTail.size());
-            buffer.StripLeading(kTail);
         }
     }
     return commands;

@@ -35,11 +35,9 @@ void Framing(benchmark::State& state) {
     FrameBuffer buffer;
     for (auto _ : state) {
         buffer.Append(stream.data(), stream.size());
-        buffer.StripLeading(kTail);
-        size_t length;
-        while ((length = buffer.FindTail(kTail)) != FrameBuffer::kNotFound) {
-            buffer.Consume(length + kTail.size());
-            buffer.StripLeading(kTail);
+        std::string_view line;
+        while (buffer.CutLine(kTail, line)) {
+            benchmark::DoNotOptimize(line);
         }
         benchmark::DoNotOptimize(buffer.Size());
     }

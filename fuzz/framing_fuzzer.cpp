@@ -10,7 +10,9 @@
 
 #include "check.h"
 #include "config/configmanager.h"
+#include "processor/command.h"
 #include "processor/processor.h"
+#include "support/cutnaively.h"
 
 namespace {
 
@@ -34,29 +36,6 @@ class Console : public kelp::Processor {
     Commands mCommands;
 };
 
-void CutNaively(std::string& buffer, const kelp::ReceiveConfig& how, Commands& commands) {
-    const std::string tail(how.tail, how.tail + how.tailLength);
-    const auto strip = [&] {
-        while (!tail.empty() && buffer.compare(0, tail.size(), tail) == 0)
-            buffer.erase(0, tail.size());
-    };
-    if (buffer.size() < tail.size())
-        return;
-    if (how.mode == kelp::kReceiveTimeTick)
-        commands.push_back(buffer);
-    if (how.mode != kelp::kReceiveTail || tail.empty())
-        return;
-    strip();
-    while (buffer.size() > tail.size() && buffer.size() > 2) {
-        const size_t p = buffer.find(tail, 1);
-        if (p > buffer.size() - 2)
-            return;
-        commands.push_back(buffer.substr(0, p));
-        buffer.erase(0, p + tail.size());
-        strip();
-    }
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -79,7 +58,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         KELP_FUZZ_CHECK(console.ReadBuffer(out.Get(), length) == length);
         console.ProcessCmdData();
         buffer += piece;
-        CutNaively(buffer, how, expected);
+        if (how.mode == kelp::kReceiveTimeTick && buffer.size() >= tail.size()) {
+            expected.push_back(buffer);
+        } else if (how.mode == kelp::kReceiveTail && !tail.empty()) {
+            kelp::test::CutNaively(buffer, tail, expected);
+        }
         KELP_FUZZ_CHECK(console.mCommands == expected);
     }
     return 0;

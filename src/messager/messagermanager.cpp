@@ -59,9 +59,6 @@ unsigned MessagerManager::HandleRequest(Command* command, Processor* processor) 
     }
     for (const auto& messager : mMessagers) {
         if (messager->isSupportCmd(request->data(), static_cast<int>(request->size()))) {
-            if (processor != nullptr) {
-                processor->ReleaseAnswers();  // the module may take its time
-            }
             return messager->HandleMessager(command, processor);
         }
     }

@@ -2,7 +2,7 @@
 
 #include "main/errorcode.h"
 #include "platform/log.h"
-#include "processor/clientdescriptor.h"
+#include "processor/clienthandle.h"
 #include "processor/command.h"
 
 namespace kelp {

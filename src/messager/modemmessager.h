@@ -12,7 +12,7 @@
 
 namespace kelp {
 
-class ClientDescriptor;
+class ClientHandle;
 
 // Requests are written on the console's receive thread and forgotten. A thread of the module's own
 // reads what the daemon sends, answer or unsolicited report, and hands each message to the console
@@ -44,7 +44,7 @@ class ModemMessager : public Messager {
         void* processor = nullptr;
         int clientFd = -1;
         // Keeps the last client's descriptor open until the next request, also when it has left.
-        std::shared_ptr<ClientDescriptor> client;
+        std::shared_ptr<ClientHandle> client;
     };
 
     void ConnectOnce();

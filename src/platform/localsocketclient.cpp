@@ -59,6 +59,9 @@ LocalSocketClient::LocalSocketClient(std::string path, Reopen reopen)
     : mPath(std::move(path)), mReopen(reopen) {}
 
 LocalSocketClient::Connection LocalSocketClient::Open() {
+    if (Thread::StopRequested()) {
+        return nullptr;  // a console that is switched off begins no exchange
+    }
     for (const LocalNamespace space : {LocalNamespace::kFilesystem, LocalNamespace::kAbstract}) {
         LocalAddress address;
         if (!MakeLocalAddress(mPath, space, address)) {

@@ -37,7 +37,8 @@ class LocalSocketClient {
     explicit LocalSocketClient(std::string path, Reopen reopen = Reopen::kOnSend);
 
     // Connects, replacing a connection that is there. Returns its descriptor, which stays the
-    // client's, or -1. Blocks for up to a second while the peer's backlog is full.
+    // client's, or -1, also when the calling thread is asked to stop. Blocks for up to a second
+    // while the peer's backlog is full.
     int sopen();
 
     // Writes all bytes. Returns 0, 6005 when there is no connection (never opened, closed, or lost

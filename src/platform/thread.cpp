@@ -21,9 +21,6 @@ constexpr unsigned kPollFailurePauseUs = 10000;
 
 thread_local Thread* sCurrent = nullptr;
 
-// Guards every mAwaited. Never held while waiting; nothing is taken under it.
-Mutex sWaitMutex;
-
 }  // namespace
 
 Thread::Thread(Runnable* runnable, std::string name)
@@ -91,15 +88,6 @@ void Thread::Stop() {
 
 void Thread::Mark() {
     mStop.store(true);
-    RaiseWakeFd();
-}
-
-void Thread::Unmark() {
-    mStop.store(false);
-    LowerWakeFd();
-}
-
-void Thread::RaiseWakeFd() {
     const uint64_t one = 1;
     // Fails only when the counter is full, and then the descriptor is readable already.
     if (write(mWakeFd.Get(), &one, sizeof(one)) < 0) {
@@ -107,31 +95,13 @@ void Thread::RaiseWakeFd() {
     }
 }
 
-void Thread::LowerWakeFd() {
+void Thread::Unmark() {
+    mStop.store(false);
     uint64_t count;
-    // Fails when it was not raised.
+    // Fails when the thread was not marked.
     if (read(mWakeFd.Get(), &count, sizeof(count)) < 0) {
         return;
     }
-}
-
-void Thread::Nudge() {
-    MutexLock lock(mMutex);
-    RaiseWakeFd();
-}
-
-bool Thread::TakeNudge() {
-    Thread* const self = sCurrent;
-    if (self == nullptr) {
-        return true;
-    }
-    // Under the lock, so that no mark is taken for a nudge.
-    MutexLock lock(self->mMutex);
-    if (self->mStop.load()) {
-        return false;
-    }
-    self->LowerWakeFd();
-    return true;
 }
 
 void Thread::Wake() {
@@ -153,37 +123,14 @@ void Thread::Wake() {
     }
 }
 
-bool Thread::WouldWaitForCaller(const Thread* caller) const {
-    for (const Thread* next = this; next != nullptr; next = next->mAwaited) {
-        if (next == caller) {
-            return true;
-        }
-    }
-    return false;
-}
-
 void Thread::WaitUntilEnded() {
-    Thread* const self = sCurrent;
-    if (self != nullptr) {
-        MutexLock lock(sWaitMutex);
-        if (WouldWaitForCaller(self)) {
-            return;
-        }
-        self->mAwaited = this;
+    MutexLock lock(mMutex);
+    while (mState == State::kRunning && mStop.load()) {
+        mChanged.Wait(mMutex);
     }
-    {
-        MutexLock lock(mMutex);
-        while (mState == State::kRunning && mStop.load()) {
-            mChanged.Wait(mMutex);
-        }
-        if (mState == State::kEnded) {
-            pthread_join(mHandle, nullptr);
-            mState = State::kIdle;
-        }
-    }
-    if (self != nullptr) {
-        MutexLock lock(sWaitMutex);
-        self->mAwaited = nullptr;
+    if (mState == State::kEnded) {
+        pthread_join(mHandle, nullptr);
+        mState = State::kIdle;
     }
 }
 
@@ -228,7 +175,7 @@ WaitResult Thread::WaitFd(int fd, short events, int timeoutMs) {
     int left = timeoutMs;
     for (;;) {
         const int ready = poll(fds, 2, left);
-        if (ready > 0 && fds[1].revents != 0 && !TakeNudge()) {
+        if (ready > 0 && fds[1].revents != 0 && StopRequested()) {
             return WaitResult::kStopped;
         }
         if (ready > 0 && fds[0].revents != 0) {

@@ -57,24 +57,15 @@ class Thread {
     // never been stopped. False when no thread could be made.
     bool Start();
 
-    // From the thread itself: only marks it. From another thread: marks it, wakes it and waits
-    // until it has ended (or was started again by somebody else). The wait is skipped when the
-    // thread is, directly or through others, itself waiting in a Stop for the caller to end: two
-    // threads that stop each other both go on, and both end.
+    // From the thread itself: only marks it. From another thread: marks it, ends its wait and blocks
+    // until it has ended (or was started again by somebody else). Two threads must not stop each
+    // other, nor three in a circle: each would wait for the next.
     void Stop();
-
-    // Ends one wait of the thread in a select that includes its WakeFd, without asking it to stop:
-    // now, or when it next gets there. From any thread.
-    void Nudge();
 
     // About the calling thread. A thread that is not a Thread is never asked to stop.
     static bool StopRequested();
-    // Readable once the calling thread has been asked to stop, and after a Nudge; -1 on a thread
-    // that is no Thread.
+    // Readable once the calling thread has been asked to stop; -1 on a thread that is no Thread.
     static int WakeFd();
-    // To be called when WakeFd was found readable. False when the thread is asked to stop; else it
-    // was nudged, and WakeFd is not readable any more.
-    static bool TakeNudge();
     // Waits for poll(2) `events` on `fd`, or for a hang-up or error of it. `timeoutMs` in
     // milliseconds, negative: without limit.
     static WaitResult WaitFd(int fd, short events, int timeoutMs);
@@ -97,18 +88,15 @@ class Thread {
     void Loop();
     void Mark() KELP_REQUIRES(mMutex);
     void Unmark() KELP_REQUIRES(mMutex);
-    void RaiseWakeFd() KELP_REQUIRES(mMutex);
-    void LowerWakeFd() KELP_REQUIRES(mMutex);
     void Wake();
     bool ParkFd(int fd);
-    bool WouldWaitForCaller(const Thread* caller) const;
     void WaitUntilEnded();
 
     Runnable* const mRunnable;
-    UniqueFd mWakeFd;                // eventfd, made once; readable while marked, or nudged
+    UniqueFd mWakeFd;                // eventfd, made once; readable while marked
     std::atomic<bool> mStop{false};  // written under mMutex
 
-    Mutex mMutex;  // a leaf but for sWaitMutex
+    Mutex mMutex;  // a leaf
     CondVar mChanged;
     std::string mName KELP_GUARDED_BY(mMutex);
     State mState KELP_GUARDED_BY(mMutex) = State::kIdle;
@@ -117,10 +105,6 @@ class Thread {
     Mutex* mParkMutex KELP_GUARDED_BY(mMutex) = nullptr;
     CondVar* mParkCond KELP_GUARDED_BY(mMutex) = nullptr;
     int mParkFd KELP_GUARDED_BY(mMutex) = -1;
-
-    // The thread whose end this one awaits in Stop. Guarded by sWaitMutex (in the source), which
-    // makes looking for a cycle and joining the chain one step.
-    Thread* mAwaited = nullptr;
 };
 
 }  // namespace kelp

@@ -2,14 +2,14 @@
 
 #include <utility>
 
-#include "processor/clientdescriptor.h"
+#include "processor/clienthandle.h"
 
 namespace kelp {
 
 Command::Command(int fd) : mClientFd(fd) {}
 
-Command::Command(int fd, std::shared_ptr<ClientDescriptor> client)
-    : mClientFd(fd), mClient(std::move(client)) {}
+Command::Command(std::shared_ptr<ClientHandle> client)
+    : mClientFd(client != nullptr ? client->Number() : -1), mClient(std::move(client)) {}
 
 Command::~Command() = default;
 

@@ -6,7 +6,7 @@
 
 namespace kelp {
 
-class ClientDescriptor;
+class ClientHandle;
 class Messager;
 
 // Created with new by the console's framing (or by a module that speaks unasked) and handed on as a
@@ -17,9 +17,8 @@ class Command {
     Command() = default;
     // For a descriptor that somebody else keeps open until the answer is written.
     explicit Command(int fd);
-    // Keeps the client's descriptor open as long as the command lives. `fd` is the number that the
-    // console knows the client by.
-    Command(int fd, std::shared_ptr<ClientDescriptor> client);
+    // From a client of the console; null: nobody to answer.
+    explicit Command(std::shared_ptr<ClientHandle> client);
     ~Command();
     Command(const Command&) = delete;
     Command& operator=(const Command&) = delete;
@@ -29,9 +28,9 @@ class Command {
 
     std::vector<char> mRequest;     // as framed, without the terminator
     std::vector<char> mResponse;    // complete on the wire; the console adds nothing
-    int mClientFd = -1;             // -1: nobody to answer
+    int mClientFd = -1;             // the client's number when it asked; -1: nobody to answer
     Messager* mMessager = nullptr;  // told when the answer is out; not owned
-    std::shared_ptr<ClientDescriptor> mClient;
+    std::shared_ptr<ClientHandle> mClient;  // null: the answer goes to mClientFd itself
 };
 
 }  // namespace kelp

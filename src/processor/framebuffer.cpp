@@ -31,7 +31,8 @@ void FrameBuffer::Clear() {
 
 void FrameBuffer::StripLeading(std::string_view tail) {
     while (Size() >= tail.size() && View().substr(0, tail.size()) == tail) {
-        Consume(tail.size());
+        mHead += tail.size();
+        mSearched = 1;
     }
 }
 
@@ -50,12 +51,20 @@ size_t FrameBuffer::FindTail(std::string_view tail) {
     return found;
 }
 
-void FrameBuffer::Consume(size_t length) {
-    mHead += std::min(length, Size());
-    mSearched = 1;
-    if (mHead == mBytes.size()) {
-        Clear();
+bool FrameBuffer::CutLine(std::string_view tail, std::string_view& line) {
+    StripLeading(tail);
+    const size_t length = FindTail(tail);
+    if (length == kNotFound) {
+        if (Size() == 0) {
+            Clear();
+        }
+        return false;
     }
+    line = View().substr(0, length + tail.size());
+    mHead += line.size();
+    mSearched = 1;
+    StripLeading(tail);
+    return true;
 }
 
 }  // namespace kelp

@@ -12,26 +12,24 @@ namespace kelp {
 // time. Views are valid until the next change.
 class FrameBuffer {
   public:
-    static constexpr size_t kNotFound = static_cast<size_t>(-1);
-
     void Append(const char* data, size_t length);
     void Clear();
     size_t Size() const { return mBytes.size() - mHead; }
     std::string_view View() const { return {mBytes.data() + mHead, Size()}; }
 
-    // Removes every terminator that the buffer begins with.
-    void StripLeading(std::string_view tail);
-
-    // The length of the first command: the position of the first terminator among positions 1 to
-    // size - 2. A command has at least one byte, and a one-byte terminator at the very end is found
-    // only when more bytes follow. A buffer no longer than the terminator, or of two bytes, yields
-    // none. `tail` must stay the same until the buffer has been cleared or a terminator was found.
-    size_t FindTail(std::string_view tail);
-
-    // Removes `length` bytes, at most Size(), from the front.
-    void Consume(size_t length);
+    // Cuts the next command off the front; false when none is complete. `line` is the command with
+    // its terminator, and what remains no longer begins with a terminator. A command has at least
+    // one byte, and a terminator is looked for up to two bytes before the end only: one of a single
+    // byte at the very end is found when more bytes follow. `tail` is not empty, and stays the same
+    // until the buffer has been cleared or a command was cut.
+    bool CutLine(std::string_view tail, std::string_view& line);
 
   private:
+    static constexpr size_t kNotFound = static_cast<size_t>(-1);
+
+    void StripLeading(std::string_view tail);
+    size_t FindTail(std::string_view tail);
+
     std::vector<char> mBytes;
     size_t mHead = 0;      // bytes consumed and not yet moved out
     size_t mSearched = 1;  // positions below hold no terminator, counted from mHead

@@ -1,19 +1,17 @@
 // The local-socket console.
 #pragma once
 
-#include "processor/processor.h"
+#include "processor/listenprocessor.h"
 
 namespace kelp {
 
 // Listens on the abstract local stream socket that the record "local" names as its route; no file
 // is made.
-class LocalProcessor : public Processor {
+class LocalProcessor : public ListenProcessor {
   public:
     LocalProcessor(ConfigManager* configManager, MessagerManager* messagerManager);
 
-    using Processor::DisConnect;
     int Connect() override;
-    void DisConnect(int& fd) override;
 };
 
 }  // namespace kelp

@@ -24,24 +24,14 @@ class MessageQueue {
         if (item == nullptr) {
             return;
         }
-        append(item);
-        Signal();
-    }
-
-    // enqueue in two steps, for a producer that has more items coming: what was appended may be
-    // left waiting until wake is called. Takes ownership of `item`, which is not null.
-    void append(T* item) {
-        MutexLock lock(mMutex);
-        mQueue.push_back(item);
-    }
-    void wake() {
         {
             MutexLock lock(mMutex);
-            if (mQueue.empty()) {
-                return;  // taken meanwhile: nobody is to be woken for nothing
-            }
+            mQueue.push_back(item);
         }
-        Signal();
+        // Outside the lock, so that the consumer does not wake up only to wait for it.
+        if (mWaitable.load(std::memory_order_relaxed)) {
+            mCond.Signal();
+        }
     }
 
     // The front item, now the caller's, or null. While mWaitable is set an empty queue is waited
@@ -61,13 +51,6 @@ class MessageQueue {
         return TakeFront();
     }
 
-    // The front item if there is one and `wanted(*item)` holds, else null; never waits.
-    template <typename Predicate>
-    T* pollIf(Predicate wanted) {
-        MutexLock lock(mMutex);
-        return !mQueue.empty() && wanted(*mQueue.front()) ? TakeFront() : nullptr;
-    }
-
     // Deletes every item.
     void clear() {
         std::deque<T*> items;
@@ -84,13 +67,6 @@ class MessageQueue {
     std::atomic<bool> mWaitable{true};
 
   private:
-    // Outside the lock, so that the consumer does not wake up only to wait for it.
-    void Signal() {
-        if (mWaitable.load(std::memory_order_relaxed)) {
-            mCond.Signal();
-        }
-    }
-
     T* TakeFront() KELP_REQUIRES(mMutex) {
         if (mQueue.empty()) {
             return nullptr;

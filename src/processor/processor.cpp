@@ -1,26 +1,27 @@
-// Life and connections of a console. The receive loop is in processor_receive.cpp, framing and the
-// way of the answers in processor_send.cpp.
+// Life and connections of a console. What its receive thread does is in processor_receive.cpp, what
+// its send thread does in processor_send.cpp.
 
 #include "processor/processor.h"
 
 #include <errno.h>
 #include <fcntl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "config/configmanager.h"
 #include "platform/clock.h"
 #include "platform/fdset.h"
 #include "platform/log.h"
-#include "processor/clientdescriptor.h"
+#include "processor/clienthandle.h"
+#include "processor/command.h"
 
 namespace kelp {
 
 namespace {
 
-constexpr int kLetGoTries = 1000;
-constexpr int kLetGoPauseMs = 1;
 constexpr int kAcceptPauseMs = 50;
 constexpr int kAcceptLogPauseMs = 10000;
 
@@ -31,8 +32,6 @@ Processor::Processor(ConfigManager* configManager, MessagerManager* messagerMana
     : mConfigManager(configManager),
       mMessagerManager(messagerManager),
       mMode(mode),
-      mClientFds(MAX_CLIENT_NUM, -1),
-      mClients(MAX_CLIENT_NUM),
       mReadBuf(new char[READ_BUF_SIZE]),
       mSendRunnable(new SendRunnable(this)),
       mRecvRunnable(new ReceiveRunnable(this)),
@@ -52,18 +51,19 @@ const std::string& Processor::GetName() const {
 }
 
 int Processor::Start() {
-    MutexLock life(mLifeMutex);
+    const TurnHolder life(mLife);
+    if (!life.Held()) {
+        return -1;
+    }
     if (mRecvRunning && !IsConnect()) {
         // The console lost its descriptor and its loop has nothing to watch: begin afresh.
         EndThreads();
     }
     if (!mRecvRunning) {
-        // Nothing of an earlier life: the threads are not running, so all of this is ours.
         mReceiveConfig = mConfigManager->GetReceiveConfig();
         mRecvBuffer.Clear();
-        mCurrentFd = -1;
         mCurrentClient.reset();
-        mTimed = false;
+        mQuietDeadlineMs = -1;
     }
     if (!mConsoleConfig->active) {
         KLOG(kLogError) << GetName() << "-->current status is deactive.";
@@ -97,51 +97,78 @@ void Processor::EndThreads() {
 
 void Processor::Stop() {
     {
-        MutexLock life(mLifeMutex);
+        const TurnHolder life(mLife);
+        if (!life.Held()) {
+            // On the console's own send thread, which another Stop is waiting for.
+            return;
+        }
         EndThreads();
     }
-    // Outside the lock: completing a command may start or stop a console, this one included.
+    // Outside the turn: completing a command may start or stop a console, this one included.
     DropAnswers();
 }
 
-int Processor::Open() {
-    const int fd = Connect();
+// Connect; for a device also what reads and writes go through: `device` once more, or a new handle.
+int Processor::Open(const std::shared_ptr<ClientHandle>& device) {
     MutexLock lock(mFdMutex);
-    mServerFd = fd;
-    if (mMode == DEVICE_MODE && fd != -1) {
-        mDevice = std::make_shared<ClientDescriptor>(UniqueFd(fcntl(fd, F_DUPFD_CLOEXEC, 0)));
+    int fd = Connect();
+    if (fd != -1 && fd != mServerFd && mMode == DEVICE_MODE && !AdoptDevice(fd, device)) {
+        DisConnect(fd);
     }
+    if (device != nullptr && mSlots.Find(fd) != device) {
+        device->Close();
+    }
+    mServerFd = fd;
     return fd;
 }
 
-void Processor::DisConnect() {
-    {
-        MutexLock lock(mFdMutex);
-        for (int i = 0; i < MAX_CLIENT_NUM; ++i) {
-            if (mClients[i] != nullptr) {
-                mClients[i]->HangUp();
-                mClients[i].reset();
-            }
-            mClientFds[i] = -1;
-        }
-        if (mDevice != nullptr) {
-            mDevice->HangUp();
-            mDevice.reset();
-        }
-        int fd = mServerFd;
-        DisConnect(fd);
-        mServerFd = fd;
+bool Processor::AdoptDevice(int fd, const std::shared_ptr<ClientHandle>& device) {
+    struct stat status = {};
+    if (fstat(fd, &status) == 0 && !S_ISCHR(status.st_mode)) {
+        // What is written to a file would be read back as commands, without end.
+        KLOG_AS("Connect", kLogError) << GetName() << "-->route is no line, not served";
+        return true;
     }
+    // A duplicate, so that closing the line waits for a write that is under way.
+    UniqueFd duplicate(fcntl(fd, F_DUPFD_CLOEXEC, 0));
+    if (!duplicate.Ok()) {
+        KLOG_AS("Connect", kLogError) << GetName() << "-->no second descriptor, errno = " << errno;
+        return false;
+    }
+    if (device == nullptr) {
+        return mSlots.Add(std::make_shared<ClientHandle>(std::move(duplicate), fd));
+    }
+    device->Reopen(std::move(duplicate), fd);
+    return mSlots.Add(device);
+}
+
+void Processor::CloseServer() {
+    MutexLock lock(mFdMutex);
+    int fd = mServerFd;
+    DisConnect(fd);
+    mServerFd = fd;
+}
+
+void Processor::DisConnect() {
+    mSlots.CloseAll();
+    CloseServer();
     KLOG(kLogDebug) << GetName() << " >> disconnect.";
 }
 
 void Processor::ReConnect() {
+    const auto device = TakeDevice();
     DisConnect();
-    const int fd = Open();
+    const int fd = Open(device);
     KLOG(kLogDebug) << GetName() << " << reconnect << fd:" << fd;
     FD_ZERO(&mReadFds);
-    FdSetInsert(fd, mReadFds);
+    WatchServer();
     mRecvBuffer.Clear();
+}
+
+// The handle of a device outlives its descriptors while the console runs: what is answered later
+// goes to the new opening.
+std::shared_ptr<ClientHandle> Processor::TakeDevice() {
+    return mMode == DEVICE_MODE ? mSlots.Take(mServerFd) : nullptr;
 }
 
 bool Processor::IsConnect() {
@@ -149,99 +176,60 @@ bool Processor::IsConnect() {
 }
 
 int Processor::ConnectByApp() {
-    MutexLock life(mLifeMutex);
+    const TurnHolder life(mLife);
     if (mServerFd != -1) {
         return mServerFd;
     }
     const int fd = Open();
     KLOG(kLogDebug) << GetName() << " << connect by app << fd:" << fd;
-    mRecvThread->Nudge();
     return fd;
 }
 
 void Processor::DisConnectByApp() {
-    MutexLock life(mLifeMutex);
+    const TurnHolder life(mLife);
     DisConnect();
-    // The kernel keeps a closed descriptor alive, and its address taken, for as long as a select
-    // waits on it.
-    const uint64_t round = mSelectRound;
-    mRecvThread->Nudge();
-    for (int i = 0; i < kLetGoTries && round % 2 == 1 && mSelectRound == round; ++i) {
-        Thread::SleepMs(kLetGoPauseMs);
-    }
 }
 
 bool Processor::AddClient(int fd) {
-    MutexLock lock(mFdMutex);
-    const auto slot = std::find(mClientFds.begin(), mClientFds.end(), -1);
-    if (slot == mClientFds.end()) {
-        return false;
-    }
-    *slot = fd;
-    mClients[slot - mClientFds.begin()] = std::make_shared<ClientDescriptor>(UniqueFd(fd));
-    return true;
+    return !mSlots.Full() && mSlots.Add(std::make_shared<ClientHandle>(UniqueFd(fd), fd));
 }
 
 void Processor::RemoveClient(int fd) {
-    MutexLock lock(mFdMutex);
-    for (int i = 0; i < MAX_CLIENT_NUM; ++i) {
-        if (mClientFds[i] == fd) {
-            mClientFds[i] = -1;
-            mClients[i].reset();
-        }
-    }
-}
-
-std::shared_ptr<ClientDescriptor> Processor::FindClient(int fd) {
-    if (mMode == DEVICE_MODE) {
-        return fd == mServerFd ? mDevice : nullptr;
-    }
-    const auto slot = std::find(mClientFds.begin(), mClientFds.end(), fd);
-    return slot != mClientFds.end() ? mClients[slot - mClientFds.begin()] : nullptr;
+    mSlots.Remove(fd);
 }
 
 int Processor::GetMaxFd() {
-    MutexLock lock(mFdMutex);
-    return std::max(mServerFd.load(), *std::max_element(mClientFds.begin(), mClientFds.end()));
-}
-
-// 1 when there is nothing to accept; else 0 with the new descriptor, or with -1 and errno.
-int Processor::AcceptOne(fd_set& ready, int& fd) {
-    MutexLock lock(mFdMutex);
-    if (mServerFd == -1 || !FdSetContains(mServerFd, ready)) {
-        return 1;
-    }
-    fd = accept4(mServerFd, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
-    return 0;
+    return std::max(mServerFd.load(), mSlots.MaxNumber());
 }
 
 int Processor::AcceptClient(fd_set& ready) {
-    int fd = -1;
-    if (AcceptOne(ready, fd) != 0) {
+    if (mServerFd == -1 || !FdSetContains(mServerFd, ready)) {
         return 1;
     }
-    if (!FdFitsSet(fd)) {
-        const int error = fd < 0 ? errno : EMFILE;
-        if (fd >= 0) {
-            close(fd);
-        }
-        OnAcceptFailure(error);
+    UniqueFd fd(accept4(mServerFd, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+    if (!FdFitsSet(fd.Get())) {
+        OnAcceptFailure(fd.Ok() ? EMFILE : errno);
         return 1;
     }
-    if (!AddClient(fd)) {
+    // Urgent bytes come in their place in the stream: FIONREAD would count what read does not give.
+    const int on = 1;
+    setsockopt(fd.Get(), SOL_SOCKET, SO_OOBINLINE, &on, sizeof(on));
+    if (!AddClient(fd.Get())) {
         KLOG(kLogError) << GetName() << "-->"
                         << "Receive the max client number[4]. reject now";
-        ClientDescriptor(UniqueFd(fd)).HangUp();
+        const int number = fd.Get();
+        ClientHandle(std::move(fd), number).HangUp();
         return 2;
     }
+    const int number = fd.Release();  // the slot's now
     KLOG(kLogInfo) << GetName() << "-->"
-                   << "connect to new client socket[" << fd << "]";
-    FdSetInsert(fd, mReadFds);
+                   << "connect to new client socket[" << number << "]";
+    FdSetInsert(number, mReadFds);
     return 0;
 }
 
 void Processor::OnAcceptFailure(int error) {
-    // A client that was gone before it was accepted, or a wake-up that brought none.
+    // A client that was gone before it was accepted, or a spurious wake-up.
     if (error == EAGAIN || error == ECONNABORTED || error == EINTR) {
         return;
     }

@@ -1,4 +1,4 @@
-// The base of every console: connection, receive loop, framing, and the way of the answers.
+// The base of every console: connection, receive loop, framing and answer delivery.
 #pragma once
 
 #include <sys/select.h>
@@ -7,16 +7,19 @@
 #include <atomic>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "platform/sync.h"
 #include "platform/thread.h"
-#include "processor/command.h"
+#include "platform/turn.h"
+#include "processor/clientslots.h"
 #include "processor/framebuffer.h"
 #include "processor/messagequeue.h"
+#include "processor/sendqueue.h"
 
 namespace kelp {
 
+class ClientHandle;
+class Command;
 class ConfigManager;
 class MessagerManager;
 struct CommonConfig;
@@ -32,17 +35,18 @@ enum ProcessorModeE {
 // The send thread writes answers and tells modules when theirs is out. Created stopped by the
 // ProcessorManager, which owns it; must be stopped before it is destroyed.
 //
-// Who may call what: Start, Stop, IsConnect, ConnectByApp and DisConnectByApp from any thread,
-// the console's own included; SendDataDone from any thread; everything else belongs to the
-// console's own threads.
+// Start and Stop may be called from any thread that is not a console's, and from the consoles' send
+// threads (the console's own included) as long as only one of those at a time starts or stops
+// consoles; the control module sees to that. They take turns. SendDataDone and IsConnect: any
+// thread. Everything else belongs to the console's own threads.
 //
-// Locks, in their order: mLifeMutex, mFdMutex; the queues' own locks are leaves. mLifeMutex is
-// held while Stop waits for the two threads, which therefore never take it, except for the send
-// thread inside a Start or Stop of its own.
+// A client's descriptor is closed by the receive thread while the console runs, and by Stop when
+// the receive thread has ended. The send thread closes nothing: it gives a client up (HangUp), and
+// the receive thread, which sees the end of the stream then, frees the slot.
 class Processor {
   public:
     static constexpr int READ_BUF_SIZE = 65535;  // bytes of one read at most
-    static constexpr int MAX_CLIENT_NUM = 4;
+    static constexpr int MAX_CLIENT_NUM = ClientSlots::kSlots;
 
     // Neither manager is owned; both outlive the console.
     Processor(ConfigManager* configManager, MessagerManager* messagerManager, ProcessorModeE mode);
@@ -55,10 +59,11 @@ class Processor {
     // Closes `fd` if it is not -1 and sets it to -1.
     virtual void DisConnect(int& fd) = 0;
 
-    // Hangs up every client and closes the main descriptor. mReadFds keeps what it holds.
+    // Closes every client and the main descriptor. mReadFds keeps what it holds.
     virtual void DisConnect();
     // After a device error, on the receive thread: closes and tries once to open again. When that
-    // fails the process ends, because a closed descriptor cannot be watched.
+    // fails the process ends, because a closed descriptor cannot be watched. Answers under way and
+    // later messages go to the device as it was opened anew.
     virtual void ReConnect();
     virtual bool IsConnect();
     // Reads what is pending on `fd`. 0, or a code for ThrowException: an errno value, or an error
@@ -66,24 +71,24 @@ class Processor {
     virtual int ReceiveCmdData(int fd);
     // Takes ownership of `fd` when it returns true; false when all slots are taken.
     virtual bool AddClient(int fd);
-    // Frees the slot. The descriptor is closed when the last Command that names it is gone.
+    // Frees the slot. The descriptor is closed when the last answer to the client is out.
     virtual void RemoveClient(int fd);
     virtual int GetMaxFd();
     // 0: accepted; 1: nothing to accept, or accepting failed; 2: rejected, all slots are taken.
     virtual int AcceptClient(fd_set& ready);
+    // Open and close the descriptors beside the threads. Nothing in the daemon calls them.
     virtual int ConnectByApp();
     virtual void DisConnectByApp();
-    // Opens the console and starts its threads. 0, or -1 when it is not active or does not open.
+    // Opens the console and starts its threads. 0, or -1 when it is not active or does not open, or
+    // when the calling thread is asked to stop meanwhile.
     virtual int Start();
-    // Ends both threads, whatever they wait in, and closes everything. Returns when they have
-    // ended; on the console's own send thread when the receive thread has, the send thread ending
-    // after the command it is at.
+    // Ends both threads, whatever they wait in, and closes every descriptor of the console. Returns
+    // when that is done; commands that were framed before have been routed by then, without an
+    // exchange with a peer. On the console's own send thread that thread ends after the command it
+    // is at; when another Stop is under way there, this one leaves everything to it.
     virtual void Stop();
     // Takes over an answered command, to be written by the send thread.
     virtual void SendDataDone(Command* command);
-    // Sees to it that the answers which the console gave itself are being written; before the
-    // receive thread does something that may take long. They are held for a moment otherwise.
-    void ReleaseAnswers();
     // Routes one command; answers it at once when no module takes it.
     virtual void ProcessCmdData(Command* command);
     // Frames and routes everything buffered.
@@ -111,76 +116,54 @@ class Processor {
     using ReceiveRunnable = MemberRunnable<Processor, &Processor::ReceiveCmd>;
     using SendRunnable = MemberRunnable<Processor, &Processor::SendCmd>;
 
-    // Receive loop.
+    // Connection.
+    int Open(const std::shared_ptr<ClientHandle>& device = nullptr);
+    bool AdoptDevice(int fd, const std::shared_ptr<ClientHandle>& device);
+    std::shared_ptr<ClientHandle> TakeDevice();
+    void CloseServer();
+    void EndThreads();
+    void OnAcceptFailure(int error);
+
+    // Receive thread.
+    void WatchServer();
     void ReceiveOnce();
-    void CollectDescriptors(fd_set& set);
     void OnSelectFailure(int error);
     void OnReadable(fd_set& ready);
+    void ReadOutLeavers();
     void ReceiveFrom(int fd);
     void ApplyFraming();
-
-    // Connection.
-    int Open();
-    void EndThreads() KELP_REQUIRES(mLifeMutex);
-    int AcceptOne(fd_set& ready, int& fd);
-    void OnAcceptFailure(int error);
-    std::shared_ptr<ClientDescriptor> FindClient(int fd) KELP_REQUIRES(mFdMutex);
-
-    // Framing and answers.
     void CutLines();
-    void EnqueueCommand(size_t length);
-    void CountAnswer(const Command& command);
-    bool Congested() const;
-    void WaitForRoom();
-    void ReleaseRoom(const Command& command);
-    void OnFlood();
+    void EnqueueCommand(std::string_view request);
+
+    // Send thread.
+    void Answer(const Command& command);
+    void Complete(Command& command);
     int WaitWritable(int fd, int64_t& stalledSinceMs, bool wasReady);
-    void Answer(std::unique_ptr<Command> command);
-    void GatherAnswers();
     void DropAnswers();
 
     const ProcessorModeE mMode;
     std::atomic<bool> mRecvRunning{false};
     std::atomic<bool> mSendRunning{false};
 
-    Mutex mLifeMutex;  // Start, Stop and the ByApp pair, one at a time
-    Mutex mFdMutex;    // descriptors come, go and are read under it; never held while routing
-    std::vector<int> mClientFds KELP_GUARDED_BY(mFdMutex);
-    // The owners of the descriptors in mClientFds, slot by slot.
-    std::vector<std::shared_ptr<ClientDescriptor>> mClients KELP_GUARDED_BY(mFdMutex);
-    // DEVICE_MODE: a duplicate of mServerFd for the send thread, so that a reconnection cannot
-    // close the descriptor in the middle of a write.
-    std::shared_ptr<ClientDescriptor> mDevice KELP_GUARDED_BY(mFdMutex);
+    Turn mLife;      // Start, Stop and the ByApp pair, one at a time; before mFdMutex
+    Mutex mFdMutex;  // held while the main descriptor is opened or closed; before the slots' lock
+    ClientSlots mSlots;  // of a device console: the device
 
     // The receive thread's own while it runs, else the starting thread's; Thread::Start and
     // Thread::Stop order the two.
     fd_set mReadFds;
-    int mCurrentFd = -1;
-    std::shared_ptr<ClientDescriptor> mCurrentClient;  // whom mCurrentFd belongs to
-    struct timeval mTimeTick = {};
-    bool mTimed = false;  // select waits for mTimeTick at most
-    // Odd while the receive loop collects descriptors and waits on them; any thread reads it.
-    std::atomic<uint64_t> mSelectRound{0};
+    std::shared_ptr<ClientHandle> mCurrentClient;  // who was read last; null after a failed read
+    int64_t mQuietDeadlineMs =
+        -1;  // MonotonicMs at which the buffer is a command; -1: not waited for
     FrameBuffer mRecvBuffer;
     const std::unique_ptr<char[]> mReadBuf;
     int64_t mAcceptFailureLoggedMs = 0;
 
-    Mutex mBufferMutex;  // held while the buffer is cut into commands
-    // What is in mSendCmdQueue or being written.
-    std::atomic<int64_t> mWaitingAnswers{0};
-    std::atomic<int64_t> mWaitingBytes{0};
-    Mutex mRoomMutex;  // a leaf
-    CondVar mRoom;     // signalled when the two above have fallen below their limits
-    int64_t mFloodDropped KELP_GUARDED_BY(mRoomMutex) = 0;
-    int64_t mFloodLoggedMs KELP_GUARDED_BY(mRoomMutex) = 0;
-
-    MessageQueue<Command> mSendCmdQueue;
+    // Part of the interface: held while the buffer is cut. Only the receive thread does that, so
+    // nobody ever waits for it.
+    Mutex mBufferMutex;
+    SendQueue mSendCmdQueue;
     MessageQueue<Command> mRecvCmdQueue;
-    int mHeldAnswers = 0;  // in mSendCmdQueue without a wake-up; the receive thread's own
-    // What is written next, in one write, and its bytes when it is more than one answer; the send
-    // thread's own.
-    std::vector<std::unique_ptr<Command>> mBatch;
-    std::vector<char> mBatchBytes;
 
     // The threads last, so that they are gone before anything that they use.
     const std::unique_ptr<SendRunnable> mSendRunnable;

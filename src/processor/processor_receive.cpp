@@ -1,16 +1,21 @@
-// The receive loop of a console.
+// The receive thread of a console: select, read, cut into commands, route.
 
 #include <errno.h>
+#include <poll.h>
 #include <sys/ioctl.h>
 
 #include <algorithm>
-#include <array>
+#include <cstring>
 
 #include "config/configmanager.h"
 #include "main/errorcode.h"
+#include "messager/messagermanager.h"
+#include "platform/clock.h"
+#include "platform/errortext.h"
 #include "platform/fdset.h"
 #include "platform/log.h"
-#include "processor/clientdescriptor.h"
+#include "processor/clienthandle.h"
+#include "processor/command.h"
 #include "processor/processor.h"
 
 namespace kelp {
@@ -18,92 +23,88 @@ namespace kelp {
 namespace {
 
 constexpr int kRetryPauseMs = 10;
+// Between two looks at a device that fails, so that one that is no line does not spin the loop.
+constexpr int kDevicePauseMs = 100;
 // Tries of one read that bring nothing, one after the other, before it is given up: the bytes that
 // the descriptor announced went elsewhere.
 constexpr int kMaxFruitlessReads = 100;
 constexpr size_t kMaxUnframedBytes = 16u << 20;
 
+void Append(std::vector<char>& to, const char* text) {
+    to.insert(to.end(), text, text + strlen(text));
+}
+
 }  // namespace
 
 void Processor::ReceiveCmd() {
     if (!mRecvRunning) {
-        // Between the flag and the mark of a Stop; the thread calls again until it is marked.
+        // Stop has cleared the flag but not yet marked the thread, which calls again until then.
         Thread::SleepMs(kRetryPauseMs);
         return;
     }
     FD_ZERO(&mReadFds);
-    const int serverFd = mServerFd;
-    if (serverFd != -1) {  // not closed again since the start
-        FdSetInsert(serverFd, mReadFds);
+    if (IsConnect()) {  // not closed again since the start
+        WatchServer();
     }
-    mTimed = false;
+    mQuietDeadlineMs = -1;
     while (mRecvRunning && !Thread::StopRequested()) {
         ReceiveOnce();
     }
 }
 
-// What select watches: of mReadFds only what is still held, since a number that was closed under
-// the loop may by now be somebody else's.
-void Processor::CollectDescriptors(fd_set& set) {
-    FD_ZERO(&set);
-    MutexLock lock(mFdMutex);
-    if (mServerFd != -1 && FdSetContains(mServerFd, mReadFds)) {
-        FdSetInsert(mServerFd, set);
-    }
-    for (const int fd : mClientFds) {
-        if (fd != -1 && FdSetContains(fd, mReadFds)) {
-            FdSetInsert(fd, set);
-        }
+void Processor::WatchServer() {
+    // A device that is not served has no handle.
+    if (mMode == SERVER_MODE || mServerFd == -1 || mSlots.Find(mServerFd) != nullptr) {
+        FdSetInsert(mServerFd, mReadFds);
     }
 }
 
 void Processor::ReceiveOnce() {
-    fd_set ready;
-    ++mSelectRound;
-    CollectDescriptors(ready);
+    fd_set ready = mReadFds;
     const int wakeFd = Thread::WakeFd();
     if (wakeFd != -1) {
         FdSetInsert(wakeFd, ready);
     }
-    struct timeval tick = mTimeTick;  // select may write to it
+    struct timeval tick = {};
+    if (mQuietDeadlineMs >= 0) {
+        const int64_t left = std::max<int64_t>(mQuietDeadlineMs - MonotonicMs(), 0);
+        tick.tv_sec = static_cast<time_t>(left / 1000);
+        tick.tv_usec = static_cast<suseconds_t>(left % 1000 * 1000);
+    }
     const int count = select(std::max(GetMaxFd(), wakeFd) + 1, &ready, nullptr, nullptr,
-                             mTimed ? &tick : nullptr);
+                             mQuietDeadlineMs >= 0 ? &tick : nullptr);
     const int error = errno;
-    ++mSelectRound;
-    mReceiveConfig = mConfigManager->GetReceiveConfig();
-    if (count < 0) {
-        if (error != EINTR) {
-            OnSelectFailure(error);
-        }
+    if (Thread::StopRequested()) {
         return;
     }
-    if (count == 0) {
+    mReceiveConfig = mConfigManager->GetReceiveConfig();
+    if (count < 0 && error != EINTR) {
+        OnSelectFailure(error);
+        return;
+    }
+    // Also when something is ready: stations that connect, or send to other clients' commands,
+    // must not keep a command waiting.
+    if (mQuietDeadlineMs >= 0 && MonotonicMs() >= mQuietDeadlineMs) {
+        mQuietDeadlineMs = -1;
         if (mReceiveConfig->mode == kReceiveTimeTick) {
             ProcessCmdData();
-            mTimed = false;
         }
-        return;
     }
-    if (wakeFd != -1 && FdSetContains(wakeFd, ready) && (!Thread::TakeNudge() || count == 1)) {
-        return;
+    if (count > 0) {
+        OnReadable(ready);
     }
-    OnReadable(ready);
 }
 
 void Processor::OnSelectFailure(int error) {
     // Pace the loop, and with it this record.
     Thread::SleepMs(kRetryPauseMs);
     KLOG_AS("ReceiveCmd", kLogError) << GetName() << "-->Fail to monitor, errno = " << error;
-    int fd = mServerFd;
-    if (fd != -1) {
-        FdSetRemove(fd, mReadFds);
-        {
-            MutexLock lock(mFdMutex);
-            DisConnect(fd);
-            mServerFd = -1;
-        }
+    if (IsConnect()) {
+        FdSetRemove(mServerFd, mReadFds);
         // Not watched again on purpose: the console stays deaf until it is switched off and on.
-        Open();
+        const auto device = TakeDevice();
+        CloseServer();
+        Open(device);
     }
     mRecvBuffer.Clear();
 }
@@ -113,16 +114,28 @@ void Processor::OnReadable(fd_set& ready) {
         ReceiveFrom(mServerFd);
         return;
     }
+    if (mServerFd != -1 && FdSetContains(mServerFd, ready) && mSlots.Full()) {
+        ReadOutLeavers();
+    }
     if (AcceptClient(ready) != 1) {
         return;
     }
-    std::array<int, MAX_CLIENT_NUM> clientFds;
-    {
-        MutexLock lock(mFdMutex);
-        std::copy(mClientFds.begin(), mClientFds.end(), clientFds.begin());
-    }
-    for (const int fd : clientFds) {
+    for (const int fd : mSlots.Numbers()) {
         if (fd != -1 && FdSetContains(fd, ready)) {
+            ReceiveFrom(fd);
+        }
+    }
+}
+
+// Reads all clients that have something, and those that have left to their end, which frees their
+// slots: a station that connects anew for each command is in the backlog before its last connection
+// was seen to end.
+void Processor::ReadOutLeavers() {
+    for (const int fd : mSlots.Numbers()) {
+        struct pollfd client = {fd, POLLIN | POLLRDHUP, POLLRDHUP};
+        // Bounded: a client that has left sends nothing more.
+        while ((client.revents & POLLRDHUP) != 0 && FdSetContains(fd, mReadFds) &&
+               !Thread::StopRequested() && poll(&client, 1, 0) > 0) {
             ReceiveFrom(fd);
         }
     }
@@ -132,6 +145,9 @@ void Processor::ReceiveFrom(int fd) {
     const int result = ReceiveCmdData(fd);
     if (result >= 1 && ThrowException(result, fd)) {
         mRecvBuffer.Clear();
+        if (mMode == DEVICE_MODE) {
+            Thread::SleepMs(kDevicePauseMs);
+        }
         return;
     }
     ApplyFraming();
@@ -140,12 +156,9 @@ void Processor::ReceiveFrom(int fd) {
 void Processor::ApplyFraming() {
     if (mReceiveConfig->mode == kReceiveTail) {
         ProcessCmdData();
-        mTimed = false;
+        mQuietDeadlineMs = -1;
     } else if (mReceiveConfig->mode == kReceiveTimeTick) {
-        const int milliseconds = std::max(mReceiveConfig->millisecond, 0);
-        mTimeTick.tv_sec = milliseconds / 1000;
-        mTimeTick.tv_usec = (milliseconds % 1000) * 1000;
-        mTimed = true;
+        mQuietDeadlineMs = MonotonicMs() + std::max(mReceiveConfig->millisecond, 0);
     }
     if (mRecvBuffer.Size() > kMaxUnframedBytes) {
         KLOG(kLogError) << GetName() << "-->" << mRecvBuffer.Size() << " unframed bytes dropped";
@@ -154,31 +167,29 @@ void Processor::ApplyFraming() {
 }
 
 int Processor::ReceiveCmdData(int fd) {
-    mCurrentFd = -1;
     mCurrentClient.reset();
     if (fd == -1) {
         return kErrorInvalidDescriptor;
     }
-    MutexLock lock(mFdMutex);
-    std::shared_ptr<ClientDescriptor> client = FindClient(fd);
+    std::shared_ptr<ClientHandle> client = mSlots.Find(fd);
     if (client == nullptr) {
-        return EBADF;  // closed by another thread since select saw it
+        return EBADF;
     }
-    if (client->Gone()) {
+    const ClientHandle::Hold hold = client->Acquire();
+    if (hold == nullptr) {
         return EIO;  // given up by the send thread; what it still sends is not read
     }
     int pending = 0;
-    if (ioctl(fd, FIONREAD, &pending) < 0) {
+    if (ioctl(hold->Get(), FIONREAD, &pending) < 0) {
         return errno;
     }
     KLOG(kLogDebug) << GetName() << "-->" << pending << " charactor(s) received. error->" << errno;
     if (pending == 0) {
         return EIO;
     }
-    if (ReadBuffer(fd, std::min(pending, READ_BUF_SIZE)) < 0) {
+    if (ReadBuffer(hold->Get(), std::min(pending, READ_BUF_SIZE)) < 0) {
         return kErrorNormal;
     }
-    mCurrentFd = fd;
     mCurrentClient = std::move(client);
     return 0;
 }
@@ -238,6 +249,64 @@ bool Processor::ThrowException(int code, int& fd) {
     FdSetRemove(fd, mReadFds);
     fd = -1;
     return true;
+}
+
+int Processor::FlushBuffer() {
+    if (mRecvBuffer.Size() < static_cast<size_t>(std::max(mReceiveConfig->tailLength, 0))) {
+        return 0;
+    }
+    MutexLock lock(mBufferMutex);
+    if (mReceiveConfig->mode == kReceiveTimeTick) {
+        // The bytes stay: the next command of this mode begins with them again, until a failure
+        // empties the buffer. Stations that use the mode rely on it.
+        EnqueueCommand(mRecvBuffer.View());
+        mCurrentClient.reset();
+    } else if (mReceiveConfig->mode == kReceiveTail && mReceiveConfig->tailLength >= 1) {
+        CutLines();
+    }
+    return 0;
+}
+
+void Processor::CutLines() {
+    const std::string_view tail(reinterpret_cast<const char*>(mReceiveConfig->tail),
+                                static_cast<size_t>(mReceiveConfig->tailLength));
+    std::string_view line;
+    while (mRecvBuffer.CutLine(tail, line)) {
+        EnqueueCommand(line.substr(0, line.size() - tail.size()));
+        DUMPLOG_AS("FlushBuffer", kLogTag, "Command <<<<<<<", line.data(), line.size());
+        DUMPLOG_AS("FlushBuffer", kLogTag, "RESTBUFF", mRecvBuffer.View().data(),
+                   mRecvBuffer.Size());
+    }
+}
+
+void Processor::EnqueueCommand(std::string_view request) {
+    auto* command = new Command(mCurrentClient);
+    command->GetRequest()->assign(request.begin(), request.end());
+    mRecvCmdQueue.enqueue(command);
+}
+
+void Processor::ProcessCmdData() {
+    FlushBuffer();
+    while (Command* command = mRecvCmdQueue.dequeue()) {
+        mSendCmdQueue.WaitForRoom();
+        ProcessCmdData(command);
+    }
+}
+
+void Processor::ProcessCmdData(Command* command) {
+    const unsigned result = mMessagerManager->HandleRequest(command, this);
+    if (result != kErrorUnsupportCommand && result != kErrorRequestNull) {
+        return;  // the module has it
+    }
+    char text[512] = {};
+    GetStringByErrCode(static_cast<int>(result), kErrorBase, text);
+    std::vector<char>& response = *command->GetResponse();
+    const std::vector<char>& request = *command->GetRequest();
+    response.insert(response.end(), request.begin(), request.end());
+    Append(response, "\r\n");
+    Append(response, text);
+    Append(response, "\r\nERROR\r\n");
+    mSendCmdQueue.enqueue(command);
 }
 
 }  // namespace kelp

@@ -25,4 +25,10 @@ int SerialProcessor::Connect() {
     return result;
 }
 
+void SerialProcessor::DisConnect(int& fd) {
+    // The channel owns the descriptor; closing the number once more could hit a stranger's.
+    mChannel->Close();
+    fd = -1;
+}
+
 }  // namespace kelp

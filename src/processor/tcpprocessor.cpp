@@ -5,7 +5,6 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include "config/configmanager.h"
 #include "platform/log.h"
@@ -47,9 +46,7 @@ int BindTo(int fd, const std::string& ip, int port) {
 }  // namespace
 
 TCPProcessor::TCPProcessor(ConfigManager* configManager, MessagerManager* messagerManager)
-    : Processor(configManager, messagerManager, SERVER_MODE) {
-    mConsoleConfig = configManager->GetConfigByName("tcp");
-}
+    : ListenProcessor(configManager, messagerManager, "tcp") {}
 
 int TCPProcessor::Connect() {
     if (mServerFd != -1) {
@@ -83,14 +80,6 @@ int TCPProcessor::Connect() {
         return -1;
     }
     return fd;
-}
-
-void TCPProcessor::DisConnect(int& fd) {
-    if (fd == -1) {
-        return;
-    }
-    close(fd);
-    fd = -1;
 }
 
 }  // namespace kelp

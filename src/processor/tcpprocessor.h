@@ -1,18 +1,16 @@
 // The TCP console.
 #pragma once
 
-#include "processor/processor.h"
+#include "processor/listenprocessor.h"
 
 namespace kelp {
 
 // Listens on the IPv4 address and port of the record "tcp"; an empty address is any address.
-class TCPProcessor : public Processor {
+class TCPProcessor : public ListenProcessor {
   public:
     TCPProcessor(ConfigManager* configManager, MessagerManager* messagerManager);
 
-    using Processor::DisConnect;
     int Connect() override;
-    void DisConnect(int& fd) override;
 };
 
 }  // namespace kelp

@@ -9,9 +9,6 @@ namespace kelp {
 class UARTProcessor : public SerialProcessor {
   public:
     UARTProcessor(ConfigManager* configManager, MessagerManager* messagerManager);
-
-    using Processor::DisConnect;
-    void DisConnect(int& fd) override;
 };
 
 }  // namespace kelp

@@ -9,9 +9,6 @@ namespace kelp {
 class USBProcessor : public SerialProcessor {
   public:
     USBProcessor(ConfigManager* configManager, MessagerManager* messagerManager);
-
-    using Processor::DisConnect;
-    void DisConnect(int& fd) override;
 };
 
 }  // namespace kelp

@@ -143,6 +143,7 @@ TEST_F(Switch, AnswersAndWhatTheyPersist) {
     EXPECT_TRUE(Refused(mPort));
     EXPECT_FALSE(Refused(port));
     // What cannot be bound leaves the console off until it is corrected, off and on.
+    const size_t descriptors = mKelp->Descriptors();
     for (const char* bad : {"ZAT+IP=203.0.113.1", "ZAT+IP=NOWHERE", "ZAT+IP=\xff\xfe"}) {
         Command(bad);
         SwitchTcp(false);
@@ -154,6 +155,7 @@ TEST_F(Switch, AnswersAndWhatTheyPersist) {
         Command("ZAT+TCP=0");
         SwitchTcp(true);
         EXPECT_FALSE(Refused(port));
+        EXPECT_TRUE(WaitUntil([&] { return mKelp->Descriptors() == descriptors; }));
     }
     Command("ZAT+PORT=text");
     Command("ZAT+PORT=99999999999");

@@ -21,7 +21,7 @@ Pty::Pty() : mMaster(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)) {
 }
 
 void Pty::Flush() {
-    tcflush(mSlave.Get(), TCIFLUSH);
+    tcflush(mSlave.Ok() ? mSlave.Get() : mMaster.Get(), mSlave.Ok() ? TCIFLUSH : TCOFLUSH);
     char scratch[4096];
     struct pollfd ready = {mMaster.Get(), POLLIN, 0};
     while (poll(&ready, 1, 0) > 0 && read(mMaster.Get(), scratch, sizeof(scratch)) > 0) {

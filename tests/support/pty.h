@@ -16,6 +16,8 @@ class Pty {
     const std::string& Device() const { return mDevice; }
     // Drops what neither side has read.
     void Flush();
+    // Leaves the line to the daemon alone, so that the master sees a hang-up when it closes it.
+    void DropSlave() { mSlave.Reset(); }
     // Pulls the cable: the device is gone for whoever has it open, and cannot be opened again.
     void HangUp() { mMaster.Reset(); }
 

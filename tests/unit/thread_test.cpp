@@ -63,65 +63,6 @@ TEST(Thread, StopEndsEveryKindOfWait) {
     turn.Leave();
 }
 
-TEST(Thread, NudgesEndASelectButNoOtherWait) {
-    std::atomic<int> seen{0};
-    std::atomic<bool> sleeps{false};
-    Job job([&] {
-        if (sleeps) {
-            const int64_t begin = MonotonicMs();
-            EXPECT_TRUE(Thread::SleepMs(50));
-            EXPECT_GE(MonotonicMs() - begin, 50);
-            sleeps = false;
-        } else {
-            struct pollfd wake = {Thread::WakeFd(), POLLIN, 0};
-            poll(&wake, 1, -1);
-            seen += Thread::TakeNudge() ? 1 : 0;
-        }
-    });
-    Thread thread(&job);
-    ASSERT_TRUE(thread.Start());
-    for (int round = 0; round < 300; ++round) {
-        const int before = seen;
-        thread.Nudge();
-        while (seen == before)
-            sched_yield();
-    }
-    sleeps = true;
-    while (sleeps) {
-        thread.Nudge();
-        usleep(1000);
-    }
-}
-
-TEST(Thread, TwoThatStopEachOtherBothEnd) {
-    for (int round = 0; round < 300; ++round) {
-        std::atomic<int> arrived{0};
-        std::atomic<int> ended{0};
-        Thread* threads[2];
-        const auto meet = [&](int other) {
-            if (Thread::StopRequested())
-                return;
-            ++arrived;
-            while (arrived < 2)
-                sched_yield();
-            threads[other]->Stop();
-            ++ended;
-            Thread::WaitFd(-1, 0, -1);
-        };
-        Job jobs[] = {Job([&] { meet(1); }), Job([&] { meet(0); })};
-        auto a = std::make_unique<Thread>(&jobs[0]);
-        auto b = std::make_unique<Thread>(&jobs[1]);
-        threads[0] = a.get();
-        threads[1] = b.get();
-        a->Start();
-        b->Start();
-        while (ended < 2)
-            sched_yield();
-        a.reset();
-        b.reset();
-    }
-}
-
 TEST(Thread, OneThatStoppedItselfIsTakenUpAgainHoweverSoon) {
     std::atomic<int> beats{0};
     std::atomic<bool> stopSelf{false};

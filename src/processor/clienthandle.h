@@ -1,0 +1,53 @@
+// One client of a console: the number that it is known by, and the owner of its descriptor.
+#pragma once
+
+#include <atomic>
+#include <memory>
+
+#include "platform/sync.h"
+#include "platform/uniquefd.h"
+
+namespace kelp {
+
+// Held by the console's slot, by every Command that came from the client, and by a module that
+// answers it later. Holding it keeps the object, not the descriptor: the console closes that when
+// it is switched off. A client that left by itself keeps its descriptor, and thus its number, until
+// the last holder lets go, so that it gets its last answer and no answer reaches a stranger.
+//
+// For a device console the handle stands for the device: it survives a reopening, but not a stop.
+// Any thread may use it.
+class ClientHandle {
+  public:
+    // Keeps one descriptor open while it is read or written; null when there is none to use.
+    using Hold = std::shared_ptr<const UniqueFd>;
+
+    // `fd` is what is read and written. `number` is the descriptor that select watches: `fd`
+    // itself, or for a device the console's own, of which `fd` is a duplicate.
+    ClientHandle(UniqueFd fd, int number);
+
+    int Number() const { return mNumber; }
+
+    // True once nothing more may be written: a write failed, or the console was switched off.
+    bool Gone() const { return mGone; }
+
+    // Null once the client is gone. Close and Reopen take effect when the hold is released.
+    Hold Acquire() const;
+
+    // The device was opened anew.
+    void Reopen(UniqueFd fd, int number);
+
+    // Gives the client up. The other end of a socket sees the end of the stream; the descriptor
+    // stays open, because the receive thread still watches it. Never blocks.
+    void HangUp();
+
+    // HangUp, and closes the descriptor as soon as nobody holds it.
+    void Close();
+
+  private:
+    std::atomic<int> mNumber;
+    std::atomic<bool> mGone{false};
+    mutable Mutex mMutex;  // a leaf
+    Hold mFd KELP_GUARDED_BY(mMutex);
+};
+
+}  // namespace kelp

@@ -1,0 +1,59 @@
+// The clients of a console.
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <memory>
+#include <vector>
+
+#include "platform/sync.h"
+
+namespace kelp {
+
+class ClientHandle;
+
+// Four slots for clients that are read, and a list of those that have left and are still owed an
+// answer. A device console has one client, its device. Any thread may use it; while the console
+// runs only the receive thread changes it.
+class ClientSlots {
+  public:
+    static constexpr int kSlots = 4;
+    using Handle = std::shared_ptr<ClientHandle>;
+
+    // Takes the first free slot. False when there is none; `client` is then not taken.
+    bool Add(Handle client);
+
+    bool Full() const;
+
+    // Frees the slot of the client known by `number`. The descriptor is closed now if the client is
+    // gone, else with the last holder of the handle.
+    void Remove(int number);
+
+    // Frees the slot without giving the client up: the handle is to be used on. Null when there is
+    // none.
+    Handle Take(int number);
+
+    // Null when no slot holds a client of that number.
+    Handle Find(int number) const;
+
+    // Slot by slot; -1 where one is free.
+    std::array<int, kSlots> Numbers() const;
+
+    // The largest number in a slot, -1 without one. Takes no lock.
+    int MaxNumber() const { return mMaxNumber; }
+
+    // Closes the descriptors of all clients, those that have left included.
+    void CloseAll();
+
+  private:
+    size_t SlotOf(int number) const KELP_REQUIRES(mMutex);
+    Handle Free(size_t slot) KELP_REQUIRES(mMutex);
+    void UpdateMaxNumber() KELP_REQUIRES(mMutex);
+
+    mutable Mutex mMutex;  // a leaf
+    std::array<Handle, kSlots> mClientFds KELP_GUARDED_BY(mMutex);
+    std::vector<std::weak_ptr<ClientHandle>> mLeavers KELP_GUARDED_BY(mMutex);
+    std::atomic<int> mMaxNumber{-1};  // written under mMutex
+};
+
+}  // namespace kelp

@@ -1,0 +1,50 @@
+// The answers of a console that wait to be written, within bounds.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "platform/sync.h"
+#include "processor/command.h"
+#include "processor/messagequeue.h"
+
+namespace kelp {
+
+// Any thread may put answers in; the console's send thread takes them out. An answer counts until
+// it is reported as done, so the one that is being written counts, too.
+//
+// The bounds hold back the receive thread and drop what nobody asked for; an answer to a request is
+// never dropped here.
+class SendQueue {
+  public:
+    static constexpr int64_t kMaxAnswers = 16384;
+    static constexpr int64_t kMaxBytes = 4 << 20;
+
+    // Takes ownership. Returns 0; or, at most once in ten seconds, how many unasked messages (those
+    // without a request) were deleted since it last told, because the bounds were met.
+    int64_t enqueue(Command* command);
+
+    // MessageQueue::dequeue and poll.
+    Command* dequeue() { return mQueue.dequeue(); }
+    Command* poll() { return mQueue.poll(); }
+
+    // The command that was taken out no longer counts.
+    void Done(const Command& command);
+
+    // Blocks the receive thread while the bounds are met; Thread::Stop ends the wait.
+    void WaitForRoom();
+
+  private:
+    bool Full() const { return mAnswers > kMaxAnswers || mBytes > kMaxBytes; }
+    int64_t CountDropped();
+
+    std::atomic<int64_t> mAnswers{0};
+    std::atomic<int64_t> mBytes{0};
+    Mutex mRoomMutex;  // a leaf
+    CondVar mRoom;     // signalled when the two above have fallen below their limits
+    int64_t mDropped KELP_GUARDED_BY(mRoomMutex) = 0;
+    int64_t mDroppedToldMs KELP_GUARDED_BY(mRoomMutex) = 0;
+    MessageQueue<Command> mQueue;
+};
+
+}  // namespace kelp

@@ -1,0 +1,296 @@
+// Consoles where two lives meet: one that is switched off, reopened, overrun or misconfigured while
+// somebody still holds a part of it.
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <termios.h>
+
+#include <filesystem>
+#include <thread>
+
+#include "support/bench.h"
+#include "support/procstat.h"
+#include "support/wait.h"
+
+namespace kelp::test {
+namespace {
+
+class Consoles : public Bench {
+  protected:
+    std::unique_ptr<Peer> Daemon(const std::string& name, Peer::Script script = Silent()) const {
+        return std::make_unique<Peer>(mDir.Path(name), LocalNamespace::kFilesystem,
+                                      std::move(script));
+    }
+    static Peer::Script Silent() {
+        return [](const std::string&) { return Peer::Answer{}; };
+    }
+    // Answered when the switch that came before it is done.
+    static void Command(Station& local, const std::string& command) {
+        ASSERT_TRUE(local.Answers(command + "\r\n", Ok(command)));
+    }
+    void Switch(Station& local, const std::string& command) {
+        const std::string done = command.back() == '0' ? " deactive communication\n" : " active c";
+        const int before = mKelp->Logged(done);
+        Command(local, command);
+        ASSERT_TRUE(mKelp->WaitForLog(done, before + 1));
+    }
+    // The same daemon once more with another route for the USB console.
+    void RestartWithUsb(const std::string& route) {
+        Start();
+        std::string file = mDir.Read("kelp.json");
+        file.replace(file.find(mUsb.Device()), mUsb.Device().size(), route);
+        mDir.Write("kelp.json", file);
+        Restart();
+        mKelp->WaitForLog("tcp server side");
+    }
+    // How many descriptors of the daemon lead to `file`.
+    int Holds(const std::string& file) const {
+        int count = 0;
+        std::error_code gone;
+        for (const auto& fd : std::filesystem::directory_iterator(
+                 "/proc/" + std::to_string(mKelp->Pid()) + "/fd", gone)) {
+            count += std::filesystem::read_symlink(fd, gone) == file ? 1 : 0;
+        }
+        return count;
+    }
+    static bool Polls(int fd, short event) {
+        struct pollfd polled = {fd, event, 0};
+        return poll(&polled, 1, 0) == 1 && (polled.revents & event) != 0;
+    }
+    static bool Ended(Station& station) {
+        char byte;
+        station.ReceiveToEnd();
+        return recv(station.Fd(), &byte, 1, MSG_DONTWAIT) == 0;
+    }
+};
+
+TEST_F(Consoles, SwitchedOffIsReleasedWhoeverHoldsACommand) {
+    const auto wcn = Daemon("wcn", Silent()), pcba = Daemon("pcba"), modem = Daemon("modem");
+    Start(true);
+    const size_t threads = mKelp->Threads(), descriptors = mKelp->Descriptors();
+    Station local = Station::Local();
+    const struct {
+        const char* name;
+        std::string request;
+        Peer* peer;
+    } rows[] = {
+        {"last command read", "X", nullptr},
+        {"exchange", "AT+W", wcn.get()},
+        {"kept modem client", "AT+M", modem.get()},
+        {"silent board test", "AT+P", pcba.get()},
+    };
+    int asked = 0;
+    for (int round = 0; round < 3; ++round) {
+        for (const auto& row : rows) {
+            SCOPED_TRACE(row.name);
+            Station stays = Tcp(), left = Tcp();
+            Station lines[] = {Station::Line(mUsb.Master()), Station::Line(mUart.Master())};
+            mUsb.DropSlave();
+            mUart.DropSlave();
+            for (Station* station : {&left, &stays, &lines[0], &lines[1]}) {
+                const std::string request = row.request + std::to_string(++asked);
+                ASSERT_TRUE(station->Send(request + "\r\n"));
+                // An exchange holds up those that come after it.
+                ASSERT_TRUE(
+                    row.peer == nullptr || station != &left ||
+                    row.peer->WaitForRequest(row.peer == modem.get() ? request + "\r\n" : request));
+            }
+            left.HalfClose();
+            const int64_t begin = MonotonicMs();
+            for (const char* off : {"ZAT+TCP=0", "ZAT+USB=0", "ZAT+UART=0"}) {
+                Switch(local, off);
+            }
+            EXPECT_LT(MonotonicMs() - begin, KELP_SANITIZED ? 6000 : 1000);
+            for (const Pty* pty : {&mUsb, &mUart}) {
+                EXPECT_EQ(Holds(pty->Device()), 0);
+                EXPECT_TRUE(Polls(pty->Master(), POLLHUP));
+            }
+            EXPECT_TRUE(Ended(stays) && Ended(left));
+            for (const char* on : {"ZAT+TCP=1", "ZAT+USB=1", "ZAT+UART=1"}) {
+                Switch(local, on);
+            }
+            mUsb.Flush();
+            mUart.Flush();
+        }
+    }
+    EXPECT_EQ(mKelp->Threads(), threads);
+    EXPECT_TRUE(WaitUntil([&] { return mKelp->Descriptors() <= descriptors + 2; }));
+}
+
+TEST_F(Consoles, NoExchangeIsBegunOnceAStopIsOrdered) {
+    const auto wcn = Wcn(Silent());
+    Start();
+    Station local = Station::Local(), station = Tcp();
+    std::string burst;
+    for (int i = 0; i < 20000; ++i) {
+        burst += "WT\r\n";
+    }
+    std::thread sender([&] { station.Send(burst); });
+    ASSERT_TRUE(wcn->WaitForRequest("WT"));
+    const int64_t begin = MonotonicMs();
+    Command(local, "ZAT+TCP=0");
+    EXPECT_TRUE(local.Answers("X\r\n", Unsupported("X")));
+    EXPECT_LT(MonotonicMs() - begin, KELP_SANITIZED ? 10000 : 1000);
+    sender.join();
+    EXPECT_EQ(wcn->Connections(), 1);
+    Switch(local, "ZAT+TCP=1");
+    for (int i = 0; i < 50; ++i) {
+        const int ons = mKelp->Logged(" active c");
+        Station self = Tcp();
+        ASSERT_TRUE(self.Send("ZAT+TCP=0\r\nZAT+TCP=1\r\n"));
+        ASSERT_TRUE(mKelp->WaitForLog(" active c", ons + 1));
+    }
+    EXPECT_TRUE(Tcp().Answers("X\r\n", Unsupported("X")));
+}
+
+TEST_F(Consoles, ASerialLineWithoutAllItsDescriptorsDoesNotOpen) {
+    Start();
+    Station local = Station::Local(), line = Station::Line(mUsb.Master());
+    Switch(local, "ZAT+USB=0");
+    const std::string failure = " E KELP    : Start: usb-->start fail\n";
+    bool open = false;
+    for (rlim_t limit = 3; !open; ++limit) {
+        const int failures = mKelp->Logged(failure), opens = mKelp->Logged("usb active c");
+        const struct rlimit few = {limit, 1024};
+        ASSERT_EQ(prlimit(mKelp->Pid(), RLIMIT_NOFILE, &few, nullptr), 0);
+        Command(local, "ZAT+USB=1");
+        ASSERT_TRUE(mKelp->WaitForLog("usb active c", opens + 1));
+        open = mKelp->Logged(failure) == failures;
+        EXPECT_EQ(Holds(mUsb.Device()), open ? 2 : 0) << limit;
+        EXPECT_TRUE(line.Answers(open ? "X\r\n" : "", open ? Unsupported("X") : ""));
+        Command(local, "ZAT+USB=0");
+    }
+    EXPECT_GE(mKelp->Logged("usb-->no second descriptor, errno = 24\n"), 1);
+    Switch(local, "ZAT+USB=1");
+}
+
+TEST_F(Consoles, ARouteThatIsNoLineIsNeitherServedNorSpunOn) {
+    const std::string content = "AT+X\r\nAT+Y\r\n";
+    const struct {
+        std::string route, record;
+        int atLeast, atMost;  // records in the second that is looked at, and before
+    } rows[] = {
+        {"/dev/null", "usb-->ioctl read error.errno->25\n", 5, 15},
+        {mDir.Write("file", content), " E KELP    : Connect: usb-->route is no line, not served\n",
+         1, 1},
+        {mDir.Write("empty", ""), " E KELP    : Connect: usb-->route is no line, not served\n", 1,
+         1},
+    };
+    for (const auto& row : rows) {
+        RestartWithUsb(row.route);
+        EXPECT_TRUE(mKelp->WaitForLog(row.record));
+        const size_t before = mKelp->Log().size();
+        Thread::SleepMs(1000);
+        EXPECT_GE(mKelp->Logged(row.record), row.atLeast) << row.route;
+        EXPECT_LE(mKelp->Logged(row.record), row.atMost) << row.route;
+        EXPECT_LT(mKelp->Log().size() - before, 4000u);
+        const int held = Holds(row.route);
+        EXPECT_TRUE(Station::Local().Answers("ZAT+USB=0\r\n", Ok("ZAT+USB=0")));
+        EXPECT_TRUE(WaitUntil([&] { return Holds(row.route) < held; }));
+    }
+    EXPECT_EQ(mDir.Read("file"), content);
+}
+
+TEST_F(Consoles, AReopenedLineGetsTheAnswersOfCommandsBeforeIt) {
+    const auto modem = Daemon("modem");
+    const auto pcba = Daemon("pcba");
+    const std::string link = mDir.Path("line");
+    std::filesystem::create_symlink(mUsb.Device(), link);
+    RestartWithUsb(link);
+    Station first = Station::Line(mUsb.Master());
+    ASSERT_TRUE(first.Send("AT+M1\r\nAT+P1\r\n"));
+    ASSERT_TRUE(modem->WaitForRequest("AT+M1\r\n"));
+    ASSERT_TRUE(pcba->WaitForRequest("AT+P1"));
+    Pty again;
+    std::filesystem::remove(link);
+    std::filesystem::create_symlink(again.Device(), link);
+    { const Station unplugged = std::move(first); }
+    mUsb.HangUp();
+    ASSERT_TRUE(mKelp->WaitForLog(": ReConnect: usb << reconnect << fd:"));
+    ASSERT_TRUE(modem->Push("RING"));
+    Station line = Station::Line(again.Master());
+    EXPECT_TRUE(line.Answers("", "RING"));
+    // The board test's time-out is a second.
+    EXPECT_TRUE(line.Answers("", "AT+P1\r\n\r\n6012\r\n\r\nERROR\r\n"));
+    EXPECT_TRUE(line.Answers("X\r\n", Unsupported("X")));
+}
+
+TEST_F(Consoles, AQuietIntervalEndsWhoeverConnectsMeanwhile) {
+    const auto wcn = Wcn();
+    Start(false, R"({"mode": "timetick", "millisecond": 300})");
+    Station stations[] = {Tcp(), Tcp(), Tcp(), Tcp()};
+    ASSERT_TRUE(stations[0].Send("AT+W"));
+    const int64_t begin = MonotonicMs();
+    while (!Polls(stations[0].Fd(), POLLIN) && MonotonicMs() - begin < 5000) {
+        const Station rejected = Tcp();
+        Thread::SleepMs(50);
+    }
+    EXPECT_GE(MonotonicMs() - begin, 250);
+    EXPECT_TRUE(stations[0].Answers("", "<wcn:AT+W>"));
+}
+
+TEST_F(Consoles, FourStationsWithAConnectionPerCommandLoseNone) {
+    Start();
+    Station local = Station::Local();
+    for (int round = 0; round < 2; ++round) {
+        std::vector<std::thread> stations;
+        for (int i = 0; i < 4; ++i) {
+            stations.emplace_back([&] {
+                for (int j = 0; j < 200; ++j) {
+                    Station station = Tcp();
+                    ASSERT_TRUE(station.Answers("X\r\n", Unsupported("X")));
+                    // One that leaves without reading has its command read first.
+                    Station(std::move(station)).Send(j % 2 == 0 ? "Y\r\n" : "");
+                }
+            });
+        }
+        for (std::thread& station : stations) {
+            station.join();
+        }
+        EXPECT_EQ(mKelp->Logged("reject now"), 0);
+        Switch(local, "ZAT+TCP=0");  // gives the listening socket another number
+        Switch(local, "ZAT+TCP=1");
+    }
+}
+
+TEST_F(Consoles, UrgentBytesComeInTheirPlace) {
+    Start();
+    Station stations[] = {Tcp(), Station::Local()};
+    for (Station& station : stations) {
+        const int64_t begin = MonotonicMs();
+        for (int i = 0; i < 10; ++i) {
+            ASSERT_TRUE(station.Send("A"));
+            if (send(station.Fd(), "!", 1, MSG_OOB) != 1) {
+                break;  // the kernel has none on local sockets
+            }
+            ASSERT_TRUE(station.Answers("B\r\n", Unsupported("A!B")));
+        }
+        EXPECT_LT(MonotonicMs() - begin, KELP_SANITIZED ? 5000 : 500);
+    }
+}
+
+TEST_F(Consoles, ALineIsSetWordByWord) {
+    struct termios hostile = {};
+    const int line = open(mUart.Device().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    const UniqueFd owner(line);
+    tcgetattr(line, &hostile);
+    hostile.c_iflag = INLCR | IGNCR | ICRNL | IXON | IXOFF | BRKINT | ISTRIP;
+    hostile.c_oflag = OPOST | ONLCR | OCRNL;
+    hostile.c_lflag = ISIG | ICANON | ECHO | ECHOE | IEXTEN;
+    cfsetspeed(&hostile, B9600);
+    ASSERT_EQ(tcsetattr(line, TCSANOW, &hostile), 0);
+    Start();
+    struct termios set = {};
+    ASSERT_EQ(tcgetattr(line, &set), 0);
+    EXPECT_EQ(set.c_iflag, static_cast<tcflag_t>(BRKINT | ISTRIP));
+    EXPECT_EQ(set.c_oflag, static_cast<tcflag_t>(OPOST));
+    EXPECT_EQ(set.c_lflag, static_cast<tcflag_t>(ECHOE | IEXTEN));
+    EXPECT_EQ(set.c_cflag & (CSIZE | PARENB), static_cast<tcflag_t>(CS8));
+    EXPECT_EQ(cfgetispeed(&set), static_cast<speed_t>(B115200));
+    EXPECT_EQ(cfgetospeed(&set), static_cast<speed_t>(B115200));
+}
+
+}  // namespace
+}  // namespace kelp::test
