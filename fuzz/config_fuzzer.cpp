@@ -1,14 +1,14 @@
 // Any bytes as the configuration file: read, written back, and read again, the configuration is the
 // same, and so is the file when it is written once more.
 
-#include <sys/mman.h>
+#include <stdio.h>
 #include <unistd.h>
 
+#include <memory>
 #include <string>
 
 #include "check.h"
 #include "config/configmanager.h"
-#include "platform/uniquefd.h"
 #include "platform/wholefile.h"
 
 namespace {
@@ -45,9 +45,11 @@ std::string Describe(kelp::ConfigManager& manager) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    const kelp::UniqueFd file(memfd_create("config", MFD_CLOEXEC));
-    KELP_FUZZ_CHECK(write(file.Get(), data, size) == static_cast<ssize_t>(size));
-    const std::string path = "/proc/self/fd/" + std::to_string(file.Get());
+    const std::unique_ptr<FILE, int (*)(FILE*)> file(tmpfile(), fclose);
+    KELP_FUZZ_CHECK(file != nullptr);
+    const int fd = fileno(file.get());
+    KELP_FUZZ_CHECK(write(fd, data, size) == static_cast<ssize_t>(size));
+    const std::string path = "/proc/self/fd/" + std::to_string(fd);
     kelp::ConfigManager first, second;
     if (!first.ParseJSONDoc(path)) {
         KELP_FUZZ_CHECK(!first.RefreshConfig());

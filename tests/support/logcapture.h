@@ -1,7 +1,7 @@
 // The log records that this process writes, for tests of their texts.
 #pragma once
 
-#include <sys/mman.h>
+#include <stdio.h>
 #include <unistd.h>
 
 #include <string>
@@ -15,10 +15,13 @@ namespace kelp {
 // end it while they are quiet.
 class LogCapture {
   public:
-    LogCapture() : mSaved(dup(STDERR_FILENO)), mFile(memfd_create("log", MFD_CLOEXEC)) {
-        dup2(mFile.Get(), STDERR_FILENO);
+    LogCapture() : mSaved(dup(STDERR_FILENO)), mFile(tmpfile()) {
+        dup2(fileno(mFile), STDERR_FILENO);
     }
-    ~LogCapture() { dup2(mSaved.Get(), STDERR_FILENO); }
+    ~LogCapture() {
+        dup2(mSaved.Get(), STDERR_FILENO);
+        fclose(mFile);
+    }
     LogCapture(const LogCapture&) = delete;
     LogCapture& operator=(const LogCapture&) = delete;
 
@@ -29,7 +32,7 @@ class LogCapture {
         std::vector<std::string> records;
         std::string line;
         char c;
-        while (pread(mFile.Get(), &c, 1, mTaken) == 1) {
+        while (pread(fileno(mFile), &c, 1, mTaken) == 1) {
             ++mTaken;
             if (c != '\n') {
                 line += c;
@@ -47,7 +50,7 @@ class LogCapture {
 
   private:
     UniqueFd mSaved;
-    UniqueFd mFile;
+    FILE* const mFile;
     off_t mTaken = 0;
 };
 
