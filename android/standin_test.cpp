@@ -59,7 +59,7 @@ void __system_property_read_callback(const prop_info* info,
 }
 
 int socket_local_server(const char* name, int namespaceId, int type) {
-    sServer = std::string(name) + " " + std::to_string(namespaceId) + " " + std::to_string(type);
+    sServer = std::string(name) + " " + std::to_string(namespaceId);
     return *name != '\0' ? socket(AF_UNIX, type, 0) : -1;
 }
 
@@ -96,7 +96,7 @@ TEST(AndroidSystemProperty, FallsBackWhenAbsentOrEmpty) {
 
 TEST(AndroidLocalServer, ListensAbstractWithoutBlockingOrLeaking) {
     const UniqueFd fd(ListenLocalAbstract("/dev/socket/kelp"));
-    EXPECT_EQ(sServer, "/dev/socket/kelp 0 1");
+    EXPECT_EQ(sServer, "/dev/socket/kelp 0");
     ASSERT_TRUE(fd.Ok());
     EXPECT_EQ(fcntl(fd.Get(), F_GETFD), FD_CLOEXEC);
     EXPECT_EQ(fcntl(fd.Get(), F_GETFL) & O_NONBLOCK, O_NONBLOCK);
