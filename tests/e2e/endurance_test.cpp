@@ -35,6 +35,25 @@ TEST_F(Endurance, SlowReaderGetsALongAnswerWhole) {
     }
 }
 
+// The peer sees the last command before the station reads anything.
+TEST_F(Endurance, SixThousandCommandsBeforeAnyReadingAreAnsweredInOrder) {
+    const auto wcn = Wcn();
+    Start(true, kTail, {"ANDROID_LOG_TAGS=*:S"});
+    for (Station& station : std::array{Tcp(), Station::Local()}) {
+        std::string request, requests, answers;
+        for (int i = 1; i <= 6000; ++i) {
+            const bool refused = i % 4 != 0;
+            request = (refused ? "AT+X=" : "AT+W=") + std::to_string(i);
+            request.resize(43, '.');
+            requests += request + "\r\n";
+            answers += refused ? Unsupported(request) : "<wcn:" + request + ">";
+        }
+        ASSERT_TRUE(station.Send(requests));
+        ASSERT_TRUE(wcn->WaitForRequest(request));
+        EXPECT_TRUE(station.Answers("", answers));
+    }
+}
+
 TEST_F(Endurance, OneLongBurstCostsNoMoreThanItsParts) {
     Start(false, kTail, {"ANDROID_LOG_TAGS=*:S"});
     Station station = Station::Local();
