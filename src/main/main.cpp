@@ -3,9 +3,12 @@
 // killed.
 
 #include <signal.h>
+#include <sys/resource.h>
+#include <sys/select.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <climits>
 #include <memory>
 #include <string>
@@ -15,11 +18,26 @@
 #include "messager/messagermanager.h"
 #include "processor/processormanager.h"
 
+namespace {
+
+// Consoles wait in select, which cannot hold a descriptor that is not below FD_SETSIZE: with this
+// limit there is none, and a socket too many fails to open like any other.
+void LimitDescriptors() {
+    struct rlimit limit;
+    if (getrlimit(RLIMIT_NOFILE, &limit) == 0) {
+        limit.rlim_cur = std::min<rlim_t>(limit.rlim_cur, FD_SETSIZE);
+        setrlimit(RLIMIT_NOFILE, &limit);
+    }
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
     // A client or a peer that goes away in the middle of a write must never end the daemon.
     signal(SIGPIPE, SIG_IGN);
     // What the daemon creates is its own alone, unless it says otherwise.
     umask(077);
+    LimitDescriptors();
 
     kelp::ArgParser(argc, argv);
     std::string path;

@@ -214,6 +214,50 @@ TEST_F(Faults, ExhaustedDescriptorsNeitherSpinNorFlood) {
     }
 }
 
+// A supervisor may allow and leave open more descriptors than select can hold.
+TEST_F(Faults, InheritedDescriptorsAndALargeLimit) {
+    const auto inheriting = [](size_t below) {
+        return std::vector<std::string>{
+            "prlimit",
+            "--nofile=4096:",
+            "bash",
+            "-c",
+            "for ((i = 3; i < " + std::to_string(below) +
+                "; ++i)); do eval \"exec $i</dev/null\"; done; exec \"$@\"",
+            "bash"};
+    };
+    constexpr size_t kSome = 64;  // covers whatever this process inherited itself
+    Start(false, kTail, inheriting(kSome));
+    const size_t left = FD_SETSIZE - mKelp->Descriptors();
+    // One or two fit beyond what the daemon needs. What the listening socket gives back goes to
+    // the next client, and none below 1024 is left to listen on again.
+    Start(false, kTail, inheriting(kSome + left - 1));
+    std::vector<Station> stations;
+    stations.push_back(Station::Local());
+    ASSERT_TRUE(stations[0].Answers("ZAT+TCP=0\r\n", Ok("ZAT+TCP=0")));
+    ASSERT_TRUE(mKelp->WaitForLog("tcp deactive communication\n"));
+    const auto full = [&] { return mKelp->Logged("local-->accept error: 24\n") == 1; };
+    while (stations.size() < 4 && !full()) {
+        stations.push_back(Station::Local());
+        const int count = static_cast<int>(stations.size());
+        EXPECT_TRUE(WaitUntil(
+            [&] { return full() || mKelp->Logged("local-->connect to new client") == count; }));
+    }
+    EXPECT_TRUE(full());
+    EXPECT_TRUE(stations[0].Answers("ZAT+TCP=1\r\n", Ok("ZAT+TCP=1")));
+    EXPECT_TRUE(mKelp->WaitForLog("Start: tcp-->start fail\n"));
+    EXPECT_TRUE(stations[0].Answers("X\r\n", Unsupported("X")));
+
+    // None fits at all: nothing serves, not even the configuration is read.
+    mKelp.reset();
+    mKelp = std::make_unique<KelpProcess>(
+        std::vector<std::string>{"--file=" + mDir.Path("kelp.json")}, inheriting(FD_SETSIZE + 100));
+    EXPECT_TRUE(mKelp->WaitForLog("Start: usb-->start fail\n"));
+    EXPECT_EQ(mKelp->Logged("Start: local-->start fail\n"), 1);
+    EXPECT_TRUE(mKelp->Running());
+    mKelp.reset();
+}
+
 TEST_F(Faults, AfterAHangUpARestartServesAtOnce) {
     for (int round = 0; round < 5; ++round) {
         Start();
