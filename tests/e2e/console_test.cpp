@@ -37,8 +37,8 @@ class Consoles : public Bench {
         ASSERT_TRUE(mKelp->WaitForLog(done, before + 1));
     }
     // The same daemon once more with another route for the USB console.
-    void RestartWithUsb(const std::string& route) {
-        Start();
+    void RestartWithUsb(const std::string& route, bool keepAlive = false) {
+        Start(keepAlive);
         std::string file = mDir.Read("kelp.json");
         file.replace(file.find(mUsb.Device()), mUsb.Device().size(), route);
         mDir.Write("kelp.json", file);
@@ -198,7 +198,7 @@ TEST_F(Consoles, AReopenedLineGetsTheAnswersOfCommandsBeforeIt) {
     const auto pcba = Daemon("pcba");
     const std::string link = mDir.Path("line");
     std::filesystem::create_symlink(mUsb.Device(), link);
-    RestartWithUsb(link);
+    RestartWithUsb(link, true);
     Station first = Station::Line(mUsb.Master());
     ASSERT_TRUE(first.Send("AT+M1\r\nAT+P1\r\n"));
     ASSERT_TRUE(modem->WaitForRequest("AT+M1\r\n"));

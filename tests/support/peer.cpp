@@ -101,6 +101,8 @@ bool Peer::WaitForRequest(const std::string& request) {
 }
 
 bool Peer::Push(const std::string& bytes) {
+    // Connecting ends before the peer has accepted.
+    WaitUntil([&] { return Connections() > 0; });
     MutexLock lock(mMutex);
     return !mClients.empty() && SendAll(mClients.back().Get(), bytes);
 }

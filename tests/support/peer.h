@@ -30,7 +30,7 @@ class Peer : private Runnable {
 
     // Waits until a request that has come is exactly `request`.
     bool WaitForRequest(const std::string& request);
-    // Sends on the newest connection, asked or not.
+    // Sends on the newest connection, asked or not; waits for the first one.
     bool Push(const std::string& bytes);
     int Connections() const;  // ever accepted
 
