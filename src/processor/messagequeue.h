@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <deque>
 
 #include "platform/sync.h"
@@ -27,6 +28,7 @@ class MessageQueue {
         {
             MutexLock lock(mMutex);
             mQueue.push_back(item);
+            mSize = mQueue.size();
         }
         // Outside the lock, so that the consumer does not wake up only to wait for it.
         if (mWaitable.load(std::memory_order_relaxed)) {
@@ -38,6 +40,9 @@ class MessageQueue {
     // on for one wake-up, never two: null then means that the wake-up brought nothing (another
     // consumer was faster, or the thread is asked to stop), and the caller decides what next.
     T* dequeue() {
+        if (mSize == 0 && !mWaitable) {
+            return nullptr;  // seen without the lock
+        }
         MutexLock lock(mMutex);
         if (mQueue.empty() && mWaitable.load(std::memory_order_relaxed)) {
             Thread::Wait(mCond, mMutex);
@@ -57,6 +62,7 @@ class MessageQueue {
         {
             MutexLock lock(mMutex);
             items.swap(mQueue);
+            mSize = 0;
         }
         for (T* item : items) {
             delete item;
@@ -73,12 +79,14 @@ class MessageQueue {
         }
         T* const item = mQueue.front();
         mQueue.pop_front();
+        mSize = mQueue.size();
         return item;
     }
 
     Mutex mMutex;  // a leaf, but for the state of the thread that waits on mCond
     CondVar mCond;
     std::deque<T*> mQueue KELP_GUARDED_BY(mMutex);
+    std::atomic<size_t> mSize{0};  // of mQueue; written under mMutex
 };
 
 }  // namespace kelp
