@@ -7,13 +7,32 @@
 
 namespace kelp {
 
-void FdSetInsert(int fd, fd_set& set);
-void FdSetRemove(int fd, fd_set& set);
-bool FdSetContains(int fd, const fd_set& set);
-
-// What may be offered to the functions above.
+// What may be offered to the functions below.
 inline bool FdFitsSet(int fd) {
     return fd >= 0 && fd < FD_SETSIZE;
+}
+
+[[noreturn]] void FdDoesNotFit(int fd, const char* operation);
+
+inline void FdSetInsert(int fd, fd_set& set) {
+    if (!FdFitsSet(fd)) {
+        FdDoesNotFit(fd, __func__);
+    }
+    FD_SET(fd, &set);
+}
+
+inline void FdSetRemove(int fd, fd_set& set) {
+    if (!FdFitsSet(fd)) {
+        FdDoesNotFit(fd, __func__);
+    }
+    FD_CLR(fd, &set);
+}
+
+inline bool FdSetContains(int fd, const fd_set& set) {
+    if (!FdFitsSet(fd)) {
+        FdDoesNotFit(fd, __func__);
+    }
+    return FD_ISSET(fd, &set);
 }
 
 }  // namespace kelp

@@ -15,11 +15,6 @@ constexpr int kMaxDrains = 64;
 ClientHandle::ClientHandle(UniqueFd fd, int number)
     : mNumber(number), mFd(std::make_shared<const UniqueFd>(std::move(fd))) {}
 
-ClientHandle::Hold ClientHandle::Acquire() const {
-    MutexLock lock(mMutex);
-    return mGone ? nullptr : mFd;
-}
-
 void ClientHandle::Reopen(UniqueFd fd, int number) {
     Hold opened = std::make_shared<const UniqueFd>(std::move(fd));
     MutexLock lock(mMutex);

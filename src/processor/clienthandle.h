@@ -31,7 +31,10 @@ class ClientHandle {
     bool Gone() const { return mGone; }
 
     // Null once the client is gone. Close and Reopen take effect when the hold is released.
-    Hold Acquire() const;
+    Hold Acquire() const {
+        MutexLock lock(mMutex);
+        return mGone ? nullptr : mFd;
+    }
 
     // The device was opened anew.
     void Reopen(UniqueFd fd, int number);

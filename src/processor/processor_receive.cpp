@@ -114,11 +114,13 @@ void Processor::OnReadable(fd_set& ready) {
         ReceiveFrom(mServerFd);
         return;
     }
-    if (mServerFd != -1 && FdSetContains(mServerFd, ready) && mSlots.Full()) {
-        ReadOutLeavers();
-    }
-    if (AcceptClient(ready) != 1) {
-        return;
+    if (IsConnect() && FdSetContains(mServerFd, ready)) {
+        if (mSlots.Full()) {
+            ReadOutLeavers();
+        }
+        if (AcceptClient(ready) != 1) {
+            return;
+        }
     }
     for (const int fd : mSlots.Numbers()) {
         if (fd != -1 && FdSetContains(fd, ready)) {

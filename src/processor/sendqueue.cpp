@@ -48,10 +48,7 @@ void SendQueue::Done(const Command& command) {
     }
 }
 
-void SendQueue::WaitForRoom() {
-    if (!Full()) {
-        return;
-    }
+void SendQueue::WaitUntilNotFull() {
     MutexLock lock(mRoomMutex);
     while (Full() && Thread::Wait(mRoom, mRoomMutex)) {
     }

@@ -32,9 +32,14 @@ class SendQueue {
     void Done(const Command& command);
 
     // Blocks the receive thread while the bounds are met; Thread::Stop ends the wait.
-    void WaitForRoom();
+    void WaitForRoom() {
+        if (Full()) {
+            WaitUntilNotFull();
+        }
+    }
 
   private:
+    void WaitUntilNotFull();
     bool Full() const { return mAnswers > kMaxAnswers || mBytes > kMaxBytes; }
     int64_t CountDropped();
 
