@@ -40,9 +40,9 @@ enum ProcessorModeE {
 // consoles; the control module sees to that. They take turns. SendDataDone and IsConnect: any
 // thread. Everything else belongs to the console's own threads.
 //
-// A client's descriptor is closed by the receive thread while the console runs, and by Stop when
-// the receive thread has ended. The send thread closes nothing: it gives a client up (HangUp), and
-// the receive thread, which sees the end of the stream then, frees the slot.
+// What select watches is closed by the receive thread only, or by Stop when that thread has ended.
+// The send thread gives a client up (HangUp); the receive thread sees the end of the stream then and
+// frees the slot.
 class Processor {
   public:
     static constexpr int READ_BUF_SIZE = 65535;  // bytes of one read at most
