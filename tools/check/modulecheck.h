@@ -1,0 +1,55 @@
+// The part of a configuration check that is about modules.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "check/configtext.h"
+
+namespace kelp {
+class ConfigManager;
+}  // namespace kelp
+
+namespace kelp::tools {
+
+class ModuleCheck {
+  public:
+    // As ConfigCheck; knows only the built-in modules before CheckMember.
+    ModuleCheck(ConfigText& text, ConfigManager& result);
+
+    // The member "module" of the configuration.
+    void CheckMember(const ConfigMember& member);
+    // What shows only when everything has been read: once, at the end. `root` is the place of what
+    // the file does not mention.
+    void CheckTogether(size_t root, bool paths);
+
+  private:
+    struct Entry {
+        std::string text;
+        size_t offset;
+        bool matches;  // some request
+    };
+    struct Module {
+        std::string name;
+        bool exists = false;    // when the reader is where the check is
+        size_t nameOffset = 0;  // in "support-modules"; 0: not named there
+        size_t pathOffset = 0;  // in "interaction"; 0: not set there
+        std::vector<Entry> whiteList;
+        std::vector<Entry> testCmds;
+    };
+
+    Module* Find(const std::string& name);
+    void CheckSupportModules(size_t array);
+    void CheckSettings(const ConfigMember& section);
+    void CheckInteraction(const ConfigMember& member, Module& module);
+    void CheckList(const ConfigMember& member, std::vector<Entry>& list);
+    void CheckMatches(std::vector<Entry>& list, bool mayBeEmpty);
+    void CheckHidden();
+    void CheckPath(const Module& module, size_t root, bool paths);
+
+    ConfigText& mText;
+    ConfigManager& mResult;
+    std::vector<Module> mModules;  // in the order in which requests are offered to them
+};
+
+}  // namespace kelp::tools

@@ -1,0 +1,167 @@
+#include "peer/peerconnection.h"
+
+#include <errno.h>
+#include <poll.h>
+#include <string.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <string_view>
+#include <utility>
+
+#include "peer/peeranswer.h"
+
+namespace kelp::tools {
+
+namespace {
+
+constexpr size_t kReadBytes = 65536;
+// Without an end, a request that fills the buffer goes on with what arrived behind it.
+constexpr size_t kMaxTogetherBytes = 1024 * 1024;
+constexpr size_t kMaxRequestBytes = 64 * 1024 * 1024;
+constexpr uint64_t kMaxWaitingBytes = 1024 * 1024;
+constexpr size_t kMaxWaitingOutputs = 4096;
+// Of one turn, so that nobody's flood keeps the others waiting.
+constexpr int kMaxWrites = 64;
+
+}  // namespace
+
+PeerConnection::PeerConnection(UniqueFd fd, const Role& role, std::string name, const PeerLog& log,
+                               int64_t nowMs)
+    : mFd(std::move(fd)),
+      mRole(role),
+      mName(std::move(name)),
+      mLog(log),
+      mCutter(role.requestEnd, role.requestStart) {
+    for (const Answer& answer : role.unsolicited) {
+        const int first = answer.afterMs >= 0 ? answer.afterMs : answer.everyMs;
+        mTimers.push_back({&answer, nowMs + first, answer.everyMs > 0 ? answer.times : 1});
+    }
+    mLog.Line(mName, "connected");
+}
+
+bool PeerConnection::MayRead() const {
+    return !mRole.deaf && !mInputEnded && mQueue.WaitingBytes() <= kMaxWaitingBytes &&
+           mQueue.WaitingOutputs() <= kMaxWaitingOutputs;
+}
+
+short PeerConnection::Events() const {
+    return static_cast<short>((MayRead() ? POLLIN : 0) | (mBlocked ? POLLOUT : 0));
+}
+
+int64_t PeerConnection::NextDueMs() const {
+    int64_t next = mBlocked ? -1 : mQueue.NextDueMs();
+    for (const Timer& timer : mTimers) {
+        if (timer.dueMs >= 0 && (next < 0 || timer.dueMs < next)) {
+            next = timer.dueMs;
+        }
+    }
+    return next;
+}
+
+bool PeerConnection::Serve(short revents, int64_t nowMs) {
+    const bool gone = (revents & (POLLHUP | POLLERR)) != 0;
+    if ((revents & POLLIN) != 0 && MayRead()) {
+        if (!Read(nowMs)) {
+            mLog.Line(mName, "lost");
+            return false;
+        }
+    } else if (gone) {
+        mLog.Line(mName, "gone");
+        return false;
+    }
+    SayUnsolicited(nowMs);
+    if ((!mBlocked || (revents & POLLOUT) != 0) && !Write(nowMs)) {
+        mLog.Line(mName, "lost");
+        return false;
+    }
+    if (mQueue.Ended() || (mInputEnded && (gone || mQueue.Empty()))) {
+        mLog.Line(mName, "closed");
+        return false;
+    }
+    return true;
+}
+
+bool PeerConnection::Read(int64_t nowMs) {
+    static char sBuffer[kReadBytes];
+    size_t together = 0;
+    for (;;) {
+        const ssize_t n = recv(mFd.Get(), sBuffer, sizeof(sBuffer), MSG_DONTWAIT);
+        if (n < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            if (errno != EAGAIN) {
+                return false;
+            }
+            break;
+        }
+        mInputEnded = n == 0;
+        mCutter.Append({sBuffer, static_cast<size_t>(n)});
+        together += static_cast<size_t>(n);
+        if (static_cast<size_t>(n) < sizeof(sBuffer) || together >= kMaxTogetherBytes) {
+            break;
+        }
+    }
+    return AnswerRequests(nowMs);
+}
+
+bool PeerConnection::AnswerRequests(int64_t nowMs) {
+    std::string_view request;
+    while (mCutter.Next(request)) {
+        mLog.Request(mName, request);
+        const Answer* answer = FindAnswer(mRole, request);
+        const Answer unknown = answer == nullptr ? AnswerToUnknown(mRole.kind) : Answer();
+        if (answer == nullptr) {
+            mLog.Line(mName, "no answer matches");
+            answer = &unknown;
+        }
+        if (answer->silent && !answer->close) {
+            continue;
+        }
+        Output output = Compose(mRole, *answer, request, nowMs);
+        mLog.Answer(mName, output.pattern, output.total);
+        mQueue.AddAnswer(std::move(output));
+    }
+    return mCutter.Waiting() <= kMaxRequestBytes;
+}
+
+void PeerConnection::SayUnsolicited(int64_t nowMs) {
+    for (Timer& timer : mTimers) {
+        if (timer.dueMs < 0 || timer.dueMs > nowMs) {
+            continue;
+        }
+        // What a client that does not read misses counts as said.
+        if (mQueue.WaitingBytes() <= kMaxWaitingBytes) {
+            Output output = ComposeUnsolicited(*timer.answer, nowMs);
+            mLog.Answer(mName, output.pattern, output.total);
+            mQueue.AddUnsolicited(std::move(output));
+        }
+        // A beat that was missed is not made up for.
+        timer.dueMs =
+            timer.left == 1 ? -1 : std::max(timer.dueMs + timer.answer->everyMs, nowMs + 1);
+        timer.left -= timer.left > 0 ? 1 : 0;
+    }
+}
+
+bool PeerConnection::Write(int64_t nowMs) {
+    mBlocked = false;
+    for (int i = 0; i < kMaxWrites; ++i) {
+        const std::string_view bytes = mQueue.Due(nowMs);
+        if (bytes.empty()) {
+            return true;
+        }
+        const ssize_t n = send(mFd.Get(), bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+        if (n >= 0) {
+            mQueue.Sent(static_cast<size_t>(n), nowMs);
+        } else if (errno == EAGAIN) {
+            mBlocked = true;
+            return true;
+        } else if (errno != EINTR) {
+            return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace kelp::tools

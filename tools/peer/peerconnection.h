@@ -1,0 +1,58 @@
+// One client of a bench peer.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "peer/answerqueue.h"
+#include "peer/peerlog.h"
+#include "peer/peerscript.h"
+#include "peer/requestcutter.h"
+#include "platform/uniquefd.h"
+
+namespace kelp::tools {
+
+// Never blocks. A client that does not read stops being read, and misses unsolicited lines, once
+// much waits for it. Times are milliseconds of MonotonicMs. One thread.
+class PeerConnection {
+  public:
+    // `role` and `log` must outlive it. `fd` is a stream socket.
+    PeerConnection(UniqueFd fd, const Role& role, std::string name, const PeerLog& log,
+                   int64_t nowMs);
+    PeerConnection(const PeerConnection&) = delete;
+    PeerConnection& operator=(const PeerConnection&) = delete;
+
+    int Fd() const { return mFd.Get(); }
+    // The poll(2) events that it waits for, besides hang-up and errors.
+    short Events() const;
+    // When Serve is to be called without any event; -1: never.
+    int64_t NextDueMs() const;
+    // Does all that can be done. False when the connection is over and to be destroyed.
+    bool Serve(short revents, int64_t nowMs);
+
+  private:
+    struct Timer {
+        const Answer* answer;
+        int64_t dueMs;  // -1: no more
+        int left;       // 0: without end
+    };
+
+    bool MayRead() const;
+    bool Read(int64_t nowMs);
+    bool AnswerRequests(int64_t nowMs);
+    void SayUnsolicited(int64_t nowMs);
+    bool Write(int64_t nowMs);
+
+    const UniqueFd mFd;
+    const Role& mRole;
+    const std::string mName;
+    const PeerLog& mLog;
+    RequestCutter mCutter;
+    AnswerQueue mQueue;
+    std::vector<Timer> mTimers;
+    bool mInputEnded = false;
+    bool mBlocked = false;  // the last write would have waited
+};
+
+}  // namespace kelp::tools

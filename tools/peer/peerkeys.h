@@ -1,0 +1,71 @@
+// The words in which a peer is described. A script uses them as member names, the command line as
+// options, so both always know the same ones.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "peer/peerscript.h"
+
+namespace kelp::tools {
+
+enum class KeyType {
+    kText,
+    kHex,     // bytes, written as hex digits
+    kNumber,  // from `min` to `max`
+    kFlag,
+};
+
+// The converted value; the member of the key's type counts.
+struct KeyValue {
+    std::string text;  // kText, and the bytes of kHex
+    int number = 0;
+    bool flag = false;
+};
+
+struct KeyInfo {
+    const char* name;
+    KeyType type;
+    int min;
+    int max;
+    const char* help;
+};
+
+struct RoleKey {
+    KeyInfo info;
+    void (*set)(Role&, const KeyValue&);
+};
+
+enum AnswerUse : unsigned {
+    kToRequests = 1,
+    kBySelf = 2,
+    kOnlyPcba = 4,  // with kToRequests
+};
+
+struct AnswerKey {
+    KeyInfo info;
+    unsigned use;          // of AnswerUse
+    const char* excludes;  // a key that must not stand beside this one; may be null
+    void (*set)(Answer&, const KeyValue&);
+};
+
+const std::vector<RoleKey>& RoleKeys();
+const std::vector<AnswerKey>& AnswerKeys();
+
+// Null when there is no such key. `use` is kToRequests or kBySelf.
+const RoleKey* FindRoleKey(std::string_view name);
+const AnswerKey* FindAnswerKey(std::string_view name, AnswerUse use);
+
+bool FindRoleKind(std::string_view name, RoleKind& kind);
+const char* RoleKindName(RoleKind kind);
+
+// With the settings that this kind begins with.
+Role MakeRole(RoleKind kind);
+Answer MakeAnswer(RoleKind kind);
+
+// Empty, or what is wrong with the whole.
+std::string CheckAnswer(const Answer& answer, AnswerUse use, RoleKind kind);
+std::string CheckRole(const Role& role);
+
+}  // namespace kelp::tools

@@ -1,0 +1,26 @@
+// What kelp-peer tells of its traffic.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace kelp::tools {
+
+// One line for each event on standard error. One thread.
+class PeerLog {
+  public:
+    explicit PeerLog(bool enabled) : mEnabled(enabled) {}
+
+    bool Enabled() const { return mEnabled; }
+    // "WHO TEXT"; nothing when the log is off.
+    void Line(const std::string& who, const std::string& text) const;
+    // "WHO < BYTES" and "WHO > BYTES", escaped and cut. `total` is told when it is more.
+    void Request(const std::string& who, std::string_view bytes) const;
+    void Answer(const std::string& who, std::string_view bytes, uint64_t total) const;
+
+  private:
+    const bool mEnabled;
+};
+
+}  // namespace kelp::tools

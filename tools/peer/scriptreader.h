@@ -1,0 +1,52 @@
+// Reads a peer script:
+//
+//     { "roles": [ { "role": "wcn", "socket": "/tmp/bench/sync_wcn",
+//                    "answers": [ { "request": "AT+WIFI?", "answer": "+WIFI: 1\r\n\r\nOK\r\n" } ],
+//                    "unsolicited": [ { "text": "\r\n+BEAT\r\n", "every": 1000 } ] } ] }
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "common/jsonlocator.h"
+#include "peer/peerkeys.h"
+#include "peer/peerscript.h"
+
+namespace kelp::tools {
+
+class ScriptReader {
+  public:
+    // `file` is only named in messages.
+    ScriptReader(std::string file, std::string text);
+
+    // False when anything at all is wrong, an unknown word included: a script that is not played
+    // as it was meant would make a test lie.
+    bool Read(Script& script);
+    // "file:line:column: message" after a failed Read.
+    const std::string& Error() const { return mError; }
+
+  private:
+    bool ReadRoles(size_t list, Script& script);
+    bool ReadRole(size_t object, Script& script);
+    bool ReadRoleMember(const neb::CJsonObject& json, const JsonMember& member, Role& role);
+    bool ReadAnswers(size_t list, AnswerUse use, Role& role);
+    bool ReadAnswer(size_t object, AnswerUse use, const Role& role, Answer& answer);
+    bool CheckExclusion(const std::vector<JsonMember>& members, const JsonMember& member,
+                        const char* excluded);
+    bool ReadValue(const neb::CJsonObject& json, const JsonMember& member, const KeyInfo& info,
+                   KeyValue& value);
+    bool ReadNumber(const neb::CJsonObject& json, const JsonMember& member, const KeyInfo& info,
+                    int& number);
+    // The object's members, each once, and a handle to read them with.
+    bool OpenObject(size_t object, neb::CJsonObject& json, std::vector<JsonMember>& members);
+    bool Expect(size_t value, char first, const char* what);
+    bool Fail(size_t offset, const std::string& message);
+    bool FailAt(neb::CJsonPosition position, const std::string& message);
+
+    const std::string mFile;
+    const std::string mText;
+    const JsonLocator mLocator;
+    std::string mError;
+};
+
+}  // namespace kelp::tools

@@ -1,0 +1,146 @@
+#include "send/station.h"
+
+#include <errno.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "platform/clock.h"
+#include "platform/thread.h"
+
+namespace kelp::tools {
+
+namespace {
+
+// An answer beyond this is a flood: it is cut, and the connection with it.
+constexpr size_t kMaxAnswerBytes = 64 * 1024 * 1024;
+// What is taken as unasked before a command, so that a flood cannot hold it up for ever.
+constexpr int kMaxUnaskedReads = 1024;
+
+Outcome OutcomeOf(Verdict verdict) {
+    switch (verdict) {
+        case Verdict::kOk:
+            return Outcome::kOk;
+        case Verdict::kError:
+            return Outcome::kError;
+        case Verdict::kUnexpected:
+            return Outcome::kUnexpected;
+        default:
+            return Outcome::kText;
+    }
+}
+
+}  // namespace
+
+Station::Station(Target target, StationSettings settings)
+    : mTarget(std::move(target)), mSettings(std::move(settings)) {}
+
+bool Station::IsTty() const {
+    return isatty(mFd.Get()) == 1;
+}
+
+Exchange Station::Send(const std::string& command, const Listener& unasked, const Listener& heard) {
+    Exchange exchange;
+    mDeadlineMs = MonotonicMs() + mSettings.timeoutMs;
+    if (mFd.Ok()) {
+        TakeUnasked(unasked);
+    }
+    if (!Connect(exchange)) {
+        return exchange;
+    }
+    AnswerJudge judge(command, mSettings.expected);
+    const std::string line = command + mSettings.terminator;
+    const int64_t startMs = MonotonicMs();
+    int64_t lastByteMs = startMs;
+    exchange.outcome = Converse(judge, line, lastByteMs, heard);
+    exchange.answer = judge.Answer();
+    exchange.milliseconds = lastByteMs - startMs;
+    if (exchange.outcome == Outcome::kTimeOut) {
+        exchange.milliseconds = MonotonicMs() - startMs;
+        if (!IsTty()) {
+            mFd.Reset();  // so that a late answer is not taken for the next one
+        }
+    }
+    return exchange;
+}
+
+bool Station::Connect(Exchange& exchange) {
+    if (!mFd.Ok()) {
+        mFd = OpenTarget(mTarget, mSettings.timeoutMs, exchange.error);
+    }
+    return mFd.Ok();
+}
+
+Station::Input Station::Read(std::string_view& bytes) {
+    static char sBuffer[65536];
+    ssize_t n;
+    do {
+        n = read(mFd.Get(), sBuffer, sizeof(sBuffer));
+    } while (n < 0 && errno == EINTR);
+    if (n < 0 && errno == EAGAIN) {
+        return Input::kNone;
+    }
+    if (n <= 0) {
+        mFd.Reset();
+        return Input::kEnd;
+    }
+    bytes = {sBuffer, static_cast<size_t>(n)};
+    return Input::kBytes;
+}
+
+void Station::TakeUnasked(const Listener& unasked) {
+    std::string_view bytes;
+    for (int i = 0; i < kMaxUnaskedReads && Read(bytes) == Input::kBytes; ++i) {
+        unasked(bytes);
+    }
+}
+
+void Station::Write(std::string_view& unsent) {
+    if (unsent.empty()) {
+        return;
+    }
+    const ssize_t n = write(mFd.Get(), unsent.data(), unsent.size());
+    if (n >= 0) {
+        unsent.remove_prefix(static_cast<size_t>(n));
+    } else if (errno != EINTR && errno != EAGAIN) {
+        // Nobody takes the rest; what the other side said before it left can still be read.
+        unsent = {};
+    }
+}
+
+Outcome Station::Converse(AnswerJudge& judge, std::string_view unsent, int64_t& lastByteMs,
+                          const Listener& heard) {
+    for (;;) {
+        // Reading goes on while writing: the other side may stop reading until it is heard.
+        Write(unsent);
+        std::string_view bytes;
+        const Input input = Read(bytes);
+        const int64_t nowMs = MonotonicMs();
+        if (input == Input::kBytes) {
+            lastByteMs = nowMs;
+            judge.Append(bytes);
+            heard(bytes);
+            if (judge.Answer().size() > kMaxAnswerBytes) {
+                mFd.Reset();
+            }
+        }
+        if (judge.IsFinal() || !mFd.Ok()) {
+            return judge.Answer().empty() ? Outcome::kLost : OutcomeOf(judge.Judge());
+        }
+        const bool mayEnd = unsent.empty() && mSettings.quietMs > 0 && judge.MayEndInSilence();
+        const int64_t quietMs = mayEnd ? lastByteMs + mSettings.quietMs : mDeadlineMs;
+        if (mayEnd && nowMs >= quietMs) {
+            return OutcomeOf(judge.Judge());
+        }
+        if (nowMs >= mDeadlineMs) {
+            return Outcome::kTimeOut;
+        }
+        const short events = static_cast<short>(POLLIN | (unsent.empty() ? 0 : POLLOUT));
+        const int64_t untilMs = std::min(quietMs, mDeadlineMs);
+        Thread::WaitFd(mFd.Get(), events, static_cast<int>(untilMs - nowMs));
+    }
+}
+
+}  // namespace kelp::tools
