@@ -129,9 +129,10 @@ class CheckTest(unittest.TestCase):
         for run, status, said in [
                 (check(PATH), 2, PATH + ":2:2: error: not valid JSON\n"),
                 (check("/x", EXAMPLES + "/kelp.json"), 2, "/x: error: No such file or directory\n"),
-                (check("-xy"), 64, "kelp-check: -x: no such option\nTry kelp-check --help\n")]:
+                (check("-xy"), 64, "kelp-check: invalid option -- 'x'\nTry `kelp-check --help'"),
+                (check(), 64, "kelp-check: no file\nTry `kelp-check --help'")]:
             self.assertEqual((run.returncode, run.stderr[:len(said)]), (status, said))
-        self.assertIn("Usage: kelp-check", check("--help").stdout)
+        self.assertIn("Usage: kelp-check", check("-h").stdout)
 
 
 SCHEMA = jsonschema.Draft202012Validator(

@@ -1,7 +1,6 @@
 // Tells what the daemon makes of a configuration file: see kHelp.
 
 #include <errno.h>
-#include <getopt.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -13,6 +12,7 @@
 #include "check/configcheck.h"
 #include "check/configprint.h"
 #include "check/configtext.h"
+#include "common/arguments.h"
 #include "config/configmanager.h"
 #include "platform/cjsonobject.h"
 #include "platform/wholefile.h"
@@ -21,26 +21,49 @@ namespace {
 
 constexpr int kExitWarnings = 1;
 constexpr int kExitUnreadable = 2;
-constexpr int kExitUsage = 64;
 constexpr int kExitPrint = 74;
 
-const char kHelp[] =
-    "Usage: kelp-check [OPTION]... FILE...\n"
-    "\n"
-    "Reads each configuration as the daemon would, and prints the one that results on standard\n"
-    "output: a file of its own, with every value written out and each \"active\" as it was found\n"
-    "(KELP_PROPERTIES names the file of system properties). Then warns on standard error, as\n"
-    "FILE:LINE:COLUMN: warning: TEXT, of what the daemon would pass over in silence or could not\n"
-    "serve. Opens no socket and changes nothing.\n"
-    "\n"
-    "  --no-paths  do not look for the peers' sockets: the file is for another machine\n"
-    "  --help      print this and end\n"
-    "\n"
+constexpr char kHelp[] =
+    "Reads each configuration as the daemon would, and prints the one that results on standard "
+    "output: a file of its own, with every value written out and each \"active\" as it was found "
+    "(KELP_PROPERTIES names the file of system properties). Then warns on standard error, as "
+    "FILE:LINE:COLUMN: warning: TEXT, of what the daemon would pass over in silence or could not "
+    "serve. Opens no socket and changes nothing."
+    "\v"
     "Exit status, of the worst file:\n"
     "  0   nothing to tell\n"
     "  1   warnings\n"
-    "  2   a file that cannot be read or is not JSON: the daemon would run on its defaults\n"
+    "  2   a file that cannot be read or is no JSON: the daemon takes its defaults\n"
     "  64  a usage error; 74 a failure to print\n";
+
+constexpr int kNoPaths = 256;  // no letter's
+constexpr struct argp_option kOptions[] = {
+    {"no-paths", kNoPaths, nullptr, 0,
+     "do not look for the peers' sockets: the file is for another machine", 0},
+    {nullptr, 0, nullptr, 0, nullptr, 0},
+};
+
+struct CheckOptions {
+    bool paths = true;
+    std::vector<std::string> files;
+};
+
+error_t TakeArgument(int key, char* text, struct argp_state* state) {
+    CheckOptions& options = *static_cast<CheckOptions*>(state->input);
+    switch (key) {
+        case kNoPaths:
+            options.paths = false;
+            return 0;
+        case ARGP_KEY_ARG:
+            options.files.emplace_back(text);
+            return 0;
+        case ARGP_KEY_NO_ARGS:
+            argp_error(state, "no file");
+            return EINVAL;
+        default:
+            return ARGP_ERR_UNKNOWN;
+    }
+}
 
 // The records of the daemon's own reader would only repeat what is told here, less exactly. Its
 // filter is read while the program loads: a constructor with a priority runs before that.
@@ -83,42 +106,16 @@ int Check(const std::string& file, bool paths, bool title) {
     return warnings.empty() ? 0 : kExitWarnings;
 }
 
-int RefuseUsage(const std::string& why) {
-    fprintf(stderr, "kelp-check: %s\nTry kelp-check --help\n", why.c_str());
-    return kExitUsage;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
-    static constexpr int kHelpCode = 256;  // no letter's
-    static constexpr int kNoPathsCode = 257;
-    static constexpr struct option kOptions[] = {
-        {"help", no_argument, nullptr, kHelpCode},
-        {"no-paths", no_argument, nullptr, kNoPathsCode},
-        {nullptr, 0, nullptr, 0},
-    };
-    bool paths = true;
+    CheckOptions options;
+    kelp::tools::ReadArguments(
+        argc, argv, {kOptions, TakeArgument, "FILE...", kHelp, nullptr, nullptr, nullptr},
+        &options);
     int status = 0;
-    opterr = 0;
-    for (int code; (code = getopt_long(argc, argv, "", kOptions, nullptr)) != -1;) {
-        if (code == kHelpCode) {
-            return fputs(kHelp, stdout) < 0 || fflush(stdout) != 0 ? kExitPrint : 0;
-        }
-        if (code != kNoPathsCode) {
-            // Several letters in one word are behind optind only once all of them are read.
-            const bool letter = optopt > 0 && optopt < kHelpCode;
-            return RefuseUsage((letter ? std::string("-") + static_cast<char>(optopt)
-                                       : std::string(argv[optind - 1])) +
-                               ": no such option");
-        }
-        paths = false;
-    }
-    if (optind >= argc) {
-        return RefuseUsage("no file");
-    }
-    for (int i = optind; i < argc; ++i) {
-        status = std::max(status, Check(argv[i], paths, argc - optind > 1));
+    for (const std::string& file : options.files) {
+        status = std::max(status, Check(file, options.paths, options.files.size() > 1));
     }
     return ferror(stdout) != 0 ? kExitPrint : status;
 }
