@@ -1,4 +1,4 @@
-// Plays the peer daemons of a bench: see PeerHelp().
+// Plays the peer daemons of a bench: see ReadPeerOptions.
 
 #include <signal.h>
 
@@ -8,11 +8,11 @@
 #include "peer/peerlog.h"
 #include "peer/peeroptions.h"
 #include "peer/peerserver.h"
+#include "peer/scriptreader.h"
 
 namespace {
 
 constexpr int kExitFailed = 1;
-constexpr int kExitUsage = 64;
 constexpr int kExitScript = 65;
 
 volatile sig_atomic_t sStop = 0;
@@ -53,19 +53,11 @@ void TellReady(const kelp::tools::Script& script) {
 
 int main(int argc, char** argv) {
     const sigset_t duringWait = CatchStopSignals();
-    kelp::tools::PeerOptions options;
+    kelp::tools::PeerOptions options = kelp::tools::ReadPeerOptions(argc, argv);
     std::string error;
-    if (!kelp::tools::ParsePeerOptions(argc, argv, options, error)) {
-        if (options.scriptFailed) {
-            fprintf(stderr, "%s\n", error.c_str());
-            return kExitScript;
-        }
-        fprintf(stderr, "kelp-peer: %s\nTry kelp-peer --help\n", error.c_str());
-        return kExitUsage;
-    }
-    if (options.help) {
-        fputs(kelp::tools::PeerHelp().c_str(), stdout);
-        return 0;
+    if (!options.file.empty() && !kelp::tools::ReadScript(options.file, options.script, error)) {
+        fprintf(stderr, "%s\n", error.c_str());
+        return kExitScript;
     }
     const kelp::tools::PeerLog log(options.log);
     kelp::tools::PeerServer server(options.script, log);

@@ -8,15 +8,12 @@
 namespace kelp::tools {
 
 struct PeerOptions {
-    bool help = false;
     bool log = false;
-    Script script;              // whether from a file or from options
-    bool scriptFailed = false;  // the error is in the script, not in the command line
+    std::string file;  // of the script; empty: it was given by options
+    Script script;
 };
 
-// False with a message for standard error, without the program's name in front.
-bool ParsePeerOptions(int argc, char** argv, PeerOptions& options, std::string& error);
-
-std::string PeerHelp();
+// Ends the process when there is nothing to do: see ReadArguments. Does not read the file.
+PeerOptions ReadPeerOptions(int argc, char** argv);
 
 }  // namespace kelp::tools

@@ -1,9 +1,13 @@
 #include "peer/scriptreader.h"
 
+#include <errno.h>
+#include <string.h>
+
 #include <algorithm>
 #include <utility>
 
 #include "common/text.h"
+#include "platform/wholefile.h"
 
 namespace kelp::tools {
 
@@ -204,6 +208,19 @@ bool ScriptReader::FailAt(neb::CJsonPosition position, const std::string& messag
     mError = mFile + ":" + std::to_string(position.line) + ":" + std::to_string(position.column) +
              ": " + message;
     return false;
+}
+
+bool ReadScript(const std::string& path, Script& script, std::string& error) {
+    constexpr size_t kMaxBytes = 64u << 20;
+    std::string text;
+    if (!ReadWholeFile(path, kMaxBytes, text)) {
+        error = path + ": " + strerror(errno);
+        return false;
+    }
+    ScriptReader reader(path, std::move(text));
+    const bool ok = reader.Read(script);
+    error = reader.Error();
+    return ok;
 }
 
 }  // namespace kelp::tools

@@ -49,4 +49,7 @@ class ScriptReader {
     std::string mError;
 };
 
+// Reads the script at `path`. False with a message that names the file.
+bool ReadScript(const std::string& path, Script& script, std::string& error);
+
 }  // namespace kelp::tools
