@@ -8,7 +8,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <utility>
 
+#include "support/pty.h"
 #include "support/tempdir.h"
 
 namespace kelp::test {
@@ -64,25 +66,75 @@ TEST(Tools, AnswersOutcomesAndExitStatus) {
                  R"( --wcn $S --request OK --answer '1\r\nOK\r\n' --pieces 1 --pause 1)"
                  R"( --request TEXT --answer abc --bytes 7 --request HEX --hex FF00)"
                  R"( --request BAD --answer 'x\r\nERROR\r\n' --delay 9 --request MUTE --silent)"
-                 R"( --request GO --silent --close --prefix E --echo)"
+                 R"( --request CME --answer '\r\n+CME ERROR: 10\r\n')"
+                 R"( --request OFF --answer 'Invalid descriptor')"
+                 R"( --request Z=2 --answer 'Z=2\r\n\r\n+Z:Unsupport command\r\n\r\nOK\r\n')"
+                 R"( --request +R --answer '\r\n+C: 1\r\n\r\n+R: 2\r\n\r\nOK\r\n\r\n+C: 1\r\n')"
+                 R"( --pieces 9 --pause 200 --request +Q --answer '\r\n+C: 1\r\n')"
+                 R"( --request GO --silent --close --request E --echo)"
+                 R"( --request ECHOFIRST --echo --answer '\r\nERROR\r\n' --pieces 9 --pause 200)"
                  R"( --modem $S-m --answer . --echo --unsolicited U --after 0)");
     ASSERT_EQ(peer.Output('\n'), "ready " + kSocket + " " + kSocket + "-m\n");
-    const char* const rows[][2] = {
-        {"$S BAD OK", "x\r\nERROR\r\n1\r\nOK\r\n|0"},
+    const std::string unexpected = ": the answer is not the expected one\n|1";
+    const std::string error = ": the answer is an error\n|1";
+    const std::string late = ": no complete answer in time\n|2";
+    const std::string z = "Z=2\r\n\r\n+Z:Unsupport command\r\n\r\nOK\r\n";
+    const std::string r = "\r\n+C: 1\r\n\r\n+R: 2\r\n\r\nOK\r\n\r\n+C: 1\r\n";
+    const std::pair<const char*, std::string> rows[] = {
+        {"$S BAD OK", "x\r\nERROR\r\n1\r\nOK\r\n|1"},
         {"$S BAD OK --stop", "x\r\nERROR\r\n|1"},
-        {"$S TEXT --quiet 50", "abcabca|4"},
+        {"$S TEXT OK --quiet 50", "abcabca1\r\nOK\r\n|4"},
         {"$S TEXT --quiet 50 --expect cab", "abcabca|0"},
-        {"$S OK --expect y", "1\r\nOK\r\nkelp-send: OK: the answer is not the expected one\n|1"},
-        {"$S ECHO --quiet 1 --timeout 2", "ECHOkelp-send: ECHO: no complete answer in time\n|2"},
-        {"$S MUTE OK --timeout 1", "kelp-send: MUTE: no complete answer in time\n1\r\nOK\r\n|0"},
-        {"$S GO", "kelp-send: GO: the connection ended without an answer\n|3"},
+        {"$S OK --expect y", "1\r\nOK\r\nkelp-send: OK" + unexpected},
+        {"$S OK --expect 1 --expect O", "1\r\nOK\r\n|0"},
+        {"$S OK --expect 1 --expect y", "1\r\nOK\r\nkelp-send: OK" + unexpected},
+        {"$S OK --expect-error 1", "1\r\nOK\r\nkelp-send: OK" + unexpected},
+        {"$S BAD --expect x", "x\r\nERROR\r\nkelp-send: BAD" + error},
+        {"$S BAD --expect-error x", "x\r\nERROR\r\n|0"},
+        {"$S CME --timeout 2", "\r\n+CME ERROR: 10\r\n|1"},
+        {"$S CME --timeout 2 --expect-error ': 10'", "\r\n+CME ERROR: 10\r\n|0"},
+        {"$S OFF --quiet 50 --expect Inv", "Invalid descriptorkelp-send: OFF" + error},
+        {"$S Z=2", z + "|1"},
+        {"$S Z=2 --expect Z", z + "kelp-send: Z=2" + error},
+        {"$S Z=2 --expect-error Z:Un", z + "|0"},
+        {"$S Z=2 --expect-error =2", z + "kelp-send: Z=2" + unexpected},
+        {"$S +R --quiet 400 --expect 2", r + "|0"},
+        {"$S +R --quiet 400 --expect C:", r + "kelp-send: +R" + unexpected},
+        {"$S +Q --quiet 50 --expect C --timeout 1", "\r\n+C: 1\r\nkelp-send: +Q" + late},
+        {"$S E --quiet 1 --expect E --timeout 1", "Ekelp-send: E" + late},
+        {"$S ECHOFIRST --quiet 50 --expect E",
+         "ECHOFIRST\r\nERROR\r\nkelp-send: ECHOFIRST" + error},
+        {"$S MUTE OK --timeout 1", "kelp-send: MUTE: no complete answer in time\n1\r\nOK\r\n|2"},
+        {"$S GO",
+         "kelp-send: GO: the connection ended without an answer; all four places of the "
+         "console may be taken\n|3"},
         {"@none X", "kelp-send: @none: Connection refused\n|3"},
         {"$S-m 'A\r\nB' --terminator 0d0a --expect B --quiet 50", "UA\r\n.B\r\n.|0"},
+        {"$S OK --expect 1 --expect-error 1",
+         "kelp-send: --expect and --expect-error exclude each other\nTry `kelp-send --help' or "
+         "`kelp-send --usage' for more information.\n|64"},
     };
     for (const auto& [arguments, result] : rows) {
         EXPECT_EQ(Send(arguments), result) << arguments;
     }
     EXPECT_NE(Send("$S HEX --json --quiet 50").find(",\"hex\":\"FF00\"}\n|4"), std::string::npos);
+    for (const char* program : {KELP_SEND, KELP_PEER}) {
+        EXPECT_EQ(Result(program + std::string(" --version")).substr(0, 5), "kelp-");
+        EXPECT_EQ(Result(program + std::string(" -h")).substr(0, 12), "Usage: kelp-");
+    }
+
+    const Pty line;
+    ASSERT_EQ(write(line.Master(), "\r\nOK\r\n", 6), 6);  // the answer to somebody before
+    EXPECT_EQ(Send("--timeout 0.2 " + line.Device() + " OK"), "kelp-send: OK" + late);
+
+    Pty keyboard;
+    Program terminal(KELP_SEND " $S-m <" + keyboard.Device());
+    ASSERT_EQ(write(keyboard.Master(), "A\nB\n", 4), 4);
+    EXPECT_EQ(terminal.Output('.'), "UA\r\n.");
+    EXPECT_EQ(terminal.Output('.'), "B\r\n.");
+    keyboard.HangUp();
+    EXPECT_EQ(terminal.Output(), "");
+    EXPECT_EQ(terminal.End(0), "0");
     EXPECT_EQ(peer.End(SIGTERM), "0");
 }
 

@@ -1,11 +1,18 @@
 #include "send/answerjudge.h"
 
+#include <strings.h>
+
 #include <algorithm>
 #include <utility>
+
+#include "main/errorcode.h"
 
 namespace kelp::tools {
 
 namespace {
+
+constexpr char kLineEnds[] = "\r\n";
+constexpr size_t kMaxTailBytes = 1024;  // within which the last lines are looked for
 
 bool EndsWith(std::string_view text, std::string_view end) {
     return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
@@ -15,49 +22,127 @@ bool BeginsWith(std::string_view text, std::string_view start) {
     return text.substr(0, start.size()) == start;
 }
 
-std::string_view WithoutLineEnds(std::string_view text) {
-    return text.substr(0, text.find_last_not_of("\r\n") + 1);
+bool Contains(std::string_view text, std::string_view part) {
+    return text.find(part) != text.npos;
 }
 
-std::string_view LastLine(std::string_view text) {
-    text = WithoutLineEnds(text);
-    return text.substr(text.find_last_of("\r\n") + 1);
+bool IsBlank(std::string_view text) {
+    return text.find_first_not_of(kLineEnds) == text.npos;
+}
+
+// The peers' echoes need not keep to the case in which a command was typed.
+bool SameText(std::string_view a, std::string_view b) {
+    return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
+}
+
+std::string Upper(std::string text) {
+    for (char& c : text) {
+        c = c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
+    }
+    return text;
+}
+
+bool IsErrorLine(std::string_view line) {
+    return line == "ERROR" || BeginsWith(line, "+CME ERROR:") || BeginsWith(line, "+CMS ERROR:");
+}
+
+bool IsResultLine(std::string_view line) {
+    return line == "OK" || IsErrorLine(line);
 }
 
 }  // namespace
 
-AnswerJudge::AnswerJudge(std::string command, std::string expected)
-    : mCommand(std::move(command)), mExpected(std::move(expected)) {}
+AnswerJudge::AnswerJudge(std::string command, Expectation expectation)
+    : mCommand(std::move(command)),
+      mUpperCommand(Upper(mCommand)),
+      mExpectation(std::move(expectation)) {}
 
-void AnswerJudge::Append(std::string_view bytes) {
-    const size_t searched = mAnswer.size() - std::min(mAnswer.size(), mExpected.size());
-    mAnswer += bytes;
-    mFound = mFound || (!mExpected.empty() && mAnswer.find(mExpected, searched) != mAnswer.npos);
+bool AnswerJudge::IsReport(std::string_view line) const {
+    const std::string_view name = line.substr(0, line.find(':'));
+    return name.size() > 1 && name.size() < line.size() && Contains("+^$#%*", name.substr(0, 1)) &&
+           name.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_", 1) == name.npos &&
+           !Contains(mUpperCommand, name);
+}
+
+AnswerJudge::Parts AnswerJudge::Split() const {
+    const std::string_view answer = mAnswer;
+    const std::string_view start = answer.substr(0, mCommand.size());
+    size_t echoEnd = !mCommand.empty() && SameText(start, mCommand) ? mCommand.size() : 0;
+    size_t reportsEnd = echoEnd;
+    for (size_t at = echoEnd; (at = answer.find_first_not_of(kLineEnds, at)) != answer.npos;) {
+        const size_t lineEnd = std::min(answer.find_first_of(kLineEnds, at), answer.size());
+        const std::string_view line = answer.substr(at, lineEnd - at);
+        if (SameText(line, mCommand)) {
+            echoEnd = lineEnd;
+        } else if (!IsReport(line)) {
+            // Reports and nothing but a result: they are what the command asked for.
+            reportsEnd = IsResultLine(line) ? echoEnd : reportsEnd;
+            break;
+        }
+        reportsEnd = lineEnd;
+        at = lineEnd;
+    }
+    const std::string_view last = ResultLine(answer);
+    const auto lastEnd = static_cast<size_t>(last.data() - answer.data()) + last.size();
+    const size_t end = std::max(IsResultLine(last) ? lastEnd + 2 : answer.size(), reportsEnd);
+    return {answer.substr(echoEnd), answer.substr(reportsEnd, end - reportsEnd)};
+}
+
+std::string_view AnswerJudge::ResultLine(std::string_view text) const {
+    text = text.substr(text.size() - std::min(text.size(), kMaxTailBytes));
+    for (;;) {
+        text = text.substr(0, text.find_last_not_of(kLineEnds) + 1);
+        const std::string_view line = text.substr(text.find_last_of(kLineEnds) + 1);
+        if (!IsReport(line)) {
+            return line;
+        }
+        text.remove_suffix(line.size());
+    }
+}
+
+bool AnswerJudge::IsEmpty() const {
+    const std::string_view answer = mAnswer;
+    const std::string_view line = answer.substr(0, answer.find_last_not_of(kLineEnds) + 1);
+    return SameText(line, std::string_view(mCommand).substr(0, line.size())) ||
+           IsBlank(Split().behindEcho);
 }
 
 bool AnswerJudge::IsFinal() const {
-    return EndsWith(mAnswer, "\r\nOK\r\n") || EndsWith(mAnswer, "\r\nERROR\r\n");
-}
-
-bool AnswerJudge::IsOnlyEcho() const {
-    return BeginsWith(mCommand, WithoutLineEnds(mAnswer));
+    const std::string_view line = ResultLine(mAnswer);
+    const auto offset = static_cast<size_t>(line.data() - mAnswer.data());
+    return IsResultLine(line) && offset >= 2 && mAnswer.compare(offset - 2, 2, kLineEnds) == 0 &&
+           mAnswer.compare(offset + line.size(), 2, kLineEnds) == 0 && EndsWith(mAnswer, kLineEnds);
 }
 
 bool AnswerJudge::MayEndInSilence() const {
-    return mExpected.empty() ? !IsOnlyEcho() : mFound;
+    return !IsEmpty() && (mExpectation.texts.empty() ||
+                          (!IsBlank(Split().proper) && Judge() != Verdict::kUnexpected));
+}
+
+bool AnswerJudge::IsError(std::string_view answer) const {
+    const std::string_view line = ResultLine(answer);
+    // Where a peer failed, the daemon's own text is the answer, or the end of a piece of one.
+    bool told = Contains(answer, "Unsupport command");
+    for (const ErrorText& row : kErrorTexts) {
+        told = told || EndsWith(line, row.text);
+    }
+    return told || IsErrorLine(line);
 }
 
 Verdict AnswerJudge::Judge() const {
-    if (!mExpected.empty()) {
-        return mFound ? Verdict::kOk : Verdict::kUnexpected;
+    const Parts parts = Split();
+    const bool error = IsError(parts.behindEcho);
+    if (error && !mExpectation.error) {
+        return Verdict::kError;
     }
-    const std::string_view last = LastLine(mAnswer);
-    if (last == "OK") {
-        return Verdict::kOk;
+    if (mExpectation.texts.empty()) {
+        return ResultLine(parts.behindEcho) == "OK" ? Verdict::kOk : Verdict::kText;
     }
-    const bool failed =
-        last == "ERROR" || BeginsWith(last, "+CME ERROR") || BeginsWith(last, "+CMS ERROR");
-    return failed ? Verdict::kError : Verdict::kText;
+    bool found = error == mExpectation.error;
+    for (const std::string& text : mExpectation.texts) {
+        found = found && Contains(parts.proper, text);
+    }
+    return found ? Verdict::kOk : Verdict::kUnexpected;
 }
 
 }  // namespace kelp::tools

@@ -1,9 +1,10 @@
-// A test station for the command line and for scripts: see kSendHelp.
+// A test station for the command line and for scripts: see ReadSendOptions.
 
 #include <errno.h>
 #include <signal.h>
 #include <string.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -13,13 +14,13 @@
 #include "platform/cjsonobject.h"
 #include "send/sendoptions.h"
 #include "send/station.h"
+#include "send/terminal.h"
 
 namespace {
 
 using kelp::tools::Exchange;
 using kelp::tools::Outcome;
 
-constexpr int kExitUsage = 64;
 constexpr int kExitNoInput = 66;
 constexpr int kExitOutput = 74;
 
@@ -87,7 +88,7 @@ class Program {
 
     const kelp::tools::SendOptions& mOptions;
     kelp::tools::Station mStation;
-    int mExitStatus = kExitNoInput;
+    int mExitStatus = -1;  // the worst; nothing was sent yet
     bool mPrinted = true;
 };
 
@@ -100,8 +101,9 @@ int Program::Run() {
         fprintf(stderr, "kelp-send: %s: %s\n", mOptions.file.c_str(), strerror(errno));
         return kExitNoInput;
     }
-    if (mExitStatus == kExitNoInput) {
+    if (mExitStatus < 0) {
         fprintf(stderr, "kelp-send: %s: no command in it\n", mOptions.file.c_str());
+        return kExitNoInput;
     }
     return mPrinted ? mExitStatus : kExitOutput;
 }
@@ -155,7 +157,7 @@ bool Program::Send(const std::string& command) {
         PrintObject(command, exchange.answer, info.name, exchange.milliseconds);
     }
     Explain(command, exchange);
-    mExitStatus = info.exitStatus;
+    mExitStatus = std::max(mExitStatus, info.exitStatus);
     return mPrinted && (info.exitStatus == 0 || !mOptions.stop);
 }
 
@@ -181,9 +183,13 @@ void Program::Explain(const std::string& command, const Exchange& exchange) cons
         case Outcome::kUnexpected:
             fprintf(stderr, "kelp-send: %s: the answer is not the expected one\n", shown.c_str());
             break;
+        case Outcome::kError:
+            if (!mOptions.settings.expectation.texts.empty()) {
+                fprintf(stderr, "kelp-send: %s: the answer is an error\n", shown.c_str());
+            }
+            break;
         case Outcome::kLost:
-            fprintf(stderr, "kelp-send: %s: the connection ended without an answer\n",
-                    shown.c_str());
+            fprintf(stderr, "kelp-send: %s: %s\n", shown.c_str(), exchange.error.c_str());
             break;
         case Outcome::kNoConnection:
             fprintf(stderr, "kelp-send: %s: %s\n", mOptions.targetText.c_str(),
@@ -194,19 +200,19 @@ void Program::Explain(const std::string& command, const Exchange& exchange) cons
     }
 }
 
+int RunTerminal(const kelp::tools::SendOptions& options) {
+    std::string error;
+    if (kelp::tools::Terminal(options.target, options.settings).Run(error)) {
+        return 0;
+    }
+    fprintf(stderr, "kelp-send: %s: %s\n", options.targetText.c_str(), error.c_str());
+    return InfoOf(Outcome::kLost).exitStatus;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     signal(SIGPIPE, SIG_IGN);
-    kelp::tools::SendOptions options;
-    std::string error;
-    if (!kelp::tools::ParseSendOptions(argc, argv, options, error)) {
-        fprintf(stderr, "kelp-send: %s\nTry kelp-send --help\n", error.c_str());
-        return kExitUsage;
-    }
-    if (options.help) {
-        fputs(kelp::tools::kSendHelp, stdout);
-        return 0;
-    }
-    return Program(options).Run();
+    const kelp::tools::SendOptions options = kelp::tools::ReadSendOptions(argc, argv);
+    return options.terminal ? RunTerminal(options) : Program(options).Run();
 }

@@ -10,9 +10,9 @@
 namespace kelp::tools {
 
 struct SendOptions {
-    bool help = false;
     bool json = false;
-    bool stop = false;  // at the first command that is not answered OK
+    bool stop = false;      // at the first command that does not pass
+    bool terminal = false;  // no commands: lines come from the terminal
     Target target;
     std::string targetText;
     StationSettings settings;
@@ -20,9 +20,7 @@ struct SendOptions {
     std::string file;  // of further commands; "-" is standard input, empty none
 };
 
-// False with a message for standard error, without the program's name in front.
-bool ParseSendOptions(int argc, char** argv, SendOptions& options, std::string& error);
-
-extern const char kSendHelp[];
+// Ends the process when there is nothing to do: see ReadArguments.
+SendOptions ReadSendOptions(int argc, char** argv);
 
 }  // namespace kelp::tools

@@ -16,6 +16,7 @@ namespace {
 
 // An answer beyond this is a flood: it is cut, and the connection with it.
 constexpr size_t kMaxAnswerBytes = 64 * 1024 * 1024;
+constexpr int kAtOnceMs = 1000;
 // What is taken as unasked before a command, so that a flood cannot hold it up for ever.
 constexpr int kMaxUnaskedReads = 1024;
 
@@ -37,29 +38,33 @@ Outcome OutcomeOf(Verdict verdict) {
 Station::Station(Target target, StationSettings settings)
     : mTarget(std::move(target)), mSettings(std::move(settings)) {}
 
-bool Station::IsTty() const {
-    return isatty(mFd.Get()) == 1;
-}
-
 Exchange Station::Send(const std::string& command, const Listener& unasked, const Listener& heard) {
     Exchange exchange;
     mDeadlineMs = MonotonicMs() + mSettings.timeoutMs;
     if (mFd.Ok()) {
         TakeUnasked(unasked);
     }
+    const bool isNew = !mFd.Ok();
     if (!Connect(exchange)) {
         return exchange;
     }
-    AnswerJudge judge(command, mSettings.expected);
+    const bool isTty = isatty(mFd.Get()) == 1;
+    AnswerJudge judge(command, mSettings.expectation);
     const std::string line = command + mSettings.terminator;
     const int64_t startMs = MonotonicMs();
     int64_t lastByteMs = startMs;
     exchange.outcome = Converse(judge, line, lastByteMs, heard);
     exchange.answer = judge.Answer();
     exchange.milliseconds = lastByteMs - startMs;
+    if (exchange.outcome == Outcome::kLost) {
+        const bool atOnce =
+            isNew && !isTty && exchange.answer.empty() && MonotonicMs() - startMs < kAtOnceMs;
+        exchange.error = std::string("the connection ended without an answer") +
+                         (atOnce ? "; all four places of the console may be taken" : "");
+    }
     if (exchange.outcome == Outcome::kTimeOut) {
         exchange.milliseconds = MonotonicMs() - startMs;
-        if (!IsTty()) {
+        if (!isTty) {
             mFd.Reset();  // so that a late answer is not taken for the next one
         }
     }
@@ -127,18 +132,18 @@ Outcome Station::Converse(AnswerJudge& judge, std::string_view unsent, int64_t& 
             }
         }
         if (judge.IsFinal() || !mFd.Ok()) {
-            return judge.Answer().empty() ? Outcome::kLost : OutcomeOf(judge.Judge());
+            return judge.IsEmpty() ? Outcome::kLost : OutcomeOf(judge.Judge());
         }
-        const bool mayEnd = unsent.empty() && mSettings.quietMs > 0 && judge.MayEndInSilence();
-        const int64_t quietMs = mayEnd ? lastByteMs + mSettings.quietMs : mDeadlineMs;
-        if (mayEnd && nowMs >= quietMs) {
+        const int64_t quietMs = lastByteMs + mSettings.quietMs;
+        const bool isQuiet = unsent.empty() && mSettings.quietMs > 0 && nowMs >= quietMs;
+        if (isQuiet && judge.MayEndInSilence()) {
             return OutcomeOf(judge.Judge());
         }
         if (nowMs >= mDeadlineMs) {
             return Outcome::kTimeOut;
         }
         const short events = static_cast<short>(POLLIN | (unsent.empty() ? 0 : POLLOUT));
-        const int64_t untilMs = std::min(quietMs, mDeadlineMs);
+        const int64_t untilMs = nowMs < quietMs ? std::min(quietMs, mDeadlineMs) : mDeadlineMs;
         Thread::WaitFd(mFd.Get(), events, static_cast<int>(untilMs - nowMs));
     }
 }

@@ -14,9 +14,9 @@ namespace kelp::tools {
 
 struct StationSettings {
     std::string terminator = "\r\n";
-    std::string expected;   // see AnswerJudge
+    Expectation expectation;
     int timeoutMs = 10000;  // for one command, connecting included
-    int quietMs = 500;      // silence that completes an answer without OK or ERROR; 0: none does
+    int quietMs = 500;      // silence that completes an answer without a result line; 0: none does
 };
 
 enum class Outcome { kOk, kError, kText, kUnexpected, kTimeOut, kLost, kNoConnection };
@@ -24,12 +24,13 @@ enum class Outcome { kOk, kError, kText, kUnexpected, kTimeOut, kLost, kNoConnec
 struct Exchange {
     Outcome outcome = Outcome::kNoConnection;
     std::string answer;        // all that came, of whatever outcome
-    std::string error;         // the reason of kNoConnection
+    std::string error;         // the reason of kNoConnection and kLost
     int64_t milliseconds = 0;  // from the sending to the last byte that came
 };
 
 // One thread. The connection is made by the first command and kept; one that was lost, or (but for
-// a tty) one on which an answer is overdue, is made anew by the next.
+// a tty) one on which an answer is overdue, is made anew by the next. Opening a tty drops what it
+// had received by then: an answer to somebody else.
 class Station {
   public:
     Station(Target target, StationSettings settings);
@@ -50,7 +51,6 @@ class Station {
     void Write(std::string_view& unsent);
     Outcome Converse(AnswerJudge& judge, std::string_view unsent, int64_t& lastByteMs,
                      const Listener& heard);
-    bool IsTty() const;
 
     const Target mTarget;
     const StationSettings mSettings;

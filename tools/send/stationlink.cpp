@@ -92,6 +92,7 @@ UniqueFd OpenTty(const std::string& path, std::string& error) {
         error = strerror(errno);
         return UniqueFd();
     }
+    tcflush(fd.Get(), TCIFLUSH);
     return fd;
 }
 

@@ -22,7 +22,8 @@ struct Target {
 // a path, which has a '/' in it. False for anything else.
 bool ParseTarget(const std::string& text, Target& target);
 
-// Connects or opens: non-blocking, close-on-exec, a tty raw at 115200 baud. Blocks for at most
+// Connects or opens: non-blocking, close-on-exec, a tty raw at 115200 baud and without what it had
+// received by then. Blocks for at most
 // `timeoutMs` milliseconds, but for the look-up of a host that is a name. The result is not Ok(),
 // with a message, on failure.
 UniqueFd OpenTarget(const Target& target, int timeoutMs, std::string& error);
