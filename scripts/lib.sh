@@ -3,7 +3,8 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 # Everything that the build, the test suite and the demo need.
-build_packages=(g++ cmake ninja-build nlohmann-json3-dev libgtest-dev python3-jsonschema socat)
+build_packages=(g++ cmake ninja-build nlohmann-json3-dev libgtest-dev python3-jsonschema
+    python3-labgrid socat)
 
 # need PACKAGE...: installs the Debian packages that are not installed. Touches nothing, and needs
 # neither network nor rights, when all are there.

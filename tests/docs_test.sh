@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Runs every command of docs/bench.md, as it stands there but for the port. Arguments: the page, the
+# Runs every command of a page of docs/, as it stands there but for the port. Arguments: the page, the
 # directories of the built programs.
 set -euo pipefail
 # The daemon's local console has one name in each network namespace.
@@ -7,7 +7,7 @@ if [[ -z ${KELP_OWN_NAMESPACE-} ]] && unshare -rn ip link set lo up 2>/dev/null;
     KELP_OWN_NAMESPACE=1 exec unshare -rn sh -c 'ip link set lo up && exec "$0" "$@"' "$0" "$@"
 fi
 page=$(realpath "$1")
-export PATH=$2:$3:$PATH
+export PATH=$2:$3:/usr/bin:$PATH EXAMPLES=${page%/*}/../examples # Debian's pytest has labgrid
 command -v socat >/dev/null || { echo "socat is not installed" && exit 77; }
 dir=$(mktemp -d)
 trap 'rm -rf "$dir"' EXIT
