@@ -2,9 +2,9 @@
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-# Everything that the build, the test suite and the demo need.
-build_packages=(g++ cmake ninja-build nlohmann-json3-dev libgtest-dev python3-jsonschema
-    python3-labgrid socat)
+# What the build and the demo need, and what the test suite needs beside that.
+build_packages=(g++ cmake ninja-build nlohmann-json3-dev libgtest-dev socat)
+test_packages=(python3-jsonschema python3-labgrid)
 
 # need PACKAGE...: installs the Debian packages that are not installed. Touches nothing, and needs
 # neither network nor rights, when all are there.
