@@ -8,21 +8,56 @@ include(GNUInstallDirs)
 set(kelp_data_dir ${CMAKE_INSTALL_DATADIR}/kelp)
 set(kelp_unit_dir lib/systemd/system)
 
+# compressed(FILE DESTINATION [NAME]): installs it as Debian wants its pages and change logs.
+find_program(KELP_GZIP gzip REQUIRED)
+mark_as_advanced(KELP_GZIP)
+function(compressed file destination)
+    cmake_path(ABSOLUTE_PATH file)
+    cmake_path(GET file FILENAME name)
+    if(ARGC GREATER 2)
+        set(name ${ARGV2})
+    endif()
+    set(result ${PROJECT_BINARY_DIR}/${name}.gz)
+    # Without name and time, so that the same file gives the same bytes.
+    add_custom_command(OUTPUT ${result} DEPENDS ${file}
+        COMMAND sh -c "${KELP_GZIP} -9nc '${file}' >'${result}'" VERBATIM)
+    string(MAKE_C_IDENTIFIER kelp_${name} target)
+    add_custom_target(${target} ALL DEPENDS ${result})
+    install(FILES ${result} DESTINATION ${destination})
+endfunction()
+
+# The maintainer of the package is who packs it, by the variables that Debian's own tools read, else
+# who made this version. Without either it is one that lintian refuses.
+execute_process(COMMAND git log -1 "--format=%cn <%ce>;%cD" WORKING_DIRECTORY ${PROJECT_SOURCE_DIR}
+    OUTPUT_VARIABLE version_made OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET)
+string(TIMESTAMP now "%a, %d %b %Y %H:%M:%S +0000" UTC)
+list(APPEND version_made "kelp <root@localhost>" ${now})
+list(GET version_made 0 CPACK_PACKAGE_CONTACT)
+list(GET version_made 1 kelp_version_date)
+if(DEFINED ENV{DEBEMAIL})
+    set(CPACK_PACKAGE_CONTACT "$ENV{DEBFULLNAME} <$ENV{DEBEMAIL}>")
+endif()
+configure_file(cmake/changelog.Debian.in ${PROJECT_BINARY_DIR}/changelog.Debian @ONLY)
+
 install(TARGETS kelp DESTINATION ${CMAKE_INSTALL_SBINDIR})
-install(FILES docs/man/kelp.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
-install(FILES docs/man/kelp.json.5 DESTINATION ${CMAKE_INSTALL_MANDIR}/man5)
+compressed(docs/man/kelp.8 ${CMAKE_INSTALL_MANDIR}/man8)
+compressed(docs/man/kelp.json.5 ${CMAKE_INSTALL_MANDIR}/man5)
 foreach(program kelp-check kelp-peer kelp-send)
     if(TARGET ${program})
         install(TARGETS ${program} DESTINATION ${CMAKE_INSTALL_BINDIR})
-        install(FILES docs/man/${program}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+        compressed(docs/man/${program}.1 ${CMAKE_INSTALL_MANDIR}/man1)
     endif()
 endforeach()
 
 # The configuration that the service starts from, beside the schema that editors check it with.
-install(FILES examples/kelp.json DESTINATION ${kelp_data_dir})
-install(FILES examples/kelp.schema.json DESTINATION ${kelp_data_dir})
-install(DIRECTORY examples/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
-install(FILES NOTICE DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES examples/kelp.json examples/kelp.schema.json DESTINATION ${kelp_data_dir})
+install(FILES examples/bench-peers.json DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
+install(DIRECTORY examples/labgrid DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples
+    PATTERN "__pycache__" EXCLUDE)
+install(FILES docs/bench.md docs/protocol.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES NOTICE DESTINATION ${CMAKE_INSTALL_DOCDIR} RENAME copyright)
+compressed(CHANGELOG.md ${CMAKE_INSTALL_DOCDIR} changelog)
+compressed(${PROJECT_BINARY_DIR}/changelog.Debian ${CMAKE_INSTALL_DOCDIR})
 
 # The prefix is known no sooner than at the installation: the package has another than the build.
 install(CODE "
@@ -35,8 +70,6 @@ install(FILES ${PROJECT_BINARY_DIR}/kelp.service DESTINATION ${kelp_unit_dir})
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_VENDOR "The kelp maintainers")
-set(CPACK_PACKAGE_CONTACT "The kelp maintainers <kelp@localhost>" CACHE STRING
-    "Maintainer field of the package")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "command relay for factory and bench tests")
 set(CPACK_PACKAGE_DESCRIPTION
     "kelp takes the short text commands of a test station over USB serial, UART,
@@ -44,6 +77,7 @@ TCP or a local socket, relays each to the daemon that serves it, and writes the
 answer back. With it come programs that play stations and peer daemons.")
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
 set(CPACK_DEBIAN_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 if(CMAKE_CROSSCOMPILING AND CMAKE_SYSTEM_PROCESSOR STREQUAL aarch64)

@@ -21,7 +21,7 @@ done
 
 kelp-check --no-paths "$root/usr/share/kelp/kelp.json" >"$root/whole" || fail "the shipped example"
 for key in $(grep -oE '"[a-z-]+":' "$root/whole" | tr -d '":' | sort -u); do
-    grep -qE "^\.BR? $key( |\$)" "$root/usr/share/man/man5/kelp.json.5" ||
+    zgrep -qE "^\.BR? $key( |\$)" "$root/usr/share/man/man5/kelp.json.5.gz" ||
         fail "kelp.json.5 says nothing of $key"
 done
 
@@ -46,9 +46,9 @@ for page in "$root"/usr/share/man/man?/*; do
         warnings=$(LC_ALL=C.UTF-8 MANROFFSEQ='' man --warnings -l -Tutf8 -Z "$page" 2>&1 >/dev/null)
         [[ -z $warnings ]] || fail "$page: $warnings"
     fi
-    name=$(basename "$page")
+    name=$(basename "$page" .gz)
     [[ $name == *.1 ]] || continue
-    sed 's/\\-/-/g' "$page" >"$root/page"
+    zcat "$page" | sed 's/\\-/-/g' >"$root/page"
     for option in $("${name%.1}" --help | grep -oE -- '--[a-z-]+' | sort -u); do
         grep -qE -- "$option([^a-z-]|\$)" "$root/page" || fail "$name says nothing of $option"
     done
