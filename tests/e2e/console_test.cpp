@@ -215,6 +215,7 @@ TEST_F(Consoles, AReopenedLineGetsTheAnswersOfCommandsBeforeIt) {
     // The board test's time-out is a second.
     EXPECT_TRUE(line.Answers("", "AT+P1\r\n\r\n6012\r\n\r\nERROR\r\n"));
     EXPECT_TRUE(line.Answers("X\r\n", Unsupported("X")));
+    mUsb = std::move(again);  // plugged in until the daemon has been looked at
 }
 
 TEST_F(Consoles, AQuietIntervalEndsWhoeverConnectsMeanwhile) {
