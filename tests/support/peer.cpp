@@ -7,6 +7,7 @@
 
 #include <vector>
 
+#include "support/sockets.h"
 #include "support/wait.h"
 
 namespace kelp::test {
@@ -32,9 +33,8 @@ Peer::Peer(const std::string& name, LocalNamespace space, Script script)
     : mAddress(AddressOf(name, space)),
       mIsFile(space == LocalNamespace::kFilesystem),
       mScript(std::move(script)),
-      mListener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    if (bind(mListener.Get(), mAddress.Get(), mAddress.length) < 0 ||
-        listen(mListener.Get(), 16) < 0 || !mThread.Start()) {
+      mListener(ListenLocal(mAddress)) {
+    if (!mListener.Ok() || !mThread.Start()) {
         ADD_FAILURE() << "no peer at " << name << ", errno " << errno;
     }
 }

@@ -1,6 +1,7 @@
 #include "support/procstat.h"
 
 #include <stdlib.h>
+#include <time.h>
 
 #include <filesystem>
 #include <fstream>
@@ -27,6 +28,14 @@ int64_t Sum(const std::filesystem::path& directory, const std::string& key) {
 }
 
 }  // namespace
+
+int64_t CpuNs(pid_t pid) {
+    clockid_t clock;
+    struct timespec used = {};
+    clock_getcpuclockid(pid, &clock);
+    clock_gettime(clock, &used);
+    return static_cast<int64_t>(used.tv_sec) * 1000000000 + used.tv_nsec;
+}
 
 int64_t ResidentKb(pid_t pid) {
     return Sum("/proc/" + std::to_string(pid), "VmRSS:");

@@ -10,6 +10,9 @@ namespace kelp::test {
 // What the daemon may grow by, in KiB, whatever it is offered. A sanitizer keeps what was freed.
 inline constexpr int64_t kRoomKb = (KELP_SANITIZED ? 512 : 16) << 10;
 
+// Processor time of all threads, in nanoseconds.
+int64_t CpuNs(pid_t pid);
+
 // Resident memory, in KiB.
 int64_t ResidentKb(pid_t pid);
 

@@ -1,9 +1,6 @@
 #include "support/station.h"
 
-#include <arpa/inet.h>
 #include <fcntl.h>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
 
@@ -13,38 +10,6 @@
 #include "support/wait.h"
 
 namespace kelp::test {
-
-namespace {
-
-struct sockaddr_in Loopback(int port) {
-    struct sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<uint16_t>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return address;
-}
-
-UniqueFd ConnectTcp(int port) {
-    const struct sockaddr_in address = Loopback(port);
-    UniqueFd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    const int on = 1;
-    setsockopt(fd.Get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
-    if (connect(fd.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) < 0) {
-        fd.Reset();
-    }
-    return fd;
-}
-
-}  // namespace
-
-int FreePort() {
-    struct sockaddr_in address = Loopback(0);
-    socklen_t length = sizeof(address);
-    const UniqueFd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    const bool bound = bind(fd.Get(), reinterpret_cast<const sockaddr*>(&address), length) == 0 &&
-                       getsockname(fd.Get(), reinterpret_cast<sockaddr*>(&address), &length) == 0;
-    return bound ? ntohs(address.sin_port) : 0;
-}
 
 bool Refused(int port) {
     return !ConnectTcp(port).Ok() && errno == ECONNREFUSED;

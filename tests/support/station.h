@@ -7,11 +7,10 @@
 #include <string_view>
 
 #include "platform/uniquefd.h"
+#include "support/sockets.h"
 
 namespace kelp::test {
 
-// A TCP port of the loopback interface that is free at the moment.
-int FreePort();
 // Whether a connection to the port is refused.
 bool Refused(int port);
 

@@ -1,0 +1,38 @@
+// A program as a child process.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace kelp::test {
+
+class Process {
+  public:
+    // Runs words[0], looked up in PATH, as the leader of a process group, with what it writes
+    // appended to the file `output`. One that cannot be executed ends at once.
+    Process(const std::vector<std::string>& words, const std::string& output);
+    // Kills the group.
+    ~Process();
+    Process(const Process&) = delete;
+    Process& operator=(const Process&) = delete;
+
+    pid_t Pid() const { return mPid; }
+    bool Running() const;
+    // Waits for its end; the status as waitpid gives it, or -1.
+    int WaitForExit();
+
+    // Open descriptors, threads, and processor time used.
+    size_t Descriptors() const { return CountEntries("fd"); }
+    size_t Threads() const { return CountEntries("task"); }
+    int64_t CpuMs() const;
+
+  private:
+    size_t CountEntries(const char* directory) const;
+
+    pid_t mPid = -1;
+};
+
+}  // namespace kelp::test

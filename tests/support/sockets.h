@@ -1,0 +1,18 @@
+// Sockets for stations, peers and relays, and the ports that they meet at.
+#pragma once
+
+#include "platform/localaddress.h"
+#include "platform/uniquefd.h"
+
+namespace kelp::test {
+
+// Blocking stream sockets, without Nagle's delay on TCP; not Ok(), with errno, when that fails.
+// TCP is on the loopback interface; port 0 takes any.
+UniqueFd ListenLocal(const LocalAddress& address);
+UniqueFd ListenTcp(int port);
+UniqueFd ConnectTcp(int port);
+
+// A TCP port of the loopback interface that is free at the moment.
+int FreePort();
+
+}  // namespace kelp::test
