@@ -1,28 +1,33 @@
-// The ways to a relay: local socket, TCP on the loopback address, and a pseudo-terminal.
+// How measured relays, their clients and their peer are reached.
 #pragma once
 
+#include <sys/socket.h>
+
 #include <string>
+
+#include "platform/localaddress.h"
+#include "platform/uniquefd.h"
+#include "support/sockets.h"
 
 namespace kelp::bench {
 
 enum class Transport { kLocal, kTcp, kPty };
 
-// "local", "tcp" or "pty".
-const char* Name(Transport transport);
+inline Transport TransportOf(const std::string& name) {
+    return name == "tcp" ? Transport::kTcp : name == "pty" ? Transport::kPty : Transport::kLocal;
+}
 
-// A name that begins with '@' is in the abstract namespace. -1 on failure.
-int ListenLocal(const std::string& name);
-int ConnectLocal(const std::string& name);
-int ListenTcp(int port);
-int ConnectTcp(int port);
-// A port that nobody listens on at the moment.
-int FreePort();
-// The device in raw mode.
-int OpenRaw(const std::string& path);
-// A raw pseudo-terminal: the master, and the slave, which stays open so that the master does not
-// see a hang-up between two users of the slave's path.
-bool OpenPty(int& master, int& slave, std::string& path);
+inline LocalAddress PathAddress(const std::string& path) {
+    LocalAddress address = {};
+    MakeLocalAddress(path, LocalNamespace::kFilesystem, address);
+    return address;
+}
 
-bool WriteAll(int fd, const char* data, size_t length);
+// Blocking, unlike the daemon's own; not Ok() on failure.
+inline UniqueFd Connect(const LocalAddress& address) {
+    UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    return connect(fd.Get(), address.Get(), address.length) == 0 ? static_cast<UniqueFd&&>(fd)
+                                                                 : UniqueFd();
+}
 
 }  // namespace kelp::bench

@@ -1,336 +1,256 @@
-// Measures kelp beside what a bench would otherwise use, in one run; scripts/bench starts it.
+// Measures relays side by side on one road; bench/run.py starts it, visit by visit.
 //
-// Usage: kelp-measure --kelp=DAEMON [--json=FILE] [--smoke] [--rounds=N] [--only=TEXT,...]
+// Usage: kelp-measure TURNS local|tcp|pty kept|per-request SUBJECT...
+//        kelp-measure calls local|tcp|pty kept|per-request SUBJECT...
+//
+// Prints a line for each figure: subject, figure, value, and the value over that of the first
+// subject (the figures: docs/performance.md). Ratios are formed turn by turn, and a turn takes
+// milliseconds: what disturbs the machine for longer meets all subjects alike. The second form
+// counts the relay's system calls per command. The status is 1 when an answer was wrong or missing.
 
-#include <getopt.h>
 #include <signal.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <sys/stat.h>
-#include <unistd.h>
+#include <time.h>
 
 #include <algorithm>
-#include <cstdio>
-#include <cstring>
-#include <filesystem>
-#include <set>
+#include <cmath>
+#include <map>
 #include <sstream>
-#include <string>
-#include <vector>
 
-#include "measure.h"
-#include "report.h"
-#include "servers.h"
+#include "platform/thread.h"
+#include "subject.h"
+#include "support/procstat.h"
+#include "support/wait.h"
 
 namespace kelp::bench {
 namespace {
 
-constexpr int64_t kSecondNs = 1000000000;
-constexpr size_t kShortestBurst = 16u << 10;
-constexpr size_t kShortBurst = 1u << 20;  // one that can be repeated often
+constexpr int kWarmUp = 30;
+// The caches are another subject's when a turn begins.
+constexpr int kTurnWarmUp = 5;
+constexpr int kTurn = 50;  // round trips
+constexpr int kWrites = 3;
+constexpr int kPipelined = 16;  // commands in each of them
+constexpr size_t kClients = 4;  // as many as a console accepts
+constexpr int kEachOfFour = 15;
+constexpr int kCounted = 200;
 
-struct Options {
-    std::string kelp;
-    std::string json = "bench.json";
-    std::string only;  // texts, by commas: round trips of subjects whose key holds one
-    bool smoke = false;
-    int rounds = 0;  // 0: as the effort says
-};
-
-bool ReadOptions(int argc, char** argv, Options& options) {
-    constexpr struct option kOptions[] = {
-        {"kelp", required_argument, nullptr, 'k'}, {"json", required_argument, nullptr, 'j'},
-        {"smoke", no_argument, nullptr, 's'},      {"rounds", required_argument, nullptr, 'r'},
-        {"only", required_argument, nullptr, 'o'}, {nullptr, 0, nullptr, 0}};
-    int option;
-    while ((option = getopt_long(argc, argv, "", kOptions, nullptr)) != -1) {
-        switch (option) {
-            case 'k':
-                options.kelp = optarg;
-                break;
-            case 'j':
-                options.json = optarg;
-                break;
-            case 's':
-                options.smoke = true;
-                break;
-            case 'r':
-                options.rounds = atoi(optarg);
-                break;
-            case 'o':
-                options.only = optarg;
-                break;
-            default:
-                return false;
-        }
-    }
-    return !options.kelp.empty();
+double NowUs() {
+    struct timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<double>(now.tv_sec) * 1e6 + static_cast<double>(now.tv_nsec) / 1e3;
 }
 
-bool Prepare(const Options& options, Environment& environment) {
-    char self[4096] = {};
-    char directory[] = "/tmp/kelp-bench-XXXXXX";
-    if (readlink("/proc/self/exe", self, sizeof(self) - 1) < 0 || mkdtemp(directory) == nullptr) {
-        return false;
+// 0 when there are no values.
+double Quantile(std::vector<double> values, double fraction) {
+    if (values.empty()) {
+        return 0;
     }
-    environment.self = self;
-    environment.kelp = options.kelp;
-    environment.directory = directory;
-    environment.peerName = environment.directory + "/peer.sock";
-    environment.peerPort = FreePort();
-    int keptOpen;
-    std::string peerDevice;
-    int uartMaster;
-    if (!OpenPty(environment.peerMaster, keptOpen, peerDevice) ||
-        !OpenPty(uartMaster, keptOpen, environment.uartDevice)) {
-        return false;
-    }
-    return environment.peer.Start({environment.self, "serve-echo", environment.peerName,
-                                   std::to_string(environment.peerPort), peerDevice},
-                                  "/dev/null");
+    std::sort(values.begin(), values.end());
+    const double place = fraction * static_cast<double>(values.size() - 1);
+    const auto below = static_cast<size_t>(place);
+    const double next = values[std::min(below + 1, values.size() - 1)];
+    return values[below] + (next - values[below]) * (place - std::floor(place));
 }
 
-// Whether `key` holds one of the texts in the list, or there is none.
-bool Wanted(const std::string& key, const std::string& list) {
-    std::istringstream texts(list);
-    for (std::string text; std::getline(texts, text, ',');) {
-        if (key.find(text) != std::string::npos) {
-            return true;
-        }
+template <typename Read>
+double Sum(const std::vector<pid_t>& pids, Read read) {
+    double sum = 0;
+    for (const pid_t pid : pids) {
+        sum += static_cast<double>(read(pid));
     }
-    return list.empty();
+    return sum;
 }
 
-// Subjects that are measured side by side: one road, and one kelp at most.
-struct Group {
-    std::vector<Subject> subjects;  // the floor first, the reference second
-    std::set<std::string> rows;     // keys of those that are there for their own sake
-};
-
-class Run {
+// A subject under measurement, while the others are silent.
+class Measuring {
   public:
-    Run(const Options& options, Environment& environment)
-        : mOptions(options), mEnvironment(environment) {
-        if (options.smoke) {
-            mEffort = {1, 1, 30, 1, 0, 0, 1, 64u << 10};
+    Measuring(const Subject& subject, Environment& environment, size_t number)
+        : mSubject(subject), mRunning(subject, environment, number) {
+        mClients.push_back(mRunning.Connect());
+        RoundTrips(kWarmUp);
+        mPids = mRunning.Pids();
+    }
+
+    void TakeTurn() {
+        RoundTrips(kTurnWarmUp);
+        const double cpuNs = Sum(mPids, test::CpuNs);
+        const std::vector<double> times = RoundTrips(kTurn);
+        if (!mPids.empty()) {
+            mTurns["cpu_us"].push_back((Sum(mPids, test::CpuNs) - cpuNs) / 1e3 / kTurn);
         }
-        if (options.rounds > 0) {
-            mEffort.rounds = options.rounds;
+        mTurns["p50_us"].push_back(Quantile(times, 0.5));
+        mTimes.insert(mTimes.end(), times.begin(), times.end());
+        std::string commands;
+        for (int i = 0; i < kPipelined; ++i) {
+            commands += Running::kCommand;
         }
-        for (const Subject& subject : AllSubjects()) {
-            if (Wanted(subject.Key(), options.only)) {
-                mSubjects.push_back(subject);
-            }
+        const double begin = NowUs();
+        for (int i = 0; i < kWrites; ++i) {
+            mGood = mGood && mClients[0]->Exchange(commands, kPipelined * mRunning.AnswerBytes());
         }
-        for (const Transport transport : {Transport::kLocal, Transport::kTcp, Transport::kPty}) {
-            for (const bool kept : {true, false}) {
-                for (const char* log : {"null", "filtered", "file"}) {
-                    AddGroup(transport, kept, log);
-                }
-            }
+        mTurns["pipelined"].push_back(kWrites * kPipelined * 1e6 / (NowUs() - begin));
+    }
+
+    // Not timed: reading the counters takes longer than a turn.
+    void TakeCounts() {
+        if (!mPids.empty()) {
+            const double before = Sum(mPids, test::Switches);
+            RoundTrips(kCounted);
+            mTurns["switches"] = {(Sum(mPids, test::Switches) - before) / kCounted};
+            mTurns["rss_kib"] = {Sum(mPids, test::ResidentKb)};
         }
     }
 
-    int All() {
-        Place("one-core", LastCore());
-        if (mOptions.only.empty()) {
-            Bursts();
+    void OpenFourClients() {
+        // ser2net's clients share one connection to the peer.
+        while (mGood && mSubject.transport != Transport::kPty && mSubject.who != "ser2net" &&
+               mClients.size() < kClients) {
+            mClients.push_back(mRunning.Connect());
+            mGood = mClients.back()->Exchange(Running::kCommand, mRunning.AnswerBytes());
         }
-        Place("scheduler", -1);
-        if (mOptions.only.empty()) {
-            Looks();
-        }
-        PrintTables(mResults);
-        if (!WriteJson(mResults, mOptions.json)) {
-            fprintf(stderr, "cannot write %s\n", mOptions.json.c_str());
-            return 1;
-        }
-        printf("\nAll samples are in %s; %d visits failed.\n", mOptions.json.c_str(),
-               mResults.failures);
-        return mResults.failures == 0 ? 0 : 1;
     }
+
+    void TakeFourClients() {
+        if (mClients.size() < kClients) {
+            return;
+        }
+        const double begin = NowUs();
+        for (int i = 0; i < kEachOfFour; ++i) {
+            for (const auto& client : mClients) {
+                mGood = mGood && client->Send(Running::kCommand);
+            }
+            for (const auto& client : mClients) {
+                mGood = mGood && client->Receive(mRunning.AnswerBytes());
+            }
+        }
+        mTurns["four_clients"].push_back(kClients * kEachOfFour * 1e6 / (NowUs() - begin));
+    }
+
+    bool Print(const Measuring& reference) const {
+        if (!mGood) {
+            fprintf(stderr, "FAILED: %s\n", mSubject.who.c_str());
+            return false;
+        }
+        printf("%s\tp99_us\t%f\n", mSubject.who.c_str(), Quantile(mTimes, 0.99));
+        for (const auto& [figure, turns] : mTurns) {
+            printf("%s\t%s\t%f", mSubject.who.c_str(), figure.c_str(), Quantile(turns, 0.5));
+            const auto base = reference.mTurns.find(figure);
+            std::vector<double> ratios;
+            for (size_t i = 0; base != reference.mTurns.end() && i < turns.size(); ++i) {
+                ratios.push_back(turns[i] / base->second[i]);
+            }
+            printf(reference.mGood && !ratios.empty() ? "\t%f\n" : "\n", Quantile(ratios, 0.5));
+        }
+        return true;
+    }
+
+    std::vector<double> RoundTrips(int count) {
+        std::vector<double> times;
+        for (int i = 0; i < count && mGood; ++i) {
+            const double begin = NowUs();
+            mGood = mClients[0]->Exchange(Running::kCommand, mRunning.AnswerBytes());
+            times.push_back(NowUs() - begin);
+        }
+        return times;
+    }
+    const std::vector<pid_t>& Pids() const { return mPids; }
 
   private:
-    // Counts, and tells at once, a visit that brought nothing.
-    Sample Checked(const std::string& what, Sample sample) {
-        if (sample.empty()) {
-            ++mResults.failures;
-            fprintf(stderr, "FAILED: %s\n", what.c_str());
-        }
-        return sample;
-    }
-
-    // Those with this log; those who have none are with the first.
-    void AddGroup(Transport transport, bool kept, const std::string& log) {
-        Group group;
-        group.subjects = {{Relaying::kDirect, Transport::kLocal, true},
-                          {Relaying::kTwoThreads, transport, kept}};
-        for (const Subject& subject : mSubjects) {
-            const bool logs =
-                subject.relaying == Relaying::kKelp || subject.relaying == Relaying::kContract;
-            if (subject.transport != transport || subject.kept != kept ||
-                (logs ? subject.log : "null") != log) {
-                continue;
-            }
-            group.rows.insert(subject.Key());
-            if (subject.Key() != group.subjects[0].Key() &&
-                subject.Key() != group.subjects[1].Key()) {
-                group.subjects.push_back(subject);
-            }
-        }
-        if (!group.rows.empty()) {
-            mGroups.push_back(group);
-        }
-    }
-
-    void Place(const std::string& placement, int core) {
-        Pin(core);
-        PinProcess(mEnvironment.peer.Pid(), core);
-        const size_t count = mGroups.size();
-        const size_t visits = count * static_cast<size_t>(mEffort.rounds);
-        const int64_t deadline = NowNs() + mEffort.seconds * kSecondNs;
-        for (size_t visit = 0; visit < visits && NowNs() < deadline; ++visit) {
-            // Each round begins elsewhere, so that no group always follows the same other.
-            const Group& group = mGroups[(visit + visit / count * 7) % count];
-            const std::vector<Compared> results = Visit(group.subjects, mEnvironment, mEffort);
-            for (size_t i = 0; i < results.size(); ++i) {
-                const std::string key = group.subjects[i].Key();
-                Checked(placement + " " + key, results[i].sample);
-                if (group.rows.count(key) != 0) {
-                    mResults.rounds[placement][key].push_back(results[i]);
-                }
-            }
-        }
-    }
-
-    void Bursts() {
-        const size_t largest = mEffort.largestBurst;
-        for (size_t bytes = kShortestBurst; bytes <= std::min(largest, kShortBurst); bytes *= 8) {
-            const int64_t deadline = NowNs() + mEffort.shortBurstSeconds * kSecondNs;
-            for (int i = 0; i < mEffort.shortBursts || NowNs() < deadline; ++i) {
-                Burst(bytes, i % 2 == 0);
-            }
-        }
-        const int64_t deadline = NowNs() + mEffort.longBurstSeconds * kSecondNs;
-        for (int i = 0; largest > kShortBurst && NowNs() < deadline; ++i) {
-            Burst(largest / 2, i % 2 == 0);
-            Burst(largest, i % 2 == 0);
-        }
-    }
-
-    // The two that are compared run moments apart; each is the first as often as the other.
-    void Burst(size_t bytes, bool kelpFirst) {
-        const Subject subjects[] = {{Relaying::kTwoThreads, Transport::kLocal, true},
-                                    {Relaying::kKelp, Transport::kLocal, true, "null"}};
-        Sample samples[2];
-        for (size_t i = 0; i < 2; ++i) {
-            const size_t which = kelpFirst ? 1 - i : i;
-            samples[which] = OneBurst(subjects[which], bytes, false);
-        }
-        for (size_t i = 0; i < 2; ++i) {
-            Sample overReference;
-            if (!samples[0].empty() && !samples[i].empty()) {
-                overReference["ns"] = samples[i]["ns"] / samples[0]["ns"];
-            }
-            mResults.bursts[subjects[i].Who() + "/served"][bytes].push_back(
-                {samples[i], {}, overReference});
-        }
-        mResults.bursts[subjects[1].Who() + "/refused"][bytes].push_back(
-            {OneBurst(subjects[1], bytes, true), {}, {}});
-    }
-
-    Sample OneBurst(const Subject& subject, size_t bytes, bool refused) {
-        return Checked("burst of " + std::to_string(bytes) + " " + subject.Key(),
-                       VisitBurst(subject, mEnvironment, bytes, refused));
-    }
-
-    // Untimed: system calls, and what an idle relay does.
-    void Looks() {
-        const bool traced = Installed("strace");
-        if (!traced) {
-            puts("SKIPPED: strace is not installed, no system calls are counted");
-        }
-        std::vector<Subject> idle;
-        for (const Subject& subject : mSubjects) {
-            const bool kelp = subject.relaying == Relaying::kKelp;
-            if (subject.relaying == Relaying::kDirect || subject.log == "file" ||
-                subject.log == "again") {
-                continue;
-            }
-            if (traced && (!mOptions.smoke || kelp)) {
-                mResults.calls[subject.Key()] =
-                    Checked("strace " + subject.Key(), VisitTraced(subject, mEnvironment));
-            }
-            if (subject.transport == Transport::kLocal && subject.kept &&
-                subject.log != "filtered") {
-                idle.push_back(subject);
-            }
-        }
-        const std::vector<Sample> samples = VisitIdle(idle, mEnvironment, mEffort.idleSeconds);
-        for (size_t i = 0; i < idle.size(); ++i) {
-            mResults.idle[idle[i].Key()] = Checked("idle " + idle[i].Key(), samples[i]);
-        }
-    }
-
-    const Options& mOptions;
-    Environment& mEnvironment;
-    Effort mEffort;
-    std::vector<Subject> mSubjects;
-    std::vector<Group> mGroups;
-    Results mResults;
+    const Subject mSubject;
+    Running mRunning;
+    std::vector<pid_t> mPids;
+    std::vector<std::unique_ptr<Client>> mClients;
+    bool mGood = true;
+    std::map<std::string, std::vector<double>> mTurns;  // by figure
+    std::vector<double> mTimes;
 };
 
-int Serve(int argc, char** argv) {
-    const std::string role = argv[1];
-    if (role == "serve-echo" && argc == 5) {
-        return ServeEcho(argv[2], atoi(argv[3]), argv[4]);
+using All = std::vector<std::unique_ptr<Measuring>>;
+
+// Each time another one begins, so that none always follows the same other.
+void TakeTurns(All& all, size_t turns, void (Measuring::*turn)()) {
+    for (size_t first = 0; first < turns; ++first) {
+        for (size_t i = 0; i < all.size(); ++i) {
+            (*all[(first + i) % all.size()].*turn)();
+        }
     }
-    if (role == "serve-relay" && argc == 7) {
-        RelayOptions options;
-        const std::string transport = argv[2];
-        options.transport = transport == "tcp"   ? Transport::kTcp
-                            : transport == "pty" ? Transport::kPty
-                                                 : Transport::kLocal;
-        options.where = argv[3];
-        const std::string who = argv[4];
-        options.contract = who.find("contract") == 0;
-        options.records = who == "contract-null";
-        options.twoThreads = options.contract || who.find("two-threads") == 0;
-        options.kept = std::string(argv[5]) == "kept";
-        options.peer = argv[6];
-        return ServeRelay(options);
-    }
-    return 2;
 }
 
-int Main(int argc, char** argv) {
-    signal(SIGPIPE, SIG_IGN);
-    umask(077);
-    if (argc > 1 && strncmp(argv[1], "serve-", 6) == 0) {
-        return Serve(argc, argv);
+bool Measure(const std::vector<Subject>& subjects, Environment& environment, size_t turns) {
+    All all;
+    for (const Subject& subject : subjects) {
+        all.push_back(std::make_unique<Measuring>(subject, environment, all.size()));
     }
-    Options options;
-    if (!ReadOptions(argc, argv, options)) {
-        fprintf(stderr,
-                "usage: %s --kelp=DAEMON [--json=FILE] [--smoke] [--rounds=N]"
-                " [--only=TEXT,...]\n",
-                argv[0]);
+    TakeTurns(all, turns, &Measuring::TakeTurn);
+    TakeTurns(all, 1, &Measuring::TakeCounts);
+    TakeTurns(all, 1, &Measuring::OpenFourClients);
+    TakeTurns(all, turns, &Measuring::TakeFourClients);
+    bool good = true;
+    for (const auto& one : all) {
+        good = one->Print(*all[0]) && good;
+    }
+    return good;
+}
+
+bool CountCalls(const Subject& subject, Environment& environment) {
+    Measuring measuring(subject, environment, 0);
+    std::vector<std::string> words = {"strace", "-f", "-c", "-o", environment.directory.Path("c")};
+    for (const pid_t pid : measuring.Pids()) {
+        words.insert(words.end(), {"-p", std::to_string(pid)});
+    }
+    test::Process strace(words, environment.directory.Write("strace", ""));
+    test::WaitUntil([&] {
+        return !strace.Running() ||
+               environment.directory.Read("strace").find("attached") != std::string::npos;
+    });
+    // All threads of a process are attached in one go, but not at once.
+    Thread::SleepMs(200);
+    measuring.RoundTrips(kCounted);
+    Thread::SleepMs(20);
+    kill(strace.Pid(), SIGINT);
+    strace.WaitForExit();
+    // The last line: share, seconds, microseconds per call, calls, perhaps errors, "total".
+    const std::string table = environment.directory.Read("c");
+    std::istringstream total(table.substr(std::min(table.rfind("100.00"), table.size())));
+    double calls = 0;
+    for (int column = 0; column < 4; ++column) {
+        total >> calls;
+    }
+    printf("%s\tcalls\t%f\n", subject.who.c_str(), calls / kCounted);
+    return !total.fail();
+}
+
+int Main(const std::vector<std::string>& words) {
+    if (words.size() < 5) {
+        fputs("usage: kelp-measure TURNS|calls local|tcp|pty kept|per-request SUBJECT...\n",
+              stderr);
         return 2;
     }
-    setvbuf(stdout, nullptr, _IOLBF, 0);
+    signal(SIGPIPE, SIG_IGN);
+    umask(077);
     Environment environment;
-    if (!Prepare(options, environment)) {
-        perror("cannot prepare");
-        return 1;
+    // Relays with a kept connection open it as they start.
+    test::WaitUntil([&] { return Connect(PathAddress(environment.peer)).Ok(); });
+    std::vector<Subject> subjects;
+    for (size_t i = 4; i < words.size(); ++i) {
+        subjects.push_back({words[i], TransportOf(words[2]), words[3] == "kept"});
     }
-    const int result = Run(options, environment).All();
-    environment.peer.Stop();
-    std::filesystem::remove_all(environment.directory);
-    return result;
+    if (words[1] != "calls") {
+        return Measure(subjects, environment, strtoul(words[1].c_str(), nullptr, 10)) ? 0 : 1;
+    }
+    bool good = true;
+    for (const Subject& subject : subjects) {
+        good = CountCalls(subject, environment) && good;
+    }
+    return good ? 0 : 1;
 }
 
 }  // namespace
 }  // namespace kelp::bench
 
 int main(int argc, char** argv) {
-    return kelp::bench::Main(argc, argv);
+    return kelp::bench::Main({argv, argv + argc});
 }

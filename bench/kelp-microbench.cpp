@@ -1,24 +1,26 @@
-// The single steps of a command's road, each by itself. Run with standard error to /dev/null: it is
-// where the records go that "log record" measures.
+// The single steps of a command's path, and how their cost grows with the input: Google Benchmark
+// fits a complexity to each, and the program ends with 1 when one is worse than N log N.
+// Standard error, where the log records go, belongs to /dev/null.
 
 #include <benchmark/benchmark.h>
-#include <stdlib.h>
-#include <string.h>
-#include <unistd.h>
+#include <malloc.h>
 
+#include <algorithm>
+#include <cstdlib>
 #include <memory>
 #include <string>
 #include <string_view>
-#include <thread>
 
 #include "config/configmanager.h"
 #include "messager/defaultmessager.h"
 #include "messager/formatter.h"
 #include "messager/messagermanager.h"
+#include "platform/localsocketclient.h"
 #include "platform/log.h"
 #include "processor/command.h"
 #include "processor/framebuffer.h"
-#include "processor/messagequeue.h"
+#include "support/peer.h"
+#include "support/tempdir.h"
 
 namespace kelp {
 namespace {
@@ -26,44 +28,94 @@ namespace {
 constexpr std::string_view kTail = "\r\n";
 constexpr std::string_view kRequest = "AT+WIFI=0123456";
 
-void Framing(benchmark::State& state) {
+// Feeds `stream` in pieces, as a console does. Returns the number of commands.
+size_t Frame(const std::string& stream, size_t piece) {
+    FrameBuffer buffer;
+    size_t commands = 0;
+    for (size_t at = 0; at < stream.size(); at += piece) {
+        buffer.Append(stream.data() + at, std::min(piece, stream.size() - at));
+        for (std::string_view line; buffer.CutLine(kTail, line);) {
+            ++commands;
+        }
+    }
+    return commands;
+}
+
+void FrameBurst(benchmark::State& state) {
     const auto commands = static_cast<size_t>(state.range(0));
     std::string stream;
     for (size_t i = 0; i < commands; ++i) {
         stream.append(kRequest).append(kTail);
     }
-    FrameBuffer buffer;
     for (auto _ : state) {
-        buffer.Append(stream.data(), stream.size());
-        std::string_view line;
-        while (buffer.CutLine(kTail, line)) {
-            benchmark::DoNotOptimize(line);
+        if (Frame(stream, stream.size()) != commands) {
+            state.SkipWithError("commands lost");
         }
-        benchmark::DoNotOptimize(buffer.Size());
     }
-    state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(commands));
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+    state.SetComplexityN(state.range(0));
 }
-BENCHMARK(Framing)->Arg(1)->Arg(16)->Arg(4096);
+BENCHMARK(FrameBurst)->Arg(1)->Arg(16)->RangeMultiplier(4)->Range(256, 256 << 10)->Complexity();
 
-// A module with a white list of which the last entry, or none, takes the request.
-void Matching(benchmark::State& state, bool hit) {
+void FrameLongLine(benchmark::State& state) {
+    const std::string stream = std::string(static_cast<size_t>(state.range(0)), 'x') + "\r\n";
+    for (auto _ : state) {
+        if (Frame(stream, 64) != 1) {
+            state.SkipWithError("line lost");
+        }
+    }
+    state.SetComplexityN(state.range(0));
+}
+BENCHMARK(FrameLongLine)->RangeMultiplier(4)->Range(4 << 10, 4 << 20)->Complexity();
+
+// Modules with white lists that nothing matches, and a manager that asks them all.
+void Refuse(benchmark::State& state, bool byModules) {
+    const auto size = static_cast<size_t>(state.range(0));
+    const size_t modules = byModules ? size : 1, entries = byModules ? 3 : size;
     ConfigManager config;
     config.GetModuleConfigs()->clear();
-    config.ConstructModuleConfig("bench");
-    ModuleInfo* const record = config.GetModuleByName("bench");
-    for (int64_t i = 1; i < state.range(0); ++i) {
-        record->whiteList.push_back("AT+ENTRY" + std::to_string(i));
+    for (size_t i = 0; i < modules; ++i) {
+        const std::string name = "module" + std::to_string(i);
+        config.ConstructModuleConfig(name);
+        for (size_t entry = 0; entry < entries; ++entry) {
+            config.GetModuleByName(name)->whiteList.push_back("AT+WIFJ" + std::to_string(entry));
+        }
     }
-    record->whiteList.emplace_back(hit ? "AT+WIFI" : "AT+WIFJ");
     MessagerManager manager(&config);
-    const std::unique_ptr<Messager> messager(DefaultMessager::Create(&manager, "bench"));
+    Command command;
+    command.mRequest.assign(kRequest.begin(), kRequest.end());
     for (auto _ : state) {
-        benchmark::DoNotOptimize(
-            messager->isSupportCmd(kRequest.data(), static_cast<int>(kRequest.size())));
+        if (manager.HandleRequest(&command, nullptr) != kErrorUnsupportCommand) {
+            state.SkipWithError("not refused");
+        }
     }
+    state.SetComplexityN(state.range(0));
 }
-BENCHMARK_CAPTURE(Matching, hit, true)->Arg(3)->Arg(100);
-BENCHMARK_CAPTURE(Matching, miss, false)->Arg(3)->Arg(100);
+BENCHMARK_CAPTURE(Refuse, modules, true)->RangeMultiplier(4)->Range(1, 256)->Complexity();
+BENCHMARK_CAPTURE(Refuse, list, false)->RangeMultiplier(4)->Range(4, 16 << 10)->Complexity();
+
+void ReceiveFromPeer(benchmark::State& state) {
+    const auto size = static_cast<size_t>(state.range(0));
+    const TempDir directory;
+    const test::Peer peer(
+        directory.Path("peer"), LocalNamespace::kFilesystem,
+        [&](const std::string&) { return test::Peer::Answer{std::string(size, 'x')}; });
+    LocalSocketClient client(directory.Path("peer"));
+    client.sopen();
+    for (auto _ : state) {
+        std::vector<char> answer;
+        client.ssend({'?'});
+        // A short answer may come in several pieces; the long ones must come in one.
+        while (answer.size() < size && client.sreceive(answer, {5, 0}) == 0) {
+        }
+        if (answer.size() != size) {
+            state.SkipWithError("answer lost");
+        }
+    }
+    client.sclose();
+    state.SetComplexityN(state.range(0));
+}
+BENCHMARK(ReceiveFromPeer)->RangeMultiplier(4)->Range(64 << 10, 16 << 20)->Complexity();
 
 void Format(benchmark::State& state) {
     const std::string answer(static_cast<size_t>(state.range(0)), 'x');
@@ -77,53 +129,9 @@ void Format(benchmark::State& state) {
         formatter.GetResponse(&command);
         benchmark::DoNotOptimize(command.mResponse.data());
     }
+    state.SetComplexityN(state.range(0));
 }
-BENCHMARK(Format)->Arg(16)->Arg(4096);
-
-// A command's creation, its way through a queue on one thread, and its end.
-void QueueUncontended(benchmark::State& state) {
-    MessageQueue<Command> queue;
-    for (auto _ : state) {
-        queue.enqueue(new Command());
-        delete queue.dequeue();
-    }
-}
-BENCHMARK(QueueUncontended);
-
-// There and back: two wake-ups of a sleeping thread. Half of it is what one hand-over costs.
-void QueueHandOver(benchmark::State& state) {
-    MessageQueue<Command> there;
-    MessageQueue<Command> back;
-    std::thread other([&] {
-        for (;;) {
-            Command* const command = there.dequeue();
-            if (command == nullptr) {
-                continue;
-            }
-            const bool last = command->mClientFd == 0;
-            back.enqueue(command);
-            if (last) {
-                return;
-            }
-        }
-    });
-    const auto exchange = [&](Command* command) {
-        there.enqueue(command);
-        Command* answer;
-        do {
-            answer = back.dequeue();
-        } while (answer == nullptr);
-        return answer;
-    };
-    auto* command = new Command();
-    for (auto _ : state) {
-        command = exchange(command);
-    }
-    command->mClientFd = 0;
-    delete exchange(command);
-    other.join();
-}
-BENCHMARK(QueueHandOver)->UseRealTime();
+BENCHMARK(Format)->RangeMultiplier(4)->Range(64, 256 << 10)->Complexity();
 
 // Written or filtered as ANDROID_LOG_TAGS says, which the program reads as it loads.
 void LogRecord(benchmark::State& state) {
@@ -144,7 +152,32 @@ void LogDump(benchmark::State& state) {
 }
 BENCHMARK(LogDump)->Arg(17)->Arg(256);
 
+// Reports the runs and counts those that grow too fast or went wrong.
+class Judge : public benchmark::ConsoleReporter {
+  public:
+    void ReportRuns(const std::vector<Run>& runs) override {
+        ConsoleReporter::ReportRuns(runs);
+        for (const Run& run : runs) {
+            const bool steep = run.report_big_o && (run.complexity == benchmark::oNSquared ||
+                                                    run.complexity == benchmark::oNCubed);
+            if (steep || run.error_occurred) {
+                ++mFailures;
+                GetOutputStream() << "FAILED: " << run.benchmark_name() << "\n";
+            }
+        }
+    }
+    int mFailures = 0;
+};
+
 }  // namespace
 }  // namespace kelp
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv) {
+    // What one repetition has freed the next one reuses: the price of fresh pages is the kernel's.
+    mallopt(M_MMAP_MAX, 0);
+    mallopt(M_TRIM_THRESHOLD, -1);
+    benchmark::Initialize(&argc, argv);
+    kelp::Judge judge;
+    const size_t run = benchmark::RunSpecifiedBenchmarks(&judge);
+    return run > 0 && judge.mFailures == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
+}

@@ -1,215 +1,161 @@
 #include "subject.h"
 
-#include <unistd.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/time.h>
 
-#include <cstdio>
-#include <cstdlib>
+#include <algorithm>
+#include <array>
 #include <fstream>
-#include <sstream>
+
+#include "support/wait.h"
 
 namespace kelp::bench {
 
 namespace {
 
-// The daemon listens here and nowhere else.
-constexpr char kKelpLocal[] = "@/dev/socket/kelp";
-constexpr char kCommand[] = "AT+WIFI=0123456";
-constexpr char kTerminator[] = "\r\n";
+constexpr int kPatienceMs = 5000;
 
-constexpr const char* kNames[] = {"direct", "one-thread", "two-threads", "contract",
-                                  "socat",  "ser2net",    "kelp"};
-
-std::string Quoted(const std::string& text) {
-    return "\"" + text + "\"";
+bool IsKelp(const Subject& subject) {
+    return subject.who.rfind("kelp", 0) == 0;
 }
 
 // Every console and all five modules are up, whatever is measured.
-void WriteKelpConfig(const Subject& subject, const Environment& environment, const Front& front,
-                     const std::string& path) {
-    const std::string peer = Quoted(environment.peerName);
-    std::ofstream(path)
-        << "{\"console\":{\"usb\":{\"support\":true,\"active\":true,\"route\":"
-        << Quoted(front.mDevice) << "},\"uart\":{\"support\":true,\"active\":true,\"route\":"
-        << Quoted(environment.uartDevice)
-        << "},\"tcp\":{\"support\":true,\"active\":true,\"route\":\"127.0.0.1\",\"port\":"
-        << front.mPort
-        << "}},\"receive-mode\":{\"mode\":\"tail\",\"tail\":\"0D0A\"},\"module\":{"
-           "\"support-modules\":[\"wcn\",\"modem\",\"pcba\",\"fm\",\"kelp\"],\"interaction\":{"
-           "\"wcn\":{\"keep-alive\":"
-        << (subject.kept ? "true" : "false") << ",\"path\":" << peer
-        << ",\"timeout\":15},\"modem\":{\"keep-alive\":true,\"path\":" << peer
-        << ",\"timeout\":0},\"pcba\":{\"keep-alive\":false,\"path\":" << peer
-        << ",\"timeout\":30},\"fm\":{\"keep-alive\":false,\"path\":" << peer
-        << ",\"timeout\":10}},\"whitelist\":{\"wcn\":[\"AT+WIFI\",\"AT+BT\",\"AT+GNSS\"],"
-           "\"modem\":[\"AT+C\",\"AT+G\",\"ATD\",\"ATI\"],\"pcba\":[\"AT+PCBA\"],"
-           "\"fm\":[\"AT+FM\"],\"kelp\":[\"ZAT+\"]}}}\n";
-}
-
-bool StartKelp(const Subject& subject, const Environment& environment, const Front& front,
-               Process& relay) {
-    const std::string config = environment.directory + "/kelp.json";
-    const std::string log = environment.directory + "/kelp.log";
-    WriteKelpConfig(subject, environment, front, config);
-    unlink(log.c_str());
-    std::vector<std::string> variables;
-    if (subject.log == "filtered") {
-        variables.push_back("ANDROID_LOG_TAGS=KELP:E");
-    }
-    return relay.Start({environment.kelp, "--file=" + config},
-                       subject.log == "file" ? log : "/dev/null", variables);
-}
-
-bool StartSocat(const Subject& subject, const Environment& environment, const Front& front,
-                Process& relay) {
-    std::string listen;
-    switch (subject.transport) {
-        case Transport::kLocal:
-            listen = "UNIX-LISTEN:" + front.mLocal + ",fork";
-            break;
-        case Transport::kTcp:
-            listen = "TCP-LISTEN:" + std::to_string(front.mPort) +
-                     ",bind=127.0.0.1,reuseaddr,nodelay,fork";
-            break;
-        case Transport::kPty:
-            listen = "OPEN:" + front.mDevice + ",raw,echo=0";
-            break;
-    }
-    return relay.Start({"socat", listen, "UNIX-CONNECT:" + environment.peerName}, "/dev/null");
-}
-
-bool StartSer2net(const Subject& subject, const Environment& environment, const Front& front,
-                  Process& relay) {
-    const std::string config = environment.directory + "/ser2net.yaml";
-    // Without the delay in which it collects characters, as a bench would tune it.
-    std::ofstream(config) << "%YAML 1.1\n---\nconnection: &bench\n  accepter: "
-                          << (subject.transport == Transport::kTcp
-                                  ? "tcp(nodelay=true),127.0.0.1," + std::to_string(front.mPort)
-                                  : "unix," + front.mLocal)
-                          << "\n  connector: unix," << environment.peerName
-                          << "\n  options:\n    chardelay: false\n";
-    return relay.Start({"ser2net", "-n", "-u", "-c", config},
-                       environment.directory + "/ser2net.log");
+std::string KelpConfig(bool kept, const std::string& peer, const std::string& usb,
+                       const std::string& uart, int port) {
+    const auto module = [&](const char* name, bool keepAlive, int timeout) {
+        return "\"" + std::string(name) + R"(":{"keep-alive":)" + (keepAlive ? "true" : "false") +
+               R"(,"path":")" + peer + R"(","timeout":)" + std::to_string(timeout) + "}";
+    };
+    return R"({"console":{"usb":{"active":true,"route":")" + usb +
+           R"("},"uart":{"active":true,"route":")" + uart +
+           R"("},"tcp":{"active":true,"route":"127.0.0.1","port":)" + std::to_string(port) +
+           R"(}},"receive-mode":{"mode":"tail","tail":"0D0A"},"module":{)"
+           R"("support-modules":["wcn","modem","pcba","fm","kelp"],"interaction":{)" +
+           module("wcn", kept, 15) + "," + module("modem", true, 0) + "," +
+           module("pcba", false, 30) + "," + module("fm", false, 10) +
+           R"(},"whitelist":{"wcn":["AT+WIFI","AT+BT","AT+GNSS"],)"
+           R"("modem":["AT+C","AT+G","ATD","ATI"],"pcba":["AT+PCBA"],)"
+           R"("fm":["AT+FM"],"kelp":["ZAT+"]}}})";
 }
 
 }  // namespace
 
-Front::Front(const Environment& environment, size_t number)
-    : mLocal(environment.directory + "/relay-" + std::to_string(number) + ".sock"),
-      mPort(FreePort()) {
-    OpenPty(mMaster, mKeptOpen, mDevice);
-}
-
-Front::~Front() {
-    close(mMaster);
-    close(mKeptOpen);
-}
-
-std::string Subject::Who() const {
-    std::string who = kNames[static_cast<int>(relaying)];
-    if (!log.empty()) {
-        who += "-" + log;
+bool Client::Send(std::string_view data) {
+    while (!data.empty()) {
+        const ssize_t n = write(mFd.Get(), data.data(), data.size());
+        if (n <= 0) {
+            return false;
+        }
+        data.remove_prefix(static_cast<size_t>(n));
     }
-    return who;
+    return true;
 }
 
-std::string Subject::Key() const {
-    return Who() + "/" + Name(transport) + (kept ? "/kept" : "/per-request");
-}
-
-bool Installed(const std::string& program) {
-    const char* const path = getenv("PATH");
-    std::istringstream directories(std::string(path != nullptr ? path : "") + ":/usr/sbin");
-    std::string directory;
-    while (std::getline(directories, directory, ':')) {
-        if (access((directory + "/" + program).c_str(), X_OK) == 0) {
-            return true;
+bool Client::Receive(size_t bytes) {
+    char buffer[65536];
+    while (bytes > 0) {
+        // A terminal has no receive time-out; every subject on one pays for this call alike.
+        struct pollfd ready = {mFd.Get(), POLLIN, 0};
+        if (mIsTty && poll(&ready, 1, kPatienceMs) <= 0) {
+            return false;
         }
+        const ssize_t n = read(mFd.Get(), buffer, std::min(bytes, sizeof(buffer)));
+        if (n <= 0) {
+            return false;
+        }
+        bytes -= static_cast<size_t>(n);
     }
-    return false;
+    return true;
 }
 
-std::vector<Subject> AllSubjects() {
-    std::vector<Subject> subjects;
-    const bool socat = Installed("socat");
-    const bool ser2net = Installed("ser2net");
-    for (const Transport transport : {Transport::kLocal, Transport::kTcp, Transport::kPty}) {
-        const bool pty = transport == Transport::kPty;
-        subjects.push_back({Relaying::kDirect, transport, true});
-        if (!pty) {
-            subjects.push_back({Relaying::kDirect, transport, false});
-        }
-        for (const bool kept : {true, false}) {
-            subjects.push_back({Relaying::kOneThread, transport, kept});
-            subjects.push_back({Relaying::kTwoThreads, transport, kept});
-            // Divided by itself it tells how far the other ratios can be trusted.
-            subjects.push_back({Relaying::kTwoThreads, transport, kept, "again"});
-            for (const char* log : {"null", "filtered"}) {
-                subjects.push_back({Relaying::kContract, transport, kept, log});
-            }
-            for (const char* log : {"null", "filtered", "file"}) {
-                subjects.push_back({Relaying::kKelp, transport, kept, log});
-            }
-        }
-        if (socat) {
-            subjects.push_back({Relaying::kSocat, transport, true});
-        }
-        if (ser2net && !pty) {
-            subjects.push_back({Relaying::kSer2net, transport, true});
-        }
+Running::Running(const Subject& subject, Environment& environment, size_t number)
+    : mSubject(subject),
+      mEnvironment(environment),
+      mPath(environment.directory.Path("relay-" + std::to_string(number))) {
+    unlink(mPath.c_str());
+    if (subject.who != "direct") {
+        mRelay = std::make_unique<test::Process>(Words(), environment.directory.Path("log"));
     }
-    if (!socat) {
-        puts("SKIPPED: socat is not installed");
-    }
-    puts(ser2net ? "SKIPPED: ser2net on the pseudo-terminal (it accepts from networks only)"
-                 : "SKIPPED: ser2net is not installed");
-    return subjects;
 }
 
-Road RoadOf(const Subject& subject, const Environment& environment, const Front& front) {
-    const bool direct = subject.relaying == Relaying::kDirect;
-    // Those who cut lines hand the command on without its terminator, and the peer echoes that.
-    const bool cuts =
-        !direct && subject.relaying != Relaying::kSocat && subject.relaying != Relaying::kSer2net;
-    Road road;
-    road.transport = subject.transport;
-    road.name = direct                                ? environment.peerName
-                : subject.relaying == Relaying::kKelp ? kKelpLocal
-                                                      : front.mLocal;
-    road.port = direct ? environment.peerPort : front.mPort;
-    road.master = direct ? environment.peerMaster : front.mMaster;
-    road.command = std::string(kCommand) + kTerminator;
-    road.answerBytes = cuts ? road.command.size() - 2 : road.command.size();
-    road.clientReopens = direct && !subject.kept;
-    return road;
+std::vector<std::string> Running::Words() const {
+    const auto at = static_cast<size_t>(mSubject.transport);
+    const std::string transport = std::array{"local", "tcp", "pty"}[at];
+    const std::string where = std::array{mPath, std::to_string(mPort), mLine.Device()}[at];
+    const std::string& peer = mEnvironment.peer;
+    const std::string mode = mSubject.kept ? "kept" : "per-request";
+    const std::string& who = mSubject.who;
+    if (who == "python") {
+        return {"/usr/bin/python3", ASYNCIO_RELAY, transport, where, mode, peer};
+    }
+    if (who == "socat") {
+        const std::string listen[] = {
+            "UNIX-LISTEN:" + where + ",fork",
+            "TCP-LISTEN:" + where + ",bind=127.0.0.1,reuseaddr,nodelay,fork",
+            "OPEN:" + where + ",raw,echo=0"};
+        return {"socat", listen[at], "UNIX-CONNECT:" + peer};
+    }
+    if (who == "ser2net") {
+        // Without the delay in which it collects characters, as a bench would tune it.
+        const std::string config = mPath + ".yaml";
+        std::ofstream(config) << "%YAML 1.1\n---\nconnection: &bench\n  accepter: "
+                              << (transport == "tcp" ? "tcp(nodelay=true),127.0.0.1," : "unix,")
+                              << where << "\n  connector: unix," << peer
+                              << "\n  options:\n    chardelay: false\n";
+        return {"ser2net", "-n", "-u", "-c", config};
+    }
+    if (IsKelp(mSubject)) {
+        const std::string config = mEnvironment.directory.Write(
+            "kelp.json",
+            KelpConfig(mSubject.kept, peer, mLine.Device(), mEnvironment.uart.Device(), mPort));
+        return {"env", who == "kelp-file" ? "ANDROID_LOG_TAGS=KELP:V" : "ANDROID_LOG_TAGS=KELP:E",
+                KELP_DAEMON_FILE, "--file=" + config};
+    }
+    return {BARE_RELAY, who, transport, where, mode, peer};
 }
 
-bool StartRelay(const Subject& subject, const Environment& environment, const Front& front,
-                Process& relay) {
-    unlink(front.mLocal.c_str());
-    switch (subject.relaying) {
-        case Relaying::kDirect:
-            return true;
-        case Relaying::kOneThread:
-        case Relaying::kTwoThreads:
-        case Relaying::kContract: {
-            std::string where = front.mLocal;
-            if (subject.transport != Transport::kLocal) {
-                where = subject.transport == Transport::kTcp ? std::to_string(front.mPort)
-                                                             : front.mDevice;
-            }
-            return relay.Start(
-                {environment.self, "serve-relay", Name(subject.transport), where, subject.Who(),
-                 subject.kept ? "kept" : "per-request", environment.peerName},
-                "/dev/null");
-        }
-        case Relaying::kSocat:
-            return StartSocat(subject, environment, front, relay);
-        case Relaying::kSer2net:
-            return StartSer2net(subject, environment, front, relay);
-        case Relaying::kKelp:
-            return StartKelp(subject, environment, front, relay);
+std::unique_ptr<Client> Running::Connect() {
+    const bool direct = mRelay == nullptr;
+    LocalAddress address = PathAddress(direct ? mEnvironment.peer : mPath);
+    if (IsKelp(mSubject)) {
+        MakeLocalAddress("/dev/socket/kelp", LocalNamespace::kAbstract, address);
     }
-    return false;
+    UniqueFd fd;
+    test::WaitUntil([&] {
+        if (mSubject.transport == Transport::kLocal) {
+            fd = bench::Connect(address);
+        } else if (mSubject.transport == Transport::kTcp) {
+            fd = test::ConnectTcp(direct ? mEnvironment.port : mPort);
+        } else {
+            const int master = (direct ? mEnvironment.line : mLine).Master();
+            fd.Reset(fcntl(master, F_DUPFD_CLOEXEC, 0));
+        }
+        return fd.Ok();
+    });
+    const struct timeval patience = {kPatienceMs / 1000, 0};
+    setsockopt(fd.Get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience));
+    return std::make_unique<Client>(std::move(fd), mSubject.transport == Transport::kPty);
+}
+
+std::vector<pid_t> Running::Pids() const {
+    if (mRelay == nullptr) {
+        return {};
+    }
+    std::vector<pid_t> pids = {mRelay->Pid()};
+    const std::string pid = std::to_string(mRelay->Pid());
+    std::ifstream children("/proc/" + pid + "/task/" + pid + "/children");
+    for (pid_t child; children >> child;) {
+        pids.push_back(child);
+    }
+    return pids;
+}
+
+size_t Running::AnswerBytes() const {
+    // Who cuts lines hands the command on without its terminator, and the peer echoes that.
+    const bool relaysBytes =
+        mRelay == nullptr || mSubject.who == "socat" || mSubject.who == "ser2net";
+    return kCommand.size() - (relaysBytes ? 0 : 2);
 }
 
 }  // namespace kelp::bench

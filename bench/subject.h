@@ -1,69 +1,75 @@
-// What is measured: who relays, over which transport, in which mode.
+// What is measured: a relay, the road that commands take through it, and a client at its front.
 #pragma once
 
-#include <map>
+#include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
-#include "client.h"
-#include "process.h"
+#include "endpoint.h"
+#include "support/process.h"
+#include "support/pty.h"
+#include "support/tempdir.h"
 
 namespace kelp::bench {
 
-enum class Relaying { kDirect, kOneThread, kTwoThreads, kContract, kSocat, kSer2net, kKelp };
-
 struct Subject {
-    Relaying relaying = Relaying::kDirect;
+    std::string who;  // as in docs/performance.md
     Transport transport = Transport::kLocal;
-    bool kept = true;  // the connection to the peer, of those who serve single commands
-    // Of kelp and the contract's relay: "null" or "filtered", of kelp also "file"; "again".
-    std::string log = "";
-
-    std::string Who() const;  // as the tables show it: "kelp, log to a file"
-    std::string Key() const;  // "kelp-file/tcp/kept"
+    bool kept = true;  // the connection to the peer; otherwise one for each command
 };
 
-// What all measurements of a run share.
+// What all subjects share: a directory, the echo peer, and kelp's UART, which nobody talks to.
 struct Environment {
-    std::string self;  // this program
-    std::string kelp;  // the daemon
-    std::string directory;
-    std::string peerName;  // of the echo peer's local socket
-    int peerPort = 0;
-    int peerMaster = -1;     // terminal whose other end is the peer
-    std::string uartDevice;  // of kelp, which nobody talks to
-    Process peer;
+    const TempDir directory;
+    const std::string peer = directory.Path("peer");
+    const int port = test::FreePort();
+    test::Pty line, uart;
+    const test::Process echo{{BARE_RELAY, "echo", peer, std::to_string(port), line.Device()},
+                             "/dev/null"};
 };
 
-// Where clients find one relay: every relay has its own, so that several can run side by side.
-class Front {
+// A client of a subject: one connection, the same code whatever the subject is.
+class Client {
   public:
-    // `number` tells those that exist at the same time apart.
-    Front(const Environment& environment, size_t number);
-    ~Front();
-    Front(const Front&) = delete;
-    Front& operator=(const Front&) = delete;
-
-    const std::string mLocal;
-    const int mPort;
-    int mMaster = -1;  // terminal whose other end is the relay
-    std::string mDevice;
+    Client(UniqueFd fd, bool isTty) : mFd(std::move(fd)), mIsTty(isTty) {}
+    // False when less than `answerBytes` have come after five seconds.
+    bool Exchange(std::string_view data, size_t answerBytes) {
+        return Send(data) && Receive(answerBytes);
+    }
+    bool Send(std::string_view data);
+    bool Receive(size_t bytes);
 
   private:
-    int mKeptOpen = -1;
+    UniqueFd mFd;
+    bool mIsTty;
 };
 
-// All that this machine can measure, in a fixed order; what it lacks is told on standard output.
-std::vector<Subject> AllSubjects();
+// A subject that runs, at an address of its own; of kelp there can be only one at a time.
+class Running {
+  public:
+    // `number` tells apart those that run at the same time.
+    Running(const Subject& subject, Environment& environment, size_t number);
 
-// The road through the subject, once it runs.
-Road RoadOf(const Subject& subject, const Environment& environment, const Front& front);
+    // Waits until the subject listens.
+    std::unique_ptr<Client> Connect();
+    // The relay and what it has forked; none of the direct exchange.
+    std::vector<pid_t> Pids() const;
+    // What one command, as sent, brings back.
+    size_t AnswerBytes() const;
 
-// Starts the subject's relay (nothing for the direct exchange). It need not be ready yet. Only one
-// kelp can run at a time.
-bool StartRelay(const Subject& subject, const Environment& environment, const Front& front,
-                Process& relay);
+    static constexpr std::string_view kCommand = "AT+WIFI=0123456\r\n";
 
-bool Installed(const std::string& program);
+  private:
+    // The program and its arguments.
+    std::vector<std::string> Words() const;
+
+    const Subject mSubject;
+    Environment& mEnvironment;
+    const std::string mPath;
+    const int mPort = test::FreePort();
+    test::Pty mLine;
+    std::unique_ptr<test::Process> mRelay;
+};
 
 }  // namespace kelp::bench

@@ -1,10 +1,8 @@
 // Stations at their worst: amounts and slowness.
 
 #include <array>
-#include <thread>
 
 #include "support/bench.h"
-#include "support/wait.h"
 
 namespace kelp::test {
 namespace {
@@ -52,30 +50,6 @@ TEST_F(Endurance, SixThousandCommandsBeforeAnyReadingAreAnsweredInOrder) {
         ASSERT_TRUE(wcn->WaitForRequest(request));
         EXPECT_TRUE(station.Answers("", answers));
     }
-}
-
-TEST_F(Endurance, OneLongBurstCostsNoMoreThanItsParts) {
-    Start(false, kTail, {"ANDROID_LOG_TAGS=*:S"});
-    Station station = Station::Local();
-    const auto cpuMs = [&](size_t commands) {
-        std::string requests, answers;
-        for (size_t i = 0; i < commands; ++i) {
-            requests += "AT+X\r\n";
-            answers += Unsupported("AT+X");
-        }
-        const int64_t before = mKelp->CpuMs();
-        std::thread sender([&] { EXPECT_TRUE(station.Send(requests)); });
-        EXPECT_TRUE(station.Receive(answers.size()) == answers);
-        sender.join();
-        return mKelp->CpuMs() - before;
-    };
-    constexpr size_t kQuarter = (256 << 10) / 6;
-    int64_t parts = 0;
-    for (int i = 0; i < 4; ++i) {
-        parts += cpuMs(kQuarter);
-    }
-    // Quadratic cost would be four times as much.
-    EXPECT_LT(cpuMs(4 * kQuarter), parts * 5 / 2 + 50) << parts;
 }
 
 }  // namespace

@@ -1,0 +1,194 @@
+#!/usr/bin/env python3
+"""Measures kelp beside other relays, and writes tables and the data of a picture.
+
+Usage: run.py MEASURE OUT [--smoke] [--seconds=N] [--only=TEXT,...]
+
+scripts/bench starts it. MEASURE is the program kelp-measure, OUT a directory; --only takes the
+subjects whose name and road hold one of the texts, such as "kelp-file tcp". No round begins later
+than N seconds after the first of its placement.
+"""
+import argparse
+import collections
+import datetime
+import os
+import pathlib
+import platform
+import statistics
+import subprocess
+import sys
+import time
+
+REFERENCE = "contract"
+BYTE_RELAYS = ("direct", "socat", "ser2net")  # they know no commands
+KELP = ("kelp-filtered", "kelp-file")
+SUBJECTS = ("direct", "one-thread", REFERENCE, *KELP, "socat", "ser2net", "python")
+ROADS = [f"{road} {mode}" for mode in ("kept", "per-request") for road in ("local", "tcp", "pty")]
+LOCAL_ROADS = [road for road in ROADS if road.startswith("local")]
+LAST_CORE = str(max(os.sched_getaffinity(0)))
+PLACEMENTS = {"one core": (["taskset", "-c", LAST_CORE], 110), "scheduler": ([], 60)}  # seconds
+COSTS = {
+    "p99_us": ("p99, µs", 1),
+    "cpu_us": ("processor time, µs", 1),
+    "pipelined": ("commands/s, 16 in one write", 0),
+    "four_clients": ("commands/s, four clients", 0),
+    "switches": ("context switches", 1),
+    "calls": ("system calls", 1),
+    "rss_kib": ("resident, KiB", 0),
+}
+BUDGET = 1.08
+
+
+def text(values, digits):
+    return f"{statistics.median(values):.{digits}f}" if values else "–"
+
+
+def table(rows):
+    rows.insert(1, ["---"] * len(rows[0]))
+    return "\n".join("| " + " | ".join(row) + " |" for row in rows)
+
+
+def exists(subject, road):
+    if subject in BYTE_RELAYS and not road.endswith("kept"):
+        return False
+    return (subject, road) != ("ser2net", "pty kept")  # it accepts from networks only
+
+
+class Run:
+    def __init__(self, options):
+        self.options = options
+        self.visits = collections.Counter()
+        self.failures = 0
+        self.values = collections.defaultdict(list)  # by placement, road, subject and figure
+        self.ratios = collections.defaultdict(list)
+
+    def wanted(self, subject, road):
+        texts = self.options.only.split(",")
+        return exists(subject, road) and any(text in f"{subject} {road}" for text in texts)
+
+    def visit(self, placement, what, road, subjects):
+        prefix = PLACEMENTS[placement][0]
+        command = [*prefix, self.options.measure, what, *road.split(), *subjects]
+        result = subprocess.run(command, stdout=subprocess.PIPE, text=True, check=False)
+        self.failures += result.returncode != 0
+        for line in result.stdout.splitlines():
+            subject, figure, value, *ratio = line.split("\t")
+            self.values[placement, road, subject, figure].append(float(value))
+            if ratio:
+                self.ratios[placement, road, subject, figure].append(float(ratio[0]))
+
+    def measure(self, placement):
+        # Side by side with the reference, and one kelp at a time.
+        groups = []
+        for road in ROADS:
+            most = [s for s in SUBJECTS if s not in (REFERENCE, KELP[1])]
+            for group in (most, KELP[1:]):
+                group = [s for s in group if self.wanted(s, road)]
+                if group:
+                    groups.append((road, [REFERENCE, *group]))
+        if not groups:
+            sys.exit("nothing to measure")
+        seconds = self.options.seconds or PLACEMENTS[placement][1]
+        end = time.monotonic() + (0 if self.options.smoke else seconds)
+        rounds = 0
+        while rounds == 0 or time.monotonic() < end:
+            for road, subjects in groups:
+                self.visit(placement, "1" if self.options.smoke else "10", road, subjects)
+            rounds += 1
+            groups.append(groups.pop(0))  # none always follows the same other
+        self.visits[placement] = rounds
+
+    def count_calls(self):
+        for road in LOCAL_ROADS:
+            subjects = [s for s in SUBJECTS if s != "direct" and self.wanted(s, road)]
+            if subjects:
+                self.visit("one core", "calls", road, subjects)
+
+    def find(self, *key, digits):
+        return text(self.values.get(key), digits)
+
+    def budget(self):
+        ratios = {}
+        for road in ROADS:
+            found = self.ratios.get(("one core", road, KELP[0], "p50_us"))
+            if found and not road.startswith("pty"):
+                ratios[road] = statistics.median(found)
+        if not ratios:
+            return "kelp with the log filtered was not measured on a socket."
+        worst = max(ratios.values())
+        return (
+            "**Round trip p50 of kelp (log filtered) over the bare relay with the contract's "
+            f"system calls, sockets, one core: {worst:.2f}** at most "
+            f"({', '.join(f'{road} {ratio:.2f}' for road, ratio in ratios.items())}); "
+            f"budget {BUDGET}, {'kept' if worst <= BUDGET else 'EXCEEDED'}."
+        )
+
+    def round_trips(self, placement):
+        rows = [["", *ROADS]]
+        for subject in SUBJECTS:
+            rows.append([subject])
+            for road in ROADS:
+                key = (placement, road, subject, "p50_us")
+                ratio = self.ratios.get(key)
+                over = f" ({text(ratio, 2)})" if ratio else ""
+                rows[-1].append(self.find(*key, digits=1) + over)
+        return table(rows)
+
+    def costs(self):
+        rows = [["", *(name for name, _ in COSTS.values())]]
+        for road in LOCAL_ROADS:
+            for subject in SUBJECTS:
+                if ("one core", road, subject, "p50_us") in self.values:
+                    rows.append([f"{subject}, {road}"])
+                    for figure, (_, digits) in COSTS.items():
+                        rows[-1].append(self.find("one core", road, subject, figure, digits=digits))
+        return table(rows)
+
+    def report(self):
+        smoke = " A smoke run: its figures mean nothing." if self.options.smoke else ""
+        return "\n\n".join(
+            (
+                "![Round trips](round-trips.svg)",
+                f"Measured {datetime.date.today()} on {os.cpu_count()} cores "
+                f"({platform.machine()}, {platform.system()} {platform.release()}); "
+                f"{self.visits['one core']} visits on one core, {self.visits['scheduler']} where "
+                f"the scheduler places; {self.failures} failed.{smoke}",
+                self.budget(),
+                f"Round trip p50 in microseconds, on one core; in brackets over `{REFERENCE}`:",
+                self.round_trips("one core"),
+                "The same where the scheduler places the processes:",
+                self.round_trips("scheduler"),
+                "Costs per command on the local socket, one core:",
+                self.costs() + "\n",
+            )
+        )
+
+    def picture(self):
+        # A block for each placement, a row for each road, a column for each subject.
+        blocks = []
+        for placement in PLACEMENTS:
+            rows = ["\t".join(("road", *SUBJECTS))]
+            for road in ROADS:
+                values = (self.find(placement, road, s, "p50_us", digits=2) for s in SUBJECTS)
+                rows.append("\t".join((road, *values)))
+            blocks.append("\n".join(rows))
+        return "\n\n\n".join(blocks) + "\n"
+
+
+def main():
+    parser = argparse.ArgumentParser(usage=__doc__)
+    parser.add_argument("measure")
+    parser.add_argument("out", type=pathlib.Path)
+    parser.add_argument("--smoke", action="store_true")
+    parser.add_argument("--seconds", type=int)
+    parser.add_argument("--only", default="")
+    run = Run(parser.parse_args())
+    for placement in PLACEMENTS:
+        run.measure(placement)
+    run.count_calls()
+    (run.options.out / "results.md").write_text(run.report())
+    (run.options.out / "round-trips.dat").write_text(run.picture())
+    print(run.report(), end="")
+    sys.exit(1 if run.failures else 0)
+
+
+main()
