@@ -3,6 +3,7 @@
 #include <errno.h>
 #include <signal.h>
 #include <string.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -88,7 +89,8 @@ class Program {
 
     const kelp::tools::SendOptions& mOptions;
     kelp::tools::Station mStation;
-    int mExitStatus = -1;  // the worst; nothing was sent yet
+    const bool mForEyes = isatty(STDOUT_FILENO) == 1;  // standard output is a terminal
+    int mExitStatus = -1;                              // the worst; nothing was sent yet
     bool mPrinted = true;
 };
 
@@ -155,6 +157,8 @@ bool Program::Send(const std::string& command) {
     }
     if (mOptions.json) {
         PrintObject(command, exchange.answer, info.name, exchange.milliseconds);
+    } else if (mForEyes && !exchange.answer.empty() && exchange.answer.back() != '\n') {
+        Print("\n");
     }
     Explain(command, exchange);
     mExitStatus = std::max(mExitStatus, info.exitStatus);
