@@ -1,6 +1,6 @@
 #include "send/answerjudge.h"
 
-#include <strings.h>
+#include <string.h>
 
 #include <algorithm>
 #include <utility>
@@ -35,13 +35,6 @@ bool SameText(std::string_view a, std::string_view b) {
     return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
 }
 
-std::string Upper(std::string text) {
-    for (char& c : text) {
-        c = c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
-    }
-    return text;
-}
-
 bool IsErrorLine(std::string_view line) {
     return line == "ERROR" || BeginsWith(line, "+CME ERROR:") || BeginsWith(line, "+CMS ERROR:");
 }
@@ -53,15 +46,13 @@ bool IsResultLine(std::string_view line) {
 }  // namespace
 
 AnswerJudge::AnswerJudge(std::string command, Expectation expectation)
-    : mCommand(std::move(command)),
-      mUpperCommand(Upper(mCommand)),
-      mExpectation(std::move(expectation)) {}
+    : mCommand(std::move(command)), mExpectation(std::move(expectation)) {}
 
 bool AnswerJudge::IsReport(std::string_view line) const {
     const std::string_view name = line.substr(0, line.find(':'));
     return name.size() > 1 && name.size() < line.size() && Contains("+^$#%*", name.substr(0, 1)) &&
            name.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_", 1) == name.npos &&
-           !Contains(mUpperCommand, name);
+           strcasestr(mCommand.c_str(), std::string(name).c_str()) == nullptr;
 }
 
 AnswerJudge::Parts AnswerJudge::Split() const {

@@ -57,7 +57,6 @@ class AnswerJudge {
     bool IsError(std::string_view answer) const;
 
     const std::string mCommand;
-    const std::string mUpperCommand;
     const Expectation mExpectation;
     std::string mAnswer;
 };
