@@ -17,7 +17,7 @@ namespace {
 std::string WithoutControls(std::string_view bytes) {
     std::string shown;
     for (const char c : bytes) {
-        const bool isControl = (c >= 0 && c < ' ') || c == 0x7f;
+        const bool isControl = static_cast<unsigned char>(c) < ' ' || c == 0x7f;
         const bool isLayout = c == '\r' || c == '\n' || c == '\t';
         shown += isControl && !isLayout ? Printable({&c, 1}) : std::string(1, c);
     }
