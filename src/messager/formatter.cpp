@@ -38,11 +38,16 @@ void Formatter::SetResponse(const char* data, int length) {
     AppendBytes(mResCommand, data, length);
 }
 
+bool Formatter::Matches(const Command& command) const {
+    const std::string_view request = View(command.mRequest);
+    return !mReqCommand.empty() && View(mReqCommand).substr(0, request.size()) == request;
+}
+
 void Formatter::GetResponse(Command* command) {
     const std::vector<char>& request = *command->GetRequest();
     std::vector<char>& answer = *command->GetResponse();
     answer = request;
-    if (mReqCommand.empty() || View(mReqCommand).substr(0, request.size()) != View(request)) {
+    if (!Matches(*command)) {
         // The code in digits, where other errors have their text: stations know it that way.
         Append(answer, kEmptyLine);
         Append(answer, std::to_string(kErrorMismatch));

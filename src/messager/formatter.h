@@ -21,6 +21,9 @@ class Formatter {
     void SetRequest(const char* data, int length);
     void SetResponse(const char* data, int length);
 
+    // Whether the stored request begins with the command's: whether the answer is to it.
+    bool Matches(const Command& command) const;
+
     // Replaces the command's response with the whole answer: the echo of its request, the value
     // line or error line, and OK or ERROR. An answer text that contains the request is a whole
     // answer itself and goes out as it is. A stored request that does not begin with the command's

@@ -7,6 +7,7 @@
 #include "config/configmanager.h"
 #include "main/errorcode.h"
 #include "messager/messagermanager.h"
+#include "messager/peeranswer.h"
 #include "platform/errortext.h"
 #include "platform/log.h"
 #include "processor/command.h"
@@ -28,14 +29,13 @@ bool HasPrefix(std::string_view request, std::string_view entry) {
 
 }  // namespace
 
-Messager::Messager(MessagerManager* manager, const std::string& name,
-                   LocalSocketClient::Reopen reopen)
+Messager::Messager(MessagerManager* manager, const std::string& name)
     : mTimeout(manager->GetModuleByName(name)->timeout),
       mManager(manager),
       mModuleName(name),
       mSocketPath(manager->GetModuleByName(name)->path),
       mModuleInfo(manager->GetModuleByName(name)),
-      mClient(std::make_shared<LocalSocketClient>(mSocketPath, reopen)) {
+      mClient(std::make_shared<LocalSocketClient>(mSocketPath)) {
     if (mModuleInfo->keepAlive) {
         mFd = Connect();
     }
@@ -43,10 +43,6 @@ Messager::Messager(MessagerManager* manager, const std::string& name,
 
 ConfigManager* Messager::GetConfigManager() const {
     return mManager->GetConfigManager();
-}
-
-void Messager::Disconnect(int&) {
-    mClient->sclose();
 }
 
 bool Messager::isSupportCmd(const char* data, int length) const {
@@ -76,58 +72,68 @@ bool Messager::isSupportCmd(const char* data, int length) const {
 int32_t Messager::Send(Command* command) {
     if (mFd == -1) {
         KLOG(kLogDebug) << mModuleName << " socket pause. connect now";
-        if (mClient->sopen() == -1) {
+        if (Connect() == -1) {
             return -1;
         }
+    } else if (DropStaleBytes(*mClient) != LocalResult::kDone) {
+        mClient->sclose();
     }
-    // A failure shows in the result of the following sreceive.
-    mClient->ssend(*command->GetRequest());
+    // A peer that went away shows when it is written to at the latest.
+    LocalResult result = mClient->ssend(*command->GetRequest());
+    if (result == LocalResult::kLost || result == LocalResult::kClosed) {
+        mClient->sclose();
+        Connect();
+        result = mClient->ssend(*command->GetRequest());
+    }
+    if (result != LocalResult::kDone) {
+        mClient->sclose();
+    }
     return mClient->Descriptor();
 }
 
 int Messager::Receive(Command* command, int, int seconds) {
-    struct timeval timeout = {};
-    timeout.tv_sec = seconds;
-    const int result = ReceiveInto(*mClient, *command->GetResponse(), timeout);
-    if (mFd == -1) {
-        mClient->sclose();
+    std::vector<char>& response = *command->GetResponse();
+    bool whole = true;
+    const LocalResult received = ReceiveAnswer(*mClient, response, seconds, {}, whole);
+    const int result = ToErrorCode(received);
+    if (result != kSuccess) {
+        ReportReceiveError(result, &response);
+    }
+    if (mFd == -1 || result != kSuccess || !whole) {
+        int fd = mFd;
+        Disconnect(fd);
     }
     return result;
 }
 
-int Messager::ReceiveInto(LocalSocketClient& client, std::vector<char>& bytes,
-                          struct timeval timeout) {
-    const int result = client.sreceive(bytes, timeout);
-    if (result != 0) {
-        char text[513] = {};
-        GetStringByErrCode(result, kErrorBase, text);
-        KLOG_AS("Receive", kLogDebug) << mModuleName << "-->Receive error (" << text << ")";
-        bytes.insert(bytes.end(), text, text + strlen(text));
+void Messager::ReportReceiveError(int result, std::vector<char>* answer) const {
+    char text[513] = {};
+    GetStringByErrCode(result, kErrorBase, text);
+    KLOG_AS("Receive", kLogDebug) << mModuleName << "-->Receive error (" << text << ")";
+    if (answer != nullptr) {
+        answer->insert(answer->end(), text, text + strlen(text));
     }
-    return result;
 }
 
 unsigned Messager::SendMessager(Command* command, void* processor) {
     return mManager->HandleResponse(command, processor);
 }
 
-void Messager::DropStaleBytes() {
-    const size_t dropped = mClient->Discard();
+LocalResult Messager::DropStaleBytes(LocalSocketClient& client, size_t dropped) {
+    const LocalResult result = client.Discard(dropped);
     if (dropped > 0) {
         KLOG(kLogError) << mModuleName << "-->dropped " << dropped
                         << " bytes of an earlier exchange";
     }
+    return result;
 }
 
 unsigned Messager::Exchange(Command* command, void* processor, bool reopen) {
     {
         TurnHolder turn(mExchange);
-        // Not held: the console is being stopped, and nobody is left to read an answer.
         if (turn.Held()) {
             if (mFd == -1 && reopen) {
                 mFd = Connect();
-            } else if (mFd != -1) {
-                DropStaleBytes();
             }
             const int32_t sent = Send(command);
             Receive(command, sent, 0);

@@ -23,8 +23,7 @@ class Messager {
   public:
     // The configuration record `name` must exist. With keep-alive the peer is connected at once;
     // when that fails the module connects for each request.
-    Messager(MessagerManager* manager, const std::string& name,
-             LocalSocketClient::Reopen reopen = LocalSocketClient::Reopen::kOnSend);
+    Messager(MessagerManager* manager, const std::string& name);
     virtual ~Messager() = default;
     Messager(const Messager&) = delete;
     Messager& operator=(const Messager&) = delete;
@@ -44,28 +43,36 @@ class Messager {
     ConfigManager* GetConfigManager() const;
 
   protected:
+    // The exchange of those who ask and wait for the answer, on mClient: one thread at a time.
+
     // sopen on the client: the descriptor or -1. The caller stores it in mFd.
     int Connect() { return mClient->sopen(); }
-    void Disconnect(int& fd);
+    // sclose on the client.
+    void Disconnect(int&) { mClient->sclose(); }
 
-    // Writes the request as it is, on a connection of its own when mFd is -1. Returns -1 when there
-    // is none; any other value only says that the request was sent or that Receive will tell why
-    // not.
+    // Writes the request as it is, on a connection of its own when mFd is -1. A connection that
+    // turns out to be lost is opened once more. Returns -1 when there is none; any other value only
+    // says that the request was sent or that Receive will tell why not.
     int32_t Send(Command* command);
     // Appends the peer's answer to the response, or the text of the error that came instead, and
-    // closes a connection of its own. `seconds` 0 waits without limit. Returns the client's result.
+    // closes a connection of its own, and one whose late bytes would be taken for the next answer.
+    // `seconds` 0 waits without limit. Returns 0, 1, 6002 or 6005.
     int Receive(Command* command, int descriptor, int seconds);
-    // The part of the two above that does not depend on who owns the connection: appends what
-    // `client` receives to `bytes`, or the text of the error, which is logged.
-    int ReceiveInto(LocalSocketClient& client, std::vector<char>& bytes, struct timeval timeout);
     // Hands the answered command to the console. 0, or 6008, and then the command is still the
     // caller's.
     unsigned SendMessager(Command* command, void* processor);
 
     // One whole exchange, while no other console of this module is in one, and the hand-back of
     // what came of it. `reopen` says whether a kept connection that failed to open is tried again
-    // first.
+    // first. On a console that is ordered to stop nothing is exchanged.
     unsigned Exchange(Command* command, void* processor, bool reopen);
+
+    // Drops what a kept connection holds before a request is written to it, and logs how much it
+    // was, `dropped` bytes that the caller has dropped included. Returns what Discard does.
+    LocalResult DropStaleBytes(LocalSocketClient& client, size_t dropped = 0);
+
+    // Logs why an exchange has failed, and appends the text of it to `answer` if there is one.
+    void ReportReceiveError(int result, std::vector<char>* answer = nullptr) const;
 
     std::atomic<int> mFd{-1};  // the kept connection; -1: connect for each request
     const int mTimeout;        // seconds, as configured; for subclasses
@@ -73,11 +80,11 @@ class Messager {
     const std::string mModuleName;
     const std::string mSocketPath;
     const ModuleInfo* const mModuleInfo;  // in the configuration
-    const std::shared_ptr<LocalSocketClient> mClient;
+    // Null in modules whose requests and answers are on two threads: they take the first connection
+    // over, and every later one is an object of its own.
+    std::shared_ptr<LocalSocketClient> mClient;
 
   private:
-    void DropStaleBytes();
-
     Turn mExchange;  // held over one exchange; nothing else is taken before it
 };
 

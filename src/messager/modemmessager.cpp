@@ -1,6 +1,10 @@
 #include "messager/modemmessager.h"
 
+#include <utility>
+
 #include "main/errorcode.h"
+#include "messager/peeranswer.h"
+#include "platform/clock.h"
 #include "platform/log.h"
 #include "processor/clienthandle.h"
 #include "processor/command.h"
@@ -11,6 +15,7 @@ namespace {
 
 constexpr int kMaxRetries = 20;
 constexpr int kRetryPauseMs = 1000;
+constexpr size_t kMaxMessageBytes = 256u << 10;  // the rest is simply the next message
 // Results of an exchange that mean a lost connection.
 constexpr int kResultLost = 1;
 constexpr int kResultInterrupted = 4;
@@ -25,7 +30,8 @@ Messager* ModemMessager::Create(MessagerManager* manager, std::string name) {
 }
 
 ModemMessager::ModemMessager(MessagerManager* manager, const std::string& name)
-    : Messager(manager, name, LocalSocketClient::Reopen::kOnReceive),
+    : Messager(manager, name),
+      mConnection(std::move(mClient)),
       mRunnable(new ModemMsgRunnable(this)),
       mThread(new Thread(mRunnable.get(), name)) {
     mThread->Start();
@@ -36,16 +42,46 @@ ModemMessager::~ModemMessager() {
     mThread->Stop();
 }
 
-void ModemMessager::ConnectOnce() {
-    TurnHolder turn(mConnecting);
-    if (turn.Held() && mFd == -1) {
-        mFd = Connect();
+ModemMessager::Connection ModemMessager::Current() {
+    MutexLock lock(mMutex);
+    return mConnection;
+}
+
+// Whether there is a connection, after an attempt to open one if need be. The caller holds
+// mWriting, so there is one attempt at a time.
+bool ModemMessager::Open() {
+    if (Current()->Descriptor() != -1) {
+        return true;
+    }
+    auto opened = std::make_shared<LocalSocketClient>(mSocketPath);
+    const int fd = opened->sopen();
+    if (fd == -1) {
+        return false;
+    }
+    mFd = fd;
+    MutexLock lock(mMutex);
+    mConnection = std::move(opened);
+    return true;
+}
+
+// Any thread; one that still waits on the connection sees its end.
+void ModemMessager::Drop(const Connection& lost) {
+    lost->Shutdown();
+    auto none = std::make_shared<LocalSocketClient>(mSocketPath);
+    MutexLock lock(mMutex);
+    if (mConnection == lost) {
+        mConnection = std::move(none);
     }
 }
 
 bool ModemMessager::TryConnect() {
     while (mFd == -1) {
-        ConnectOnce();
+        {
+            TurnHolder turn(mWriting);
+            if (turn.Held()) {
+                Open();
+            }
+        }
         if (!Thread::SleepMs(kRetryPauseMs) || sConnectCount.fetch_sub(1) == 0) {
             break;
         }
@@ -54,42 +90,82 @@ bool ModemMessager::TryConnect() {
     if (mFd != -1) {
         return true;
     }
-    KLOG(kLogError) << "reach max count(20). Connect fail.";
+    if (mRunning) {
+        KLOG(kLogError) << "reach max count(20). Connect fail.";
+    }
     return false;
 }
 
 void ModemMessager::Run() {
     while (mRunning) {
-        if (!TryConnect()) {
+        if (!TryConnect() && mRunning.exchange(false)) {
             KLOG(kLogError) << "Connect Fail. Exit!!!";
-            mRunning = false;
         }
+        Connection connection = Current();
         auto command = std::make_unique<Command>();
-        const int result = Receive(command.get(), mFd, 0);
-        if (result == kResultInterrupted || result == kResultLost) {
+        const int result = ReceiveMessage(*connection, *command);
+        if (Thread::StopRequested()) {
+            break;
+        }
+        if (result == kResultInterrupted || result == kResultLost ||
+            (result == kErrorInvalidDescriptor && mFd != -1)) {
             command.reset();
-            int fd = mFd;
-            Disconnect(fd);
-            // mFd stays: the client reopens the connection by itself.
-            KLOG(kLogError) << "disconnect ,retry:" << fd;
+            Drop(connection);
+            connection.reset();
+            // mFd stays.
+            KLOG(kLogError) << "disconnect ,retry:" << mFd.load();
+            AwaitConnection();
         } else {
             Relay(std::move(command));
+            if (result != kSuccess) {
+                Pace();
+            }
         }
     }
-    int fd = mFd;
-    Disconnect(fd);
+    Drop(Current());
     // Given up, or destroyed: the thread ends here.
     mThread->Stop();
+}
+
+int ModemMessager::ReceiveMessage(LocalSocketClient& connection, Command& command) {
+    bool whole;
+    std::vector<char>& message = *command.GetResponse();
+    const int result =
+        ToErrorCode(ReceiveAnswer(connection, message, 0, {0, kMaxMessageBytes}, whole));
+    if (result != kSuccess && !Thread::StopRequested()) {
+        ReportReceiveError(result, &message);
+    }
+    return result;
+}
+
+// Returns when there is a connection again, or the thread is asked to stop.
+void ModemMessager::AwaitConnection() {
+    while (Pace()) {
+        TurnHolder turn(mWriting);
+        if (turn.Held() && Open()) {
+            return;
+        }
+    }
+}
+
+// Lets the thread go on at most once a second: whatever the daemon does, only messages come
+// faster. False when it is asked to stop.
+bool ModemMessager::Pace() {
+    const int64_t waitMs = mNextTryMs - MonotonicMs();
+    const bool on =
+        waitMs <= 0 ? !Thread::StopRequested() : Thread::SleepMs(static_cast<int>(waitMs));
+    mNextTryMs = MonotonicMs() + kRetryPauseMs;
+    return on;
 }
 
 void ModemMessager::Relay(std::unique_ptr<Command> command) {
     Last last;
     {
-        MutexLock lock(mLastMutex);
+        MutexLock lock(mMutex);
         last = mLast;
     }
-    command->mClientFd = last.clientFd;
-    command->mClient = last.client;
+    command->mClientFd = last.client != nullptr ? last.client->Number() : -1;
+    command->mClient = std::move(last.client);
     Command* const handed = command.release();  // the console's, unless it is refused
     if (SendMessager(handed, last.processor) != kSuccess) {
         delete handed;
@@ -103,21 +179,49 @@ unsigned ModemMessager::HandleMessager(Command* command, void* processor) {
     }
     const std::unique_ptr<Command> owned(command);
     KLOG(kLogDebug) << " <<<<<<<";
-    ConnectOnce();
-    {
-        // The client is kept open for what the daemon will say, even when it has half-closed; once
-        // the module has given up there will be nothing.
-        Last last = {processor, command->mClientFd, mRunning ? command->mClient : nullptr};
-        MutexLock lock(mLastMutex);
-        std::swap(mLast, last);
+    // Held over all of it: who is stored last has written last.
+    TurnHolder turn(mWriting);
+    if (turn.Held()) {
+        if (mFd == -1) {
+            Open();
+        }
+        Remember(processor, *command);
+        std::vector<char>& request = *command->GetRequest();
+        request.push_back('\r');
+        request.push_back('\n');
+        DUMPLOG(kLogTag, "HandleMessager", request.data(), request.size());
+        Write(*command);
     }
-    std::vector<char>& request = *command->GetRequest();
-    request.push_back('\r');
-    request.push_back('\n');
-    DUMPLOG(kLogTag, "HandleMessager", request.data(), request.size());
-    Send(command);
     KLOG(kLogDebug) << " >>>>>>>";
     return kSuccess;
+}
+
+void ModemMessager::Remember(void* processor, const Command& command) {
+    // The handle is kept for what the daemon will say, even when the client has half-closed: its
+    // number alone could come to mean somebody else. Once the module has given up there is nothing
+    // to say.
+    Last last = {processor, mRunning ? command.mClient : nullptr};
+    MutexLock lock(mMutex);
+    std::swap(mLast, last);
+}
+
+void ModemMessager::Write(Command& command) {
+    const std::vector<char>& request = *command.GetRequest();
+    if (mFd == -1) {
+        KLOG_AS("Send", kLogDebug) << mModuleName << " socket pause. connect now";
+    }
+    Connection connection = Current();
+    LocalResult result = connection->ssend(request);
+    if (result == LocalResult::kLost) {
+        Drop(connection);
+    }
+    if ((result == LocalResult::kLost || result == LocalResult::kClosed) && Open()) {
+        connection = Current();
+        result = connection->ssend(request);
+    }
+    if (result == LocalResult::kCut) {
+        Drop(connection);
+    }
 }
 
 }  // namespace kelp

@@ -16,7 +16,8 @@ class ClientHandle;
 
 // Requests are written on the console's receive thread and forgotten. A thread of the module's own
 // reads what the daemon sends, answer or unsolicited report, and hands each message to the console
-// and client that spoke to the module last.
+// and client that spoke to the module last. A lost connection is opened again by whoever notices
+// first: a request tries once, the thread about once a second until there is one.
 class ModemMessager : public Messager {
   public:
     // The new module belongs to the caller; its thread is running.
@@ -37,23 +38,32 @@ class ModemMessager : public Messager {
 
   private:
     using ModemMsgRunnable = MemberRunnable<ModemMessager, &ModemMessager::Run>;
+    // Shared by the thread that reads it and the one that writes; replaced, never opened again.
+    using Connection = std::shared_ptr<LocalSocketClient>;
 
     // Whom the daemon's messages are for. One value, so that a message never goes to one console
     // with the client of another.
     struct Last {
         void* processor = nullptr;
-        int clientFd = -1;
-        // Keeps the last client's descriptor open until the next request, also when it has left.
-        std::shared_ptr<ClientHandle> client;
+        std::shared_ptr<ClientHandle> client;  // null: nobody, and nothing is written
     };
 
-    void ConnectOnce();
+    Connection Current();
+    bool Open();
+    void Drop(const Connection& lost);
+    int ReceiveMessage(LocalSocketClient& connection, Command& command);
+    void AwaitConnection();
+    bool Pace();
     void Relay(std::unique_ptr<Command> command);
+    void Remember(void* processor, const Command& command);
+    void Write(Command& command);
 
     std::atomic<bool> mRunning{true};
-    Turn mConnecting;  // held over one attempt to connect
-    Mutex mLastMutex;  // a leaf
-    Last mLast KELP_GUARDED_BY(mLastMutex);
+    Turn mWriting;  // held over writing a request, and over opening a connection; before mMutex
+    Mutex mMutex;   // a leaf
+    Connection mConnection KELP_GUARDED_BY(mMutex);  // never null; not open when there is none
+    Last mLast KELP_GUARDED_BY(mMutex);
+    int64_t mNextTryMs = 0;  // of MonotonicMs; the module's thread's own
     const std::unique_ptr<ModemMsgRunnable> mRunnable;
     const std::unique_ptr<Thread> mThread;  // last: it uses all of the above
 };

@@ -1,5 +1,6 @@
 #include "messager/pcbamessager.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "main/errorcode.h"
@@ -8,12 +9,23 @@
 #include "messager/pcbarecord.h"
 #include "platform/clock.h"
 #include "platform/log.h"
+#include "processor/clienthandle.h"
 
 namespace kelp {
 
 namespace {
 
-constexpr int kMaxUnderWay = 256;
+constexpr size_t kMaxPlaces = 256;
+constexpr size_t kMaxPlaceBytes = 4u << 20;
+// Those count, too, that are owed to nobody any more and whose records are still awaited.
+constexpr size_t kMaxUnderWay = 16384;
+constexpr int kWriteMs = 1000;
+constexpr int kRefusedLogPauseMs = 10000;
+
+// Whether the answer could reach nobody: its client is gone, or its console was switched off.
+bool IsAbandoned(const Command& command) {
+    return command.mClient != nullptr && command.mClient->Gone();
+}
 
 }  // namespace
 
@@ -22,15 +34,18 @@ struct PCBAConnection {
     explicit PCBAConnection(std::shared_ptr<LocalSocketClient> socket)
         : client(std::move(socket)) {}
 
-    // No answer can come any more.
-    void Break() {
-        takesRequests = false;
-        client->sclose();
+    // Nothing more is received; what has come is nobody's.
+    void GiveUp() {
+        client->Shutdown();
+        givenUp = true;
+        bytes.clear();
     }
 
     const std::shared_ptr<LocalSocketClient> client;
-    std::vector<char> bytes;                // received, not yet cut; the module's thread's alone
-    std::atomic<bool> takesRequests{true};  // once false, only answers that are due are awaited
+    size_t waiting = 0;  // requests without their records; guarded by the module's mMutex
+    // Both the module's thread's while requests wait, else that of whoever writes the next one.
+    std::vector<char> bytes;  // received, not yet cut into records
+    bool givenUp = false;
 };
 
 Messager* PCBAMessager::Create(MessagerManager* manager, std::string name) {
@@ -38,10 +53,11 @@ Messager* PCBAMessager::Create(MessagerManager* manager, std::string name) {
 }
 
 PCBAMessager::PCBAMessager(MessagerManager* manager, const std::string& name)
-    : Messager(manager, name, LocalSocketClient::Reopen::kNever),
-      mKept(mFd != -1 ? std::make_shared<PCBAConnection>(mClient) : nullptr),
+    : Messager(manager, name),
+      mKept(mFd != -1 ? std::make_shared<PCBAConnection>(std::move(mClient)) : nullptr),
       mRunnable(new PCBAMsgRunnable(this)),
       mThread(new Thread(mRunnable.get(), name)) {
+    mClient.reset();
     mThread->Start();
 }
 
@@ -50,129 +66,286 @@ PCBAMessager::~PCBAMessager() {
     mThread->Stop();
 }
 
-std::shared_ptr<PCBAConnection> PCBAMessager::OpenConnection() {
-    auto client =
-        std::make_shared<LocalSocketClient>(mSocketPath, LocalSocketClient::Reopen::kNever);
-    if (client->sopen() == -1) {
-        return nullptr;
-    }
-    return std::make_shared<PCBAConnection>(std::move(client));
-}
-
-std::shared_ptr<PCBAConnection> PCBAMessager::ConnectionForRequest() {
-    if (mFd == -1) {
-        KLOG_AS("Send", kLogDebug) << mModuleName << " socket pause. connect now";
-        return OpenConnection();
-    }
-    if (mKept == nullptr || !mKept->takesRequests) {
-        mKept = OpenConnection();
-    }
-    return mKept;
-}
-
-// Ends early when the console is being stopped; its request is then one too many, but no more.
-void PCBAMessager::EnterRoom() {
-    MutexLock lock(mRoomMutex);
-    while (mUnderWay >= kMaxUnderWay && Thread::Wait(mRoom, mRoomMutex)) {
-    }
-    ++mUnderWay;
-}
-
-void PCBAMessager::LeaveRoom() {
-    {
-        MutexLock lock(mRoomMutex);
-        --mUnderWay;
-    }
-    mRoom.Signal();
-}
-
 unsigned PCBAMessager::HandleMessager(Command* command, void* processor) {
     auto token = std::make_unique<MessagerToken>();
     token->command.reset(command);
     token->processor = processor;
+    const size_t bytes = command->GetRequest()->size();
+    const int64_t deadlineMs = MonotonicMs() + kWriteMs;
+    if (!TakePlace(bytes)) {
+        Refuse({std::move(token->command), processor}, "too many wait for their answers");
+        return kSuccess;
+    }
     TurnHolder turn(mWriting);
-    EnterRoom();
-    // Not held: the console is being stopped; the request is answered as one that never left.
-    // A kept peer that went away shows when it is written to: one more try on a new connection.
-    for (int tries = 0; turn.Held() && tries < 2; ++tries) {
-        token->connection = ConnectionForRequest();
-        if (token->connection == nullptr) {
-            break;
+    const LocalResult result = turn.Held() ? Write(*token, deadlineMs) : LocalResult::kStopped;
+    if (result == LocalResult::kDone || result == LocalResult::kLost ||
+        result == LocalResult::kClosed) {
+        Enqueue(std::move(token));
+        return kSuccess;
+    }
+    {
+        MutexLock lock(mMutex);
+        GivePlaceBack(bytes);
+    }
+    if (Thread::StopRequested()) {
+        HandBack({std::move(token->command), processor});
+    } else {
+        Refuse({std::move(token->command), processor}, "the daemon does not read");
+    }
+    return kSuccess;
+}
+
+bool PCBAMessager::TakePlace(size_t bytes) {
+    std::vector<Owed> abandoned;
+    bool taken;
+    {
+        MutexLock lock(mMutex);
+        if (!HasPlace(bytes)) {
+            abandoned = TakeAbandoned();
         }
-        LocalSocketClient& client = *token->connection->client;
-        if (client.ssend(*command->GetRequest()) == kSuccess) {
-            token->result = client.Descriptor();
-            break;
+        taken = HasPlace(bytes);
+        if (taken) {
+            ++mPlaces;
+            mPlaceBytes += bytes;
         }
-        token->connection->takesRequests = false;
-        token->connection.reset();
+    }
+    for (Owed& owed : abandoned) {
+        Formatter().GetResponse(owed.command.get());
+        HandBack(std::move(owed));
+    }
+    return taken;
+}
+
+bool PCBAMessager::HasPlace(size_t bytes) const {
+    return mUnderWay.size() < kMaxUnderWay &&
+           (mPlaces == 0 || (mPlaces < kMaxPlaces && mPlaceBytes + bytes <= kMaxPlaceBytes));
+}
+
+void PCBAMessager::GivePlaceBack(size_t bytes) {
+    --mPlaces;
+    mPlaceBytes -= bytes;
+}
+
+// Requests whose answers could reach nobody give their places back. Their tokens stay: on a kept
+// connection their records are still to come; one of their own is closed.
+std::vector<PCBAMessager::Owed> PCBAMessager::TakeAbandoned() {
+    std::vector<Owed> abandoned;
+    for (MessagerToken* token : mUnderWay) {
+        if (token->command != nullptr && IsAbandoned(*token->command)) {
+            GivePlaceBack(token->command->GetRequest()->size());
+            abandoned.push_back({std::move(token->command), token->processor});
+            if (mFd == -1) {
+                token->connection.reset();
+            }
+        }
+    }
+    return abandoned;
+}
+
+// kDone: written on the token's connection. kLost and kClosed: there is no daemon.
+LocalResult PCBAMessager::Write(MessagerToken& token, int64_t deadlineMs) {
+    LocalResult result = LocalResult::kClosed;
+    // A kept daemon that went away shows when it is written to: one more try on a new connection.
+    for (int tries = 0; tries < 2; ++tries) {
+        const std::shared_ptr<PCBAConnection> connection = ConnectionForRequest(deadlineMs);
+        if (connection == nullptr) {
+            return LocalResult::kClosed;
+        }
+        result = DropStale(*connection);
+        if (result == LocalResult::kDone) {
+            result = connection->client->ssend(*token.command->GetRequest(), deadlineMs);
+        }
+        if (result == LocalResult::kDone) {
+            token.connection = connection;
+            token.result = connection->client->Descriptor();
+            return result;
+        }
+        if (result == LocalResult::kLost || result == LocalResult::kCut) {
+            Retire(connection);
+        }
+        if (result != LocalResult::kLost) {
+            return result;
+        }
+    }
+    return result;
+}
+
+std::shared_ptr<PCBAConnection> PCBAMessager::ConnectionForRequest(int64_t deadlineMs) {
+    if (mFd == -1) {
+        KLOG_AS("Send", kLogDebug) << mModuleName << " socket pause. connect now";
+    } else {
+        MutexLock lock(mMutex);
+        if (mKept != nullptr) {
+            return mKept;
+        }
+    }
+    auto client = std::make_shared<LocalSocketClient>(mSocketPath);
+    const int64_t leftMs = std::max<int64_t>(deadlineMs - MonotonicMs(), 0);
+    if (client->sopen(static_cast<int>(leftMs)) == -1) {
+        return nullptr;
+    }
+    auto connection = std::make_shared<PCBAConnection>(std::move(client));
+    if (mFd != -1) {
+        MutexLock lock(mMutex);
+        mKept = connection;
+    }
+    return connection;
+}
+
+// What came while no request was under way answers none.
+LocalResult PCBAMessager::DropStale(PCBAConnection& connection) {
+    {
+        MutexLock lock(mMutex);
+        if (connection.waiting > 0) {
+            return LocalResult::kDone;
+        }
+    }
+    const size_t dropped = connection.bytes.size();
+    connection.bytes.clear();
+    return DropStaleBytes(*connection.client, dropped);
+}
+
+void PCBAMessager::Enqueue(std::unique_ptr<MessagerToken> token) {
+    {
+        MutexLock lock(mMutex);
+        mUnderWay.push_back(token.get());
+        if (token->connection != nullptr) {
+            ++token->connection->waiting;
+        }
     }
     mTokenQueue.enqueue(token.release());
-    return kSuccess;
+}
+
+// Answers a request that is not under way, before those that are.
+void PCBAMessager::Refuse(Owed owed, const char* why) {
+    Formatter().GetResponse(owed.command.get());
+    HandBack(std::move(owed));
+    int64_t refused;
+    {
+        MutexLock lock(mMutex);
+        ++mRefused;
+        const int64_t nowMs = MonotonicMs();
+        if (mRefusedLoggedMs != 0 && nowMs - mRefusedLoggedMs < kRefusedLogPauseMs) {
+            return;
+        }
+        refused = std::exchange(mRefused, 0);
+        mRefusedLoggedMs = nowMs;
+    }
+    KLOG(kLogError) << mModuleName << "-->" << refused << " requests refused: " << why;
+}
+
+// The connection takes no more requests. It is closed with the last token that holds it.
+void PCBAMessager::Retire(const std::shared_ptr<PCBAConnection>& connection) {
+    MutexLock lock(mMutex);
+    if (mKept == connection) {
+        mKept.reset();
+    }
+}
+
+void PCBAMessager::HandBack(Owed owed) {
+    if (SendMessager(owed.command.get(), owed.processor) == kSuccess) {
+        static_cast<void>(owed.command.release());  // the console's now
+    }
 }
 
 void PCBAMessager::Run() {
     while (mRunning) {
-        std::unique_ptr<MessagerToken> token(mTokenQueue.dequeue());
-        if (!mRunning) {
-            break;
+        const std::unique_ptr<MessagerToken> token(mTokenQueue.dequeue());
+        if (mRunning && token != nullptr) {
+            Answer(*token);
         }
-        if (token == nullptr) {
-            continue;
+    }
+}
+
+void PCBAMessager::Answer(MessagerToken& token) {
+    std::shared_ptr<PCBAConnection> connection;
+    {
+        MutexLock lock(mMutex);
+        if (mFd == -1 && (token.command == nullptr || IsAbandoned(*token.command))) {
+            token.connection.reset();
         }
-        Formatter formatter;
-        std::vector<char> record;
-        const int result = token->connection != nullptr ? ReceiveRecord(*token->connection, record)
-                                                        : static_cast<int>(kErrorInvalidDescriptor);
-        if (result != 0) {
-            formatter.SetResult(result);
-        } else {
-            DUMPLOG(kLogTag, "Run", record.data(), record.size());
-            Decode(record, &formatter);
+        connection = token.connection;
+    }
+    std::vector<char> record;
+    int result = kErrorInvalidDescriptor;
+    if (connection != nullptr) {
+        result = ReceiveRecord(*connection, record);
+        if (result != kSuccess) {
+            connection->GiveUp();
+            Retire(connection);
         }
-        formatter.GetResponse(token->command.get());
-        if (SendMessager(token->command.get(), token->processor) == kSuccess) {
-            static_cast<void>(token->command.release());  // the console's now
+    }
+    if (!mRunning) {
+        return;
+    }
+    Formatter formatter;
+    if (result != kSuccess) {
+        ReportReceiveError(result);
+        formatter.SetResult(result);
+    } else {
+        DUMPLOG_AS("Run", kLogTag, "Run", record.data(), record.size());
+        Decode(record, &formatter);
+    }
+    std::unique_ptr<Command> command;
+    {
+        MutexLock lock(mMutex);
+        command = std::move(token.command);
+        if (command != nullptr) {
+            GivePlaceBack(command->GetRequest()->size());
         }
-        token.reset();
-        LeaveRoom();
+    }
+    if (command != nullptr && connection != nullptr && !formatter.Matches(*command)) {
+        // A record too many shifts all that follow; it must not shift later requests', too.
+        Retire(connection);
+    }
+    {
+        MutexLock lock(mMutex);
+        mUnderWay.pop_front();
+        if (connection != nullptr) {
+            --connection->waiting;
+        }
+    }
+    if (command != nullptr) {
+        formatter.GetResponse(command.get());
+        HandBack({std::move(command), token.processor});
     }
 }
 
 // Takes the next record from the connection, put together from as many pieces as it takes within
-// the module's time-out. A result other than 0 ends the connection.
+// the module's time-out. 0 or an error code.
 int PCBAMessager::ReceiveRecord(PCBAConnection& connection, std::vector<char>& record) {
     const int64_t deadlineMs = MonotonicMs() + int64_t{mTimeout} * 1000;
-    int result = 0;
-    while (result == 0) {
+    while (!connection.givenUp) {
         size_t length = 0;
         const std::string_view bytes(connection.bytes.data(), connection.bytes.size());
-        const PCBARecordState state = FindPcbaRecord(bytes, length);
-        if (state == PCBARecordState::kComplete) {
-            const auto end = connection.bytes.begin() + static_cast<ptrdiff_t>(length);
-            record.assign(connection.bytes.begin(), end);
-            connection.bytes.erase(connection.bytes.begin(), end);
-            return 0;
-        }
-        if (state == PCBARecordState::kDamaged) {
-            KLOG(kLogError) << mModuleName << "-->damaged record";
-            result = kErrorMismatch;
-            break;
+        switch (FindPcbaRecord(bytes, length)) {
+            case PCBARecordState::kComplete: {
+                const auto end = connection.bytes.begin() + static_cast<ptrdiff_t>(length);
+                record.assign(connection.bytes.begin(), end);
+                connection.bytes.erase(connection.bytes.begin(), end);
+                return kSuccess;
+            }
+            case PCBARecordState::kDamaged:
+                KLOG(kLogError) << mModuleName << "-->damaged record";
+                return kErrorMismatch;
+            case PCBARecordState::kIncomplete:
+                break;
         }
         struct timeval timeout = {};
         if (mTimeout > 0) {
             const int64_t leftMs = deadlineMs - MonotonicMs();
             if (leftMs <= 0) {
-                result = kErrorTimeOut;
-                break;
+                return kErrorTimeOut;
             }
             timeout.tv_sec = static_cast<time_t>(leftMs / 1000);
             timeout.tv_usec = static_cast<suseconds_t>(leftMs % 1000) * 1000;
         }
-        result = ReceiveInto(*connection.client, connection.bytes, timeout);
+        const LocalResult result = connection.client->sreceive(connection.bytes, timeout);
+        if (result != LocalResult::kDone) {
+            return ToErrorCode(result);
+        }
     }
-    connection.Break();
-    return result;
+    return kErrorInvalidDescriptor;
 }
 
 void PCBAMessager::Decode(std::vector<char>& record, Formatter* formatter) {

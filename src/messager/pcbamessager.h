@@ -2,28 +2,34 @@
 #pragma once
 
 #include <atomic>
+#include <deque>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "messager/messager.h"
+#include "platform/sync.h"
 #include "platform/thread.h"
 #include "platform/turn.h"
 #include "processor/messagequeue.h"
 
 namespace kelp {
 
+class Command;
 class Formatter;
 struct MessagerToken;
 struct PCBAConnection;
 
 // Requests are written on the console's receive thread; a thread of the module's own waits for the
 // answers, in the order in which the requests were written, each on the connection that its request
-// was written on. With keep-alive that is one connection for all, replaced as soon as it is lost,
-// times out or brings a damaged record, so that a late answer never answers a later request;
-// without, one for each request. A console that asks faster than the daemon answers is held up, so
-// that neither memory nor descriptors run out.
+// was written on. With keep-alive that is one connection for all; it takes no more requests once it
+// is lost, timed out, brought a damaged record or one that echoes another request, or got half a
+// request, and is closed when those on it are answered. Without keep-alive each has its own.
+//
+// Requests under way are bounded in number and bytes; what is beyond that, and what the daemon does
+// not take within a second, is answered with the mismatch answer at once. So a console waits for
+// the daemon to read, a second at most, and never for an answer.
 class PCBAMessager : public Messager {
   public:
     // The new module belongs to the caller; its thread is running.
@@ -51,18 +57,42 @@ class PCBAMessager : public Messager {
   private:
     using PCBAMsgRunnable = MemberRunnable<PCBAMessager, &PCBAMessager::Run>;
 
-    std::shared_ptr<PCBAConnection> ConnectionForRequest();
-    std::shared_ptr<PCBAConnection> OpenConnection();
-    void EnterRoom();
-    void LeaveRoom();
+    // A command and the console that gets it back.
+    struct Owed {
+        std::unique_ptr<Command> command;
+        void* processor;
+    };
+
+    // On the consoles' threads.
+    bool TakePlace(size_t bytes);
+    bool HasPlace(size_t bytes) const KELP_REQUIRES(mMutex);
+    std::vector<Owed> TakeAbandoned() KELP_REQUIRES(mMutex);
+    void GivePlaceBack(size_t bytes) KELP_REQUIRES(mMutex);
+    LocalResult Write(MessagerToken& token, int64_t deadlineMs);
+    std::shared_ptr<PCBAConnection> ConnectionForRequest(int64_t deadlineMs);
+    LocalResult DropStale(PCBAConnection& connection);
+    void Enqueue(std::unique_ptr<MessagerToken> token);
+    void Refuse(Owed owed, const char* why);
+
+    // On the module's thread.
+    void Answer(MessagerToken& token);
     int ReceiveRecord(PCBAConnection& connection, std::vector<char>& record);
 
+    void Retire(const std::shared_ptr<PCBAConnection>& connection);
+    void HandBack(Owed owed);
+
     std::atomic<bool> mRunning{true};
-    Turn mWriting;                          // held over writing a request and queuing its token
-    std::shared_ptr<PCBAConnection> mKept;  // under mWriting; null without keep-alive
-    Mutex mRoomMutex;                       // a leaf
-    CondVar mRoom;                          // signalled when a request has been answered
-    int mUnderWay KELP_GUARDED_BY(mRoomMutex) = 0;  // requests whose tokens are not done yet
+    Turn mWriting;  // held over writing a request and queuing its token; before mMutex
+    Mutex mMutex;   // a leaf
+    // Takes requests; null without keep-alive, and when there is none that does.
+    std::shared_ptr<PCBAConnection> mKept KELP_GUARDED_BY(mMutex);
+    // What mTokenQueue holds or held and is not answered yet, in its order. Not owned.
+    std::deque<MessagerToken*> mUnderWay KELP_GUARDED_BY(mMutex);
+    // Of the requests under way that are still owed to somebody, and of those being written.
+    size_t mPlaces KELP_GUARDED_BY(mMutex) = 0;
+    size_t mPlaceBytes KELP_GUARDED_BY(mMutex) = 0;
+    int64_t mRefused KELP_GUARDED_BY(mMutex) = 0;          // since the last record of it
+    int64_t mRefusedLoggedMs KELP_GUARDED_BY(mMutex) = 0;  // 0: never
     MessageQueue<MessagerToken> mTokenQueue;
     const std::unique_ptr<PCBAMsgRunnable> mRunnable;
     const std::unique_ptr<Thread> mThread;  // last: it uses all of the above

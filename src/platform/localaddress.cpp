@@ -11,7 +11,6 @@ namespace kelp {
 
 namespace {
 
-constexpr int kBusyTries = 100;
 constexpr int kBusyPauseMs = 10;
 
 }  // namespace
@@ -34,20 +33,20 @@ bool MakeLocalAddress(const std::string& name, LocalNamespace space, LocalAddres
     return true;
 }
 
-int ConnectLocal(const LocalAddress& address) {
+int ConnectLocal(const LocalAddress& address, int busyMs) {
     UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!fd.Ok()) {
         return -1;
     }
-    for (int tries = 0; connect(fd.Get(), address.Get(), address.length) < 0; ++tries) {
+    for (int waitedMs = 0; connect(fd.Get(), address.Get(), address.length) < 0;) {
         if (errno == EINTR) {
             continue;
         }
         // A full backlog is EAGAIN here, where TCP would say EINPROGRESS.
-        if (errno != EAGAIN || tries >= kBusyTries || !Thread::SleepMs(kBusyPauseMs)) {
+        if (errno != EAGAIN || waitedMs >= busyMs || !Thread::SleepMs(kBusyPauseMs)) {
             return -1;
         }
-        errno = EAGAIN;
+        waitedMs += kBusyPauseMs;
     }
     return fd.Release();
 }

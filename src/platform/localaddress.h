@@ -28,8 +28,8 @@ struct LocalAddress {
 bool MakeLocalAddress(const std::string& name, LocalNamespace space, LocalAddress& out);
 
 // Connects a new stream socket (non-blocking, close-on-exec). Returns the descriptor, which the
-// caller owns, or -1 with errno. A listener whose backlog is full is tried again for up to a
-// second; Thread::Stop ends that.
-int ConnectLocal(const LocalAddress& address);
+// caller owns, or -1 with errno. A listener whose backlog is full is tried again for up to `busyMs`
+// milliseconds; Thread::Stop ends that.
+int ConnectLocal(const LocalAddress& address, int busyMs = 1000);
 
 }  // namespace kelp

@@ -10,8 +10,9 @@ namespace kelp {
 // comes before who comes later.
 class Turn {
   public:
-    // Blocks until the turn is the caller's. False when the calling thread has been asked to stop;
-    // the turn is then not taken.
+    // Blocks until the turn is the caller's. False when the calling thread has been asked to stop,
+    // before or meanwhile; the turn is then not taken. So nothing that needs a turn is begun on a
+    // console that has been ordered to stop.
     bool Enter();
     void Leave();
 
