@@ -28,6 +28,7 @@ std::string Describe(kelp::ConfigManager& manager) {
     }
     for (const kelp::ModuleInfo& m : *manager.GetModuleConfigs()) {
         add(m.name + (m.keepAlive ? "+" : "-") + std::to_string(m.timeout));
+        add(std::to_string(m.quietMs));
         add(m.path);
         for (const auto* list : {&m.whiteList, &m.testCmds}) {
             add(std::to_string(list->size()));

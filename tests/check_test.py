@@ -55,7 +55,8 @@ ROWS = [
      '6:1: module "a" has no "path" to its peer', '6:1: "a" is named twice',
      '6:6: the name of a module must be a string', '6:10: unknown key "fm"'),
     ('"module": {"interaction":\n{"wcn": {"path": "%s"},\n"modem": {"path": "", "wait": 1,'
-     '\n"timeout": -1, "keep-alive": 1}}}' % ('x' * 108), True, '4:23: unknown key "wait"',
+     '\n"timeout": -1, "keep-alive": 1, "quiet": 9}}}' % ('x' * 108), True,
+     '4:23: unknown key "wait"', '5:33: "quiet" is not used by "modem"',
      '3:18: module "wcn": no local socket can have this "path"', '5:12: "timeout" ' + WHOLE % 0,
      '4:19: module "modem" has no "path" to its peer', '5:30: "keep-alive" must be true or false'),
     ('"module": {"whitelist":\n{"wcn": ["AT+b", "A\\r\\nT", "AT+C", ""], "modem": [2]},'

@@ -192,12 +192,16 @@ void ConfigManager::ParseInteraction(neb::CJsonObject& obj) {
             member.Get("keep-alive", module.keepAlive);
             member.Get("path", module.path);
             member.Get("timeout", module.timeout);
+            member.Get("quiet", module.quietMs);
         }
     }
     for (const ModuleInfo& module : mConsoleConfig->modules) {
         KLOG(kLogInfo) << "<<<<<<< " << module.name;
         KLOG(kLogInfo) << "keep-alive(" << module.keepAlive << "),path(" << module.path
                        << "),timeout(" << module.timeout << ")";
+        if (module.quietMs != 0) {
+            KLOG(kLogInfo) << "quiet(" << module.quietMs << ")";
+        }
         KLOG(kLogInfo) << ">>>>>>> " << module.name;
     }
 }

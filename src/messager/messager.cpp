@@ -94,7 +94,8 @@ int32_t Messager::Send(Command* command) {
 int Messager::Receive(Command* command, int, int seconds) {
     std::vector<char>& response = *command->GetResponse();
     bool whole = true;
-    const LocalResult received = ReceiveAnswer(*mClient, response, seconds, {}, whole);
+    const LocalResult received =
+        ReceiveAnswer(*mClient, response, seconds, {mModuleInfo->quietMs}, whole);
     const int result = ToErrorCode(received);
     if (result != kSuccess) {
         ReportReceiveError(result, &response);

@@ -140,7 +140,7 @@ TEST_F(Config, ReceiveMode) {
 TEST_F(Config, ModulesFillInTheOrderOfTheFile) {
     ASSERT_TRUE(Load(R"({"module":{"test-commands":{"fm":["EARLY"]},
         "support-modules":["wcn",5,"fm"],
-        "interaction":{"fm":{"keep-alive":true,"path":"@fm","timeout":3},"modem":{}}}})"));
+        "interaction":{"fm":{"keep-alive":true,"path":"@fm","timeout":3,"quiet":250},"modem":{}}}})"));
     EXPECT_EQ(Said("D ParseSupportModules: "),
               "0: load module(wcn)|2: load module(fm)|2: load module(fm)|");
     EXPECT_TRUE(mManager.GetModuleByName("fm")->testCmds.empty());
@@ -148,7 +148,7 @@ TEST_F(Config, ModulesFillInTheOrderOfTheFile) {
     EXPECT_EQ(Said("I ParseInteraction: "),
               "<<<<<<< wcn|keep-alive(0),path(/dev/socket/sync_wcn),timeout(15)|>>>>>>> wcn|"
               "<<<<<<< modem|keep-alive(1),path(/dev/socket/async_tolm),timeout(0)|>>>>>>> modem|"
-              "<<<<<<< fm|keep-alive(1),path(@fm),timeout(3)|>>>>>>> fm|");
+              "<<<<<<< fm|keep-alive(1),path(@fm),timeout(3)|quiet(250)|>>>>>>> fm|");
     // Lists without elements keep what an earlier one brought.
     for (const char* list : {R"(["b","B",7,"a","b"])", "[]", R"("AT")"}) {
         ASSERT_TRUE(Load(std::string(R"({"module":{"whitelist":{"wcn":)") + list + "}}}"));

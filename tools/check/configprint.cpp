@@ -64,7 +64,8 @@ std::string Modules(const std::vector<ModuleInfo>& modules) {
         names.push_back(module.name);
         Append(interaction, kIndent, module.name,
                "{ \"keep-alive\": " + Json(module.keepAlive) + ", \"path\": " + Json(module.path) +
-                   ", \"timeout\": " + std::to_string(module.timeout) + " }");
+                   ", \"timeout\": " + std::to_string(module.timeout) +
+                   ", \"quiet\": " + std::to_string(module.quietMs) + " }");
         Append(whiteLists, kIndent, module.name, Strings(module.whiteList));
         Append(testCommands, kIndent, module.name, Strings(module.testCmds));
     }

@@ -19,6 +19,10 @@ namespace {
 
 // The one module that serves its commands by itself.
 constexpr char kWithoutPeer[] = "kelp";
+// The modules that do not relay one answer to each request as it comes.
+constexpr const char* kNoForwarders[] = {"modem", "pcba", "fm", kWithoutPeer};
+// What an answer is read on for at most.
+constexpr int kMaxQuietMs = 30000;
 
 bool HasLowerCase(const std::string& text) {
     for (const char c : text) {
@@ -166,8 +170,22 @@ void ModuleCheck::CheckInteraction(const ConfigMember& settings, Module& module)
             module.pathOffset = member.valueOffset;
         } else if (member.key == "timeout") {
             mText.ExpectNumber(member.valueOffset, 0, INT_MAX, what);
+        } else if (member.key == "quiet") {
+            CheckQuiet(member, module);
         } else {
             mText.Warn(member.keyOffset, "unknown key " + what);
+        }
+    }
+}
+
+void ModuleCheck::CheckQuiet(const ConfigMember& member, const Module& module) {
+    if (!mText.ExpectNumber(member.valueOffset, 0, kMaxQuietMs, Quoted(member.key)) ||
+        mText.Number(member.valueOffset) == 0) {
+        return;
+    }
+    for (const char* name : kNoForwarders) {
+        if (module.name == name) {
+            mText.Warn(member.keyOffset, Quoted(member.key) + " is not used by " + Quoted(name));
         }
     }
 }

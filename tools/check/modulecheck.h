@@ -42,6 +42,7 @@ class ModuleCheck {
     void CheckSupportModules(size_t array);
     void CheckSettings(const ConfigMember& section);
     void CheckInteraction(const ConfigMember& member, Module& module);
+    void CheckQuiet(const ConfigMember& member, const Module& module);
     void CheckList(const ConfigMember& member, std::vector<Entry>& list);
     void CheckMatches(std::vector<Entry>& list, bool mayBeEmpty);
     void CheckHidden();
