@@ -111,9 +111,10 @@ void Thread::Wake() {
         MutexLock lock(mMutex);
         mutex = mParkMutex;
         cond = mParkCond;
-        if (mParkFd != -1) {
+        const int fd = mParkFd.load();
+        if (fd != -1) {
             // Under the lock: the thread cannot leave Receive, and its socket cannot be closed.
-            shutdown(mParkFd, SHUT_RDWR);
+            shutdown(fd, SHUT_RDWR);
         }
     }
     if (mutex != nullptr) {
@@ -197,21 +198,27 @@ WaitResult Thread::WaitFd(int fd, short events, int timeoutMs) {
     }
 }
 
-// Whether the thread may wait on `fd`, -1: may go on after a wait.
-bool Thread::ParkFd(int fd) {
-    MutexLock lock(mMutex);
-    mParkFd = fd;
-    return !mStop.load();
+void Thread::UnparkFd() {
+    mParkFd.store(-1);
+    if (mStop.load()) {
+        // A Stop that has seen the socket is done with it when it lets go of the lock.
+        MutexLock lock(mMutex);
+    }
 }
 
 ssize_t Thread::Receive(int fd, void* buffer, size_t size) {
     Thread* const self = sCurrent;
     ssize_t n = -1;
-    bool stopped = self != nullptr && !self->ParkFd(fd);
-    while (!stopped && (n = recv(fd, buffer, size, 0)) < 0 && errno == EINTR) {
+    if (self != nullptr) {
+        self->mParkFd.store(fd);
+    }
+    while (!StopRequested() && (n = recv(fd, buffer, size, 0)) < 0 && errno == EINTR) {
     }
     const int error = errno;
-    stopped = self != nullptr && !self->ParkFd(-1);
+    if (self != nullptr) {
+        self->UnparkFd();
+    }
+    const bool stopped = StopRequested();
     errno = stopped ? ECANCELED : error;
     return stopped ? -1 : n;
 }

@@ -57,9 +57,9 @@ class Thread {
     // never been stopped. False when no thread could be made.
     bool Start();
 
-    // From the thread itself: only marks it. From another thread: marks it, ends its wait and blocks
-    // until it has ended (or was started again by somebody else). Two threads must not stop each
-    // other, nor three in a circle: each would wait for the next.
+    // From the thread itself: only marks it. From another thread: marks it, ends its wait and
+    // blocks until it has ended (or was started again by somebody else). Two threads must not stop
+    // each other, nor three in a circle: each would wait for the next.
     void Stop();
 
     // About the calling thread. A thread that is not a Thread is never asked to stop.
@@ -89,7 +89,7 @@ class Thread {
     void Mark() KELP_REQUIRES(mMutex);
     void Unmark() KELP_REQUIRES(mMutex);
     void Wake();
-    bool ParkFd(int fd);
+    void UnparkFd();
     void WaitUntilEnded();
 
     Runnable* const mRunnable;
@@ -101,10 +101,12 @@ class Thread {
     std::string mName KELP_GUARDED_BY(mMutex);
     State mState KELP_GUARDED_BY(mMutex) = State::kIdle;
     pthread_t mHandle KELP_GUARDED_BY(mMutex) = {};
-    // What this thread waits on in Wait() or Receive(), so that Stop can wake it there.
+    // What this thread waits on in Wait(), so that Stop can wake it there.
     Mutex* mParkMutex KELP_GUARDED_BY(mMutex) = nullptr;
     CondVar* mParkCond KELP_GUARDED_BY(mMutex) = nullptr;
-    int mParkFd KELP_GUARDED_BY(mMutex) = -1;
+    // The same in Receive(). The thread writes it and then looks at mStop, Stop writes mStop and
+    // then looks at it: one of the two always sees the other.
+    std::atomic<int> mParkFd{-1};
 };
 
 }  // namespace kelp
