@@ -1,6 +1,10 @@
 // The modem and PCBA modules, each with its daemon in every condition.
 
+#include <sys/socket.h>
+
+#include <atomic>
 #include <cstring>
+#include <thread>
 
 #include "support/bench.h"
 #include "support/procstat.h"
@@ -15,7 +19,35 @@ class Modules : public Bench {
         return std::make_unique<Peer>(mDir.Path(name), LocalNamespace::kFilesystem,
                                       std::move(script));
     }
+    // The same daemon with another configuration: `text` in the place of every `old`.
+    void StartWith(const std::string& old, const std::string& text) {
+        Start(true);
+        std::string file = mDir.Read("kelp.json");
+        for (size_t at = 0; (at = file.find(old, at)) != file.npos; at += text.size()) {
+            file.replace(at, old.size(), text);
+        }
+        mDir.Write("kelp.json", file);
+        Restart();
+    }
 };
+
+// Pushes `first`, and then a few bytes every 5 ms as long as `what` takes. How long that was, in
+// milliseconds.
+template <typename What>
+int64_t PushesUntil(Peer& peer, const std::string& first, What what) {
+    std::atomic<bool> done{false};
+    std::thread pushing([&] {
+        for (peer.Push(first); !done && peer.Push("0123456789");) {
+            Thread::SleepMs(5);
+        }
+    });
+    const int64_t begin = MonotonicMs();
+    what();
+    const int64_t ms = MonotonicMs() - begin;
+    done = true;
+    pushing.join();
+    return ms;
+}
 
 using Modem = Modules;
 using Pcba = Modules;
@@ -74,6 +106,34 @@ TEST_F(Modem, ALostDaemonIsServedAgainWhenItReturns) {
     EXPECT_LE(mKelp->Logged("disconnect ,retry:"), 6);
 }
 
+TEST_F(Modem, ARequestWhileTheModuleConnectsDisturbsNothing) {
+    LocalAddress address;
+    ASSERT_TRUE(MakeLocalAddress(mDir.Path("modem"), LocalNamespace::kFilesystem, address));
+    const UniqueFd modem(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    ASSERT_EQ(bind(modem.Get(), address.Get(), address.length), 0);
+    ASSERT_EQ(listen(modem.Get(), 0), 0);
+    UniqueFd queued(
+        ConnectLocal(address));  // fills the backlog: connecting takes a second, in vain
+    Start();
+    Station stations[] = {Tcp(), Station::Local()};
+    for (Station& station : stations) {
+        ASSERT_TRUE(station.Send("AT+M1\r\n"));
+    }
+    Thread::SleepMs(2500);
+    const UniqueFd other(accept(modem.Get(), nullptr, nullptr));  // room for one
+    const UniqueFd kelp(accept(modem.Get(), nullptr, nullptr));
+    ASSERT_TRUE(stations[0].Send("AT+M2\r\n"));
+    for (std::string got; got.find("AT+M2\r\n") == got.npos;) {
+        char bytes[100];
+        const ssize_t n = read(kelp.Get(), bytes, sizeof(bytes));
+        ASSERT_GT(n, 0);
+        got.append(bytes, static_cast<size_t>(n));
+    }
+    ASSERT_EQ(send(kelp.Get(), "OK2", 3, 0), 3);
+    EXPECT_TRUE(stations[0].Answers("", "OK2"));
+    EXPECT_EQ(mKelp->Logged("Receive error"), 0);
+}
+
 TEST_F(Modem, AbsentDaemonIsTried21TimesASecondApart) {
     const int64_t begin = MonotonicMs();
     Start(true);
@@ -113,47 +173,29 @@ TEST_F(Pcba, Records) {
         bool close = false;  // else an incomplete record ends with the module's time-out
     } rows[] = {
         {"echo and text", Record(req, "hello"), Value(req, "+P:hello")},
-        {"no text", Record(req, ""), Ok(req)},
-        {"negative text length", Int(0) + Text(req) + Int(-7), Ok(req)},
         {"result", Record(req, "hello", 6009), req + "\r\n\r\nOut of range\r\n\r\nERROR\r\n"},
-        {"a whole answer", Record(req, req + "\r\nOK"), req + "\r\nOK"},
         {"no echo", Record("", "hello"), Mismatch(req)},
-        {"other echo", Record("AT+Q?", "hello"), Mismatch(req)},
-        {"negative echo length", Int(0) + Int(-4) + Int(0), Mismatch(req)},
         {"most negative echo length", Int(0) + Int(INT32_MIN) + Int(0), Mismatch(req)},
         {"large", Record(req, std::string(1 << 20, 'x')),
          Value(req, "+P:" + std::string(1 << 20, 'x'))},
         {"too large", Int(0) + Text(req) + Int((1 << 20) + 1), Mismatch(req)},
-        {"too large echo", Int(0) + Int(INT32_MAX), Mismatch(req)},
         {"cut short", Record(req, "hello").substr(0, 16), Mismatch(req), true},
-        {"nothing", "", Mismatch(req), true},
         {"stays incomplete", Record(req, "hello").substr(0, 3), Mismatch(req)},
     };
     std::string bytes;
     bool close = false;
-    for (const char* name : {"pcba", "fm"}) {
-        const bool pcba = name == std::string("pcba");
-        const auto daemon = Daemon(name, [&](const std::string&) {
-            return Peer::Answer{bytes, close};
-        });
-        Start(pcba);
-        Station station = Tcp();
-        for (const auto& row : rows) {
-            SCOPED_TRACE(row.name);
-            bytes = row.bytes;
-            close = row.close;
-            std::string answer = row.answer;
-            std::string request = req;
-            if (!pcba) {
-                request = "AT+F?";
-                for (std::string* text : {&bytes, &answer}) {
-                    for (size_t p; (p = text->find("+P")) != std::string::npos;)
-                        (*text)[p + 1] = 'F';
-                }
-            }
-            EXPECT_TRUE(station.Answers(request + "\r\n", answer));
-        }
+    const auto script = [&](const std::string&) { return Peer::Answer{bytes, close}; };
+    const auto daemon = Daemon("pcba", script), fm = Daemon("fm", script);
+    Start(true);
+    Station station = Tcp();
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        bytes = row.bytes;
+        close = row.close;
+        EXPECT_TRUE(station.Answers(req + "\r\n", row.answer));
     }
+    bytes = Record("AT+F?", "hello");
+    EXPECT_TRUE(station.Answers("AT+F?\r\n", Value("AT+F?", "+F:hello")));
 }
 
 TEST_F(Pcba, AnswersInOrderOfTheRequestsEachOnItsConsole) {
@@ -184,28 +226,141 @@ TEST_F(Pcba, AnswersInOrderOfTheRequestsEachOnItsConsole) {
     }
 }
 
-TEST_F(Pcba, ALateAnswerIsNobodysAndAPieceIsPutTogether) {
+TEST_F(Pcba, ALateAnswerIsNobodysAndEveryFailureIsRecorded) {
     bool silent = true;
     auto daemon = Daemon("pcba", [&](const std::string& request) {
         return Peer::Answer{silent ? "" : Record(request, "v")};
     });
     Start(true);
     Station station = Tcp();
-    ASSERT_TRUE(station.Send("AT+P1\r\n"));
-    ASSERT_TRUE(daemon->WaitForRequest("AT+P1"));
-    const std::string record = Record("AT+P1", "pieces");
-    for (const char byte : record) {
-        ASSERT_TRUE(daemon->Push(std::string(1, byte)));
-    }
-    EXPECT_TRUE(station.Answers("", Value("AT+P1", "+P1:pieces")));
     EXPECT_TRUE(station.Answers("AT+P2\r\n", Mismatch("AT+P2")));  // times out
     daemon->Push(Record("AT+P2", "late"));
     silent = false;
     EXPECT_TRUE(station.Answers("AT+P3\r\n", Value("AT+P3", "+P3:v")));
     daemon.reset();
     EXPECT_TRUE(station.Answers("AT+P4\r\n", Mismatch("AT+P4")));
-    daemon = Daemon("pcba", [](const std::string& r) { return Peer::Answer{Record(r, "v")}; });
-    EXPECT_TRUE(station.Answers("AT+P5\r\n", Value("AT+P5", "+P5:v")));
+    EXPECT_TRUE(mKelp->WaitForLog(": Receive: pcba-->Receive error (Invalid descriptor)\n"));
+    daemon = Daemon("pcba", [](const std::string&) { return Peer::Answer{"", true}; });
+    EXPECT_TRUE(station.Answers("AT+P5\r\n", Mismatch("AT+P5")));
+    EXPECT_TRUE(mKelp->WaitForLog(": Receive: pcba-->Receive error (Normal error)\n"));
+    EXPECT_EQ(mKelp->Logged(": Receive: pcba-->Receive error (Time out)\n"), 1);
+}
+
+TEST_F(Pcba, BytesThatAnswerNothingAreNobodys) {
+    const std::string req = "AT+P=1";
+    std::atomic<size_t> taken{0};
+    const auto daemon = Daemon("pcba", [&](const std::string& request) {
+        taken += request.size();
+        return Peer::Answer{};
+    });
+    Start(true);
+    Station station = Tcp();
+    const auto ask = [&](int times, const std::string& records) {
+        const size_t before = taken;
+        for (int i = 0; i < times; ++i) {
+            EXPECT_TRUE(station.Send(req + "\r\n"));
+        }
+        EXPECT_TRUE(WaitUntil([&] { return taken == before + req.size() * times; }));
+        EXPECT_TRUE(daemon->Push(records));
+    };
+    const auto get = [&](const std::string& answer) { EXPECT_TRUE(station.Answers("", answer)); };
+    ask(2, Int(0) + Text(req) + Int(10) + "ab");  // of a connection that is given up
+    get(Mismatch(req) + Mismatch(req));
+    ask(1, Record(req, "1") + Record(req, "1"));  // one too many
+    get(Value(req, "+P:1"));
+    ask(1, Record(req, "2"));
+    get(Value(req, "+P:2"));
+    EXPECT_EQ(daemon->Connections(), 2);
+    EXPECT_EQ(mKelp->Logged(" E KELP    : DropStaleBytes: pcba-->dropped "), 1);
+    // One too many among those under way: the others get theirs, then the connection ends.
+    ask(3, Record("AT+P=0", "0") + Record(req, "3") + Record(req, "4") + Record(req, "5"));
+    get(Mismatch(req) + Value(req, "+P:3") + Value(req, "+P:4"));
+    ask(1, "");
+    EXPECT_TRUE(WaitUntil([&] { return daemon->Connections() == 3; }));
+    ASSERT_TRUE(daemon->Push(Record(req, "6")));
+    get(Value(req, "+P:6"));
+}
+
+TEST_F(Pcba, TheTimeOutHoldsWhateverComes) {
+    const auto daemon = Daemon("pcba", [](const std::string&) { return Peer::Answer{}; });
+    Start(true);
+    Station station = Tcp();
+    ASSERT_TRUE(station.Send("AT+P1\r\n") && daemon->WaitForRequest("AT+P1"));
+    const std::string part = Int(0) + Text("AT+P1") + Int(1 << 20) + std::string(5000, 'x');
+    const int64_t ms =
+        PushesUntil(*daemon, part, [&] { EXPECT_TRUE(station.Answers("", Mismatch("AT+P1"))); });
+    EXPECT_LT(ms, KELP_SANITIZED ? 5000 : 1500);
+}
+
+TEST_F(Pcba, WhatIsUnderWayIsBoundedAndNoConsoleIsHeldUp) {
+    std::atomic<size_t> taken{0};
+    std::atomic<bool> deaf{false};
+    const auto daemon = Daemon("pcba", [&](const std::string& request) {
+        taken += request.size();
+        return WaitUntil([&] { return !deaf; }) ? Peer::Answer{} : Peer::Answer{};
+    });
+    StartWith(R"("timeout": 1)", R"("timeout": 20)");
+    Station usb = Station::Line(mUsb.Master()), local = Station::Local(), tcp = Tcp();
+    const auto asked = [&](Station& station, const std::string& request) {
+        const size_t all = taken + request.size();
+        return station.Send(request + "\r\n") && WaitUntil([&] { return taken == all; });
+    };
+    for (int i = 0; i < 256; ++i) {
+        ASSERT_TRUE(asked(usb, "AT+P=1"));
+    }
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_TRUE(tcp.Answers("AT+P=2\r\n", Mismatch("AT+P=2")));
+    }
+    EXPECT_EQ(mKelp->Logged(" E KELP    : Refuse: pcba-->1 requests refused: too many wait"), 1);
+    // Of a console that is off, the places are free and the records still consumed.
+    ASSERT_TRUE(local.Answers("ZAT+USB=0\r\n", Ok("ZAT+USB=0")));
+    ASSERT_TRUE(mKelp->WaitForLog("usb deactive communication\n"));
+    ASSERT_TRUE(asked(tcp, "AT+P=3"));
+    for (int i = 0; i < 256; ++i) {
+        ASSERT_TRUE(daemon->Push(Record("AT+P=1", "1")));
+    }
+    ASSERT_TRUE(daemon->Push(Record("AT+P=3", "3")));
+    EXPECT_TRUE(tcp.Answers("", Value("AT+P=3", "+P:3")));
+    EXPECT_EQ(daemon->Connections(), 2);  // one of the daemon that was started before
+    // Bytes count, too; a lone request may be larger.
+    const std::string large = "AT+P" + std::string(5 << 20, 'x');
+    ASSERT_TRUE(asked(local, large));
+    EXPECT_TRUE(tcp.Answers("AT+P=4\r\n", Mismatch("AT+P=4")));
+    ASSERT_TRUE(daemon->Push(Record(large, "").substr(0, 8)));  // damaged
+    EXPECT_TRUE(local.Answers("", Mismatch(large)));
+    // What the daemon does not read within a second is refused, on all consoles together.
+    deaf = true;
+    const int64_t begin = MonotonicMs();
+    for (Station* station : {&local, &tcp}) {
+        ASSERT_TRUE(station->Send(large.substr(0, 1 << 20) + "\r\n"));
+    }
+    for (Station* station : {&local, &tcp}) {
+        EXPECT_TRUE(station->Answers("", Mismatch(large.substr(0, 1 << 20))));
+    }
+    EXPECT_LT(MonotonicMs() - begin, KELP_SANITIZED ? 5000 : 1500);
+    deaf = false;
+    ASSERT_TRUE(tcp.Send("AT+P=5\r\n") && daemon->WaitForRequest("AT+P=5"));
+    ASSERT_TRUE(daemon->Push(Record("AT+P=5", "5")));
+    EXPECT_TRUE(tcp.Answers("", Value("AT+P=5", "+P:5")));
+}
+
+TEST_F(Modules, WhereAnAnswerEnds) {
+    const auto wcn = Wcn([](const std::string&) { return Peer::Answer{"one"}; });
+    const auto bench = Default([](const std::string&) { return Peer::Answer{}; });
+    const std::string path = R"("path": ")" + mDir.Path("wcn");
+    StartWith(path, R"("quiet": 300, )" + path);
+    Station station = Tcp();
+    for (const std::string request : {"AT+W1", "AT+W2"}) {
+        ASSERT_TRUE(station.Send(request + "\r\n"));
+        ASSERT_TRUE(wcn->WaitForRequest(request) && wcn->Push("two"));
+        Thread::SleepMs(100);
+        ASSERT_TRUE(wcn->Push("three"));
+        EXPECT_TRUE(station.Answers("", "onetwothree"));
+    }
+    // A long one that has stopped flowing is handed on.
+    ASSERT_TRUE(station.Send("AT+B\r\n") && bench->WaitForRequest("AT+B"));
+    const int64_t ms = PushesUntil(*bench, std::string(4096, 'x'), [&] { station.Receive(4096); });
+    EXPECT_LT(ms, KELP_SANITIZED ? 5000 : 2000);
 }
 
 }  // namespace

@@ -161,26 +161,6 @@ TEST_F(Relay, SilentPeerHoldsUpItsOwnConsoleOnly) {
     EXPECT_TRUE(held.Answers("", "at last<bench:AT+B1>"));
 }
 
-TEST_F(Relay, TwoConsolesOnOneModuleAreNeverMixed) {
-    const auto wcn = Wcn();
-    for (const bool keepAlive : {false, true}) {
-        Start(keepAlive);
-        Station stations[] = {Tcp(), Station::Local()};
-        std::string requests[2], answers[2];
-        for (int i = 0; i < 400; ++i) {
-            const std::string request = "AT+W" + std::to_string(i);
-            requests[i % 2] += request + "\r\n";
-            answers[i % 2] += "<wcn:" + request + ">";
-        }
-        for (int i = 0; i < 2; ++i) {
-            ASSERT_TRUE(stations[i].Send(requests[i]));
-        }
-        for (int i = 0; i < 2; ++i) {
-            EXPECT_TRUE(stations[i].Answers("", answers[i]));
-        }
-    }
-}
-
 TEST_F(Relay, LateBytesOfAKeptConnectionAreNobodysAnswer) {
     const auto wcn = Wcn();
     Start(true);
