@@ -131,7 +131,7 @@ LocalResult Messager::DropStaleBytes(LocalSocketClient& client, size_t dropped) 
 
 unsigned Messager::Exchange(Command* command, void* processor, bool reopen) {
     {
-        TurnHolder turn(mExchange);
+        PeerTurn turn(mExchange);
         if (turn.Held()) {
             if (mFd == -1 && reopen) {
                 mFd = Connect();

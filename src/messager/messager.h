@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "platform/localsocketclient.h"
+#include "platform/thread.h"
 #include "platform/turn.h"
 
 namespace kelp {
@@ -16,6 +17,17 @@ class Command;
 class ConfigManager;
 class MessagerManager;
 struct ModuleInfo;
+
+// The right to speak to a module's peer. Not held on a thread that is asked to stop: a console that
+// is switched off begins no exchange for the commands that it has framed.
+class PeerTurn {
+  public:
+    explicit PeerTurn(Turn& turn) : mTurn(turn) {}
+    bool Held() const { return mTurn.Held() && !Thread::StopRequested(); }
+
+  private:
+    const TurnHolder mTurn;
+};
 
 // Decides which requests are the module's, holds its connection to the peer daemon, and offers the
 // one exchange with it: Send, Receive, SendMessager. Created by its manager, which owns it.

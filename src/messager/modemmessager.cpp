@@ -77,7 +77,7 @@ void ModemMessager::Drop(const Connection& lost) {
 bool ModemMessager::TryConnect() {
     while (mFd == -1) {
         {
-            TurnHolder turn(mWriting);
+            PeerTurn turn(mWriting);
             if (turn.Held()) {
                 Open();
             }
@@ -141,7 +141,7 @@ int ModemMessager::ReceiveMessage(LocalSocketClient& connection, Command& comman
 // Returns when there is a connection again, or the thread is asked to stop.
 void ModemMessager::AwaitConnection() {
     while (Pace()) {
-        TurnHolder turn(mWriting);
+        PeerTurn turn(mWriting);
         if (turn.Held() && Open()) {
             return;
         }
@@ -180,7 +180,7 @@ unsigned ModemMessager::HandleMessager(Command* command, void* processor) {
     const std::unique_ptr<Command> owned(command);
     KLOG(kLogDebug) << " <<<<<<<";
     // Held over all of it: who is stored last has written last.
-    TurnHolder turn(mWriting);
+    PeerTurn turn(mWriting);
     if (turn.Held()) {
         if (mFd == -1) {
             Open();

@@ -5,9 +5,6 @@
 namespace kelp {
 
 bool Turn::Enter() {
-    if (Thread::StopRequested()) {
-        return false;
-    }
     MutexLock lock(mMutex);
     // Who has just left must not come in again past those who wait: a busy console would shut out
     // all others.

@@ -10,9 +10,8 @@ namespace kelp {
 // comes before who comes later.
 class Turn {
   public:
-    // Blocks until the turn is the caller's. False when the calling thread has been asked to stop,
-    // before or meanwhile; the turn is then not taken. So nothing that needs a turn is begun on a
-    // console that has been ordered to stop.
+    // Blocks until the turn is the caller's. False when the calling thread was asked to stop while
+    // it waited; the turn is then not taken. A turn that is free is given in any case.
     bool Enter();
     void Leave();
 
