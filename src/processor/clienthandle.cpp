@@ -1,19 +1,41 @@
 #include "processor/clienthandle.h"
 
+#include <poll.h>
 #include <sys/socket.h>
 
 #include <utility>
+
+#include "platform/clock.h"
 
 namespace kelp {
 
 namespace {
 
-constexpr int kMaxDrains = 64;
+constexpr int kQuietMs = 100;
+
+// Reads away what a socket has. False when there was nothing.
+bool Drain(int fd) {
+    char scratch[16384];
+    bool any = false;
+    for (int i = 0; i < 64; ++i) {
+        if (recv(fd, scratch, sizeof(scratch), MSG_DONTWAIT) <= 0) {
+            break;
+        }
+        any = true;
+    }
+    return any;
+}
 
 }  // namespace
 
 ClientHandle::ClientHandle(UniqueFd fd, int number)
     : mNumber(number), mFd(std::make_shared<const UniqueFd>(std::move(fd))) {}
+
+void ClientHandle::Release() {
+    Hold released;
+    MutexLock lock(mMutex);
+    mFd.swap(released);
+}
 
 void ClientHandle::Reopen(UniqueFd fd, int number) {
     Hold opened = std::make_shared<const UniqueFd>(std::move(fd));
@@ -25,26 +47,22 @@ void ClientHandle::Reopen(UniqueFd fd, int number) {
 void ClientHandle::HangUp() {
     const Hold hold = Acquire();
     mGone = true;
-    // ENOTSOCK on a tty.
-    if (hold == nullptr || shutdown(hold->Get(), SHUT_WR) < 0) {
-        return;
+    if (hold != nullptr) {
+        shutdown(hold->Get(), SHUT_RDWR);
     }
-    // Closing a TCP socket with unread bytes resets the connection, and the reset may overtake the
-    // last answer: read away what the client has sent.
-    char scratch[4096];
-    for (int i = 0; i < kMaxDrains; ++i) {
-        if (recv(hold->Get(), scratch, sizeof(scratch), MSG_DONTWAIT) <= 0) {
-            break;
-        }
-    }
-    shutdown(hold->Get(), SHUT_RD);
 }
 
-void ClientHandle::Close() {
-    HangUp();
-    Hold closed;
-    MutexLock lock(mMutex);
-    mFd.swap(closed);
+void ClientHandle::Close(int64_t deadlineMs) {
+    const Hold hold = Acquire();
+    mGone = true;
+    // Closing a TCP socket with unread bytes, or one that more bytes arrive for, resets the
+    // connection, and what the client has not taken yet is lost. ENOTSOCK on a tty.
+    if (hold != nullptr && shutdown(hold->Get(), SHUT_WR) == 0) {
+        struct pollfd more = {hold->Get(), POLLIN, 0};
+        while (Drain(hold->Get()) && MonotonicMs() < deadlineMs && poll(&more, 1, kQuietMs) > 0) {
+        }
+    }
+    Release();
 }
 
 }  // namespace kelp

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <memory>
 
 #include "platform/sync.h"
@@ -30,21 +31,25 @@ class ClientHandle {
     // True once nothing more may be written: a write failed, or the console was switched off.
     bool Gone() const { return mGone; }
 
-    // Null once the client is gone. Close and Reopen take effect when the hold is released.
+    // Null once the client is gone, and while the device is being opened anew. What closes the
+    // descriptor takes effect when the hold is released.
     Hold Acquire() const {
         MutexLock lock(mMutex);
         return mGone ? nullptr : mFd;
     }
 
-    // The device was opened anew.
+    // A device that is opened anew: closes the descriptor, and takes the new one.
+    void Release();
     void Reopen(UniqueFd fd, int number);
 
     // Gives the client up. The other end of a socket sees the end of the stream; the descriptor
     // stays open, because the receive thread still watches it. Never blocks.
     void HangUp();
 
-    // HangUp, and closes the descriptor as soon as nobody holds it.
-    void Close();
+    // Gives the client up and closes the descriptor as soon as nobody holds it. While a client goes
+    // on sending, blocks until `deadlineMs` (of MonotonicMs) at most, so that no reset overtakes
+    // its last answers.
+    void Close(int64_t deadlineMs);
 
   private:
     std::atomic<int> mNumber;

@@ -3,9 +3,17 @@
 #include <algorithm>
 #include <utility>
 
+#include "platform/clock.h"
 #include "processor/clienthandle.h"
 
 namespace kelp {
+
+namespace {
+
+// For all clients together, while some of them go on sending.
+constexpr int kMaxCloseMs = 500;
+
+}  // namespace
 
 size_t ClientSlots::SlotOf(int number) const {
     const auto* const slot =
@@ -60,7 +68,7 @@ void ClientSlots::Remove(int number) {
         mLeavers.push_back(client);
     }
     if (client->Gone()) {
-        client->Close();
+        client->Release();
     }
 }
 
@@ -97,9 +105,10 @@ void ClientSlots::CloseAll() {
         }
         mMaxNumber = -1;
     }
+    const int64_t deadlineMs = MonotonicMs() + kMaxCloseMs;
     for (const Handle& client : clients) {
         if (client != nullptr) {
-            client->Close();
+            client->Close(deadlineMs);
         }
     }
 }

@@ -42,7 +42,8 @@ class ClientSlots {
     // The largest number in a slot, -1 without one. Takes no lock.
     int MaxNumber() const { return mMaxNumber; }
 
-    // Closes the descriptors of all clients, those that have left included.
+    // Closes the descriptors of all clients, those that have left included. Blocks for 0.3 seconds
+    // at most, while clients go on sending.
     void CloseAll();
 
   private:

@@ -74,6 +74,11 @@ int Processor::Start() {
         KLOG(kLogError) << GetName() << "-->start fail";
         return -1;
     }
+    if (!mConsoleConfig->active) {
+        // Switched off while it was being opened, by one who saw it closed.
+        EndThreads();
+        return -1;
+    }
     KLOG(kLogDebug) << GetName() << " server side: fd<" << fd << ">";
     mRecvRunning = true;
     mSendRunning = true;
@@ -112,27 +117,30 @@ void Processor::Stop() {
 int Processor::Open(const std::shared_ptr<ClientHandle>& device) {
     MutexLock lock(mFdMutex);
     int fd = Connect();
-    if (fd != -1 && fd != mServerFd && mMode == DEVICE_MODE && !AdoptDevice(fd, device)) {
-        DisConnect(fd);
-    }
-    if (device != nullptr && mSlots.Find(fd) != device) {
-        device->Close();
+    const bool isNew = fd == -1 || fd != mServerFd;
+    if (mMode == DEVICE_MODE && isNew && !ServeDevice(fd, device) && device != nullptr) {
+        device->Close(0);
     }
     mServerFd = fd;
     return fd;
 }
 
-bool Processor::AdoptDevice(int fd, const std::shared_ptr<ClientHandle>& device) {
+// False when there is nothing to serve; `fd` is -1 then, but for a file.
+bool Processor::ServeDevice(int& fd, const std::shared_ptr<ClientHandle>& device) {
     struct stat status = {};
-    if (fstat(fd, &status) == 0 && !S_ISCHR(status.st_mode)) {
+    if (fd == -1 || fstat(fd, &status) != 0) {
+        return false;
+    }
+    if (!S_ISCHR(status.st_mode)) {
         // What is written to a file would be read back as commands, without end.
         KLOG_AS("Connect", kLogError) << GetName() << "-->route is no line, not served";
-        return true;
+        return false;
     }
     // A duplicate, so that closing the line waits for a write that is under way.
     UniqueFd duplicate(fcntl(fd, F_DUPFD_CLOEXEC, 0));
     if (!duplicate.Ok()) {
         KLOG_AS("Connect", kLogError) << GetName() << "-->no second descriptor, errno = " << errno;
+        DisConnect(fd);
         return false;
     }
     if (device == nullptr) {
@@ -168,7 +176,11 @@ void Processor::ReConnect() {
 // The handle of a device outlives its descriptors while the console runs: what is answered later
 // goes to the new opening.
 std::shared_ptr<ClientHandle> Processor::TakeDevice() {
-    return mMode == DEVICE_MODE ? mSlots.Take(mServerFd) : nullptr;
+    const auto device = mMode == DEVICE_MODE ? mSlots.Take(mServerFd) : nullptr;
+    if (device != nullptr) {
+        device->Release();
+    }
+    return device;
 }
 
 bool Processor::IsConnect() {
@@ -216,9 +228,9 @@ int Processor::AcceptClient(fd_set& ready) {
     setsockopt(fd.Get(), SOL_SOCKET, SO_OOBINLINE, &on, sizeof(on));
     if (!AddClient(fd.Get())) {
         KLOG(kLogError) << GetName() << "-->"
-                        << "Receive the max client number[4]. reject now";
+                        << "Receive the max client number[" << MAX_CLIENT_NUM << "]. reject now";
         const int number = fd.Get();
-        ClientHandle(std::move(fd), number).HangUp();
+        ClientHandle(std::move(fd), number).Close(0);
         return 2;
     }
     const int number = fd.Release();  // the slot's now

@@ -41,8 +41,8 @@ enum ProcessorModeE {
 // thread. Everything else belongs to the console's own threads.
 //
 // What select watches is closed by the receive thread only, or by Stop when that thread has ended.
-// The send thread gives a client up (HangUp); the receive thread sees the end of the stream then and
-// frees the slot.
+// The send thread gives a client up (HangUp); the receive thread sees the end of the stream then
+// and frees the slot.
 class Processor {
   public:
     static constexpr int READ_BUF_SIZE = 65535;  // bytes of one read at most
@@ -118,7 +118,7 @@ class Processor {
 
     // Connection.
     int Open(const std::shared_ptr<ClientHandle>& device = nullptr);
-    bool AdoptDevice(int fd, const std::shared_ptr<ClientHandle>& device);
+    bool ServeDevice(int& fd, const std::shared_ptr<ClientHandle>& device);
     std::shared_ptr<ClientHandle> TakeDevice();
     void CloseServer();
     void EndThreads();

@@ -145,11 +145,12 @@ void Processor::ReadOutLeavers() {
 
 void Processor::ReceiveFrom(int fd) {
     const int result = ReceiveCmdData(fd);
-    if (result >= 1 && ThrowException(result, fd)) {
+    const bool drops = result >= 1 && ThrowException(result, fd);
+    if (result >= 1 && mMode == DEVICE_MODE) {
+        Thread::SleepMs(kDevicePauseMs);
+    }
+    if (drops) {
         mRecvBuffer.Clear();
-        if (mMode == DEVICE_MODE) {
-            Thread::SleepMs(kDevicePauseMs);
-        }
         return;
     }
     ApplyFraming();

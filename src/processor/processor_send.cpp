@@ -61,9 +61,12 @@ void Processor::SendCmd() {
 // Writes the answer; nothing to a client that is gone.
 void Processor::Answer(const Command& command) {
     ClientHandle* const client = command.mClient.get();
-    const ClientHandle::Hold hold = client != nullptr ? client->Acquire() : nullptr;
-    if (client != nullptr && hold == nullptr) {
-        return;
+    ClientHandle::Hold hold;
+    while (client != nullptr && (hold = client->Acquire()) == nullptr) {
+        // Not gone: the device is just being opened anew, or the process is about to end.
+        if (client->Gone() || !Thread::SleepMs(kRetryPauseMs)) {
+            return;
+        }
     }
     const int fd = hold != nullptr ? hold->Get() : command.mClientFd;
     if (WriteBuffer(fd, command.mResponse.data(), static_cast<int>(command.mResponse.size())) >=

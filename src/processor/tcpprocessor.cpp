@@ -23,6 +23,7 @@ void SetOption(int fd, int level, int option, int value) {
 // its slot within about a minute, whether it owes the daemon data or only silence.
 void SetStationOptions(int fd) {
     SetOption(fd, IPPROTO_TCP, TCP_NODELAY, 1);
+    SetOption(fd, SOL_SOCKET, SO_OOBINLINE, 1);  // also for what comes before accept
     SetOption(fd, SOL_SOCKET, SO_KEEPALIVE, 1);
     SetOption(fd, IPPROTO_TCP, TCP_KEEPIDLE, 20);
     SetOption(fd, IPPROTO_TCP, TCP_KEEPINTVL, 10);

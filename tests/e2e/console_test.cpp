@@ -7,6 +7,7 @@
 #include <sys/socket.h>
 #include <termios.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <thread>
 
@@ -45,15 +46,22 @@ class Consoles : public Bench {
         Restart();
         mKelp->WaitForLog("tcp server side");
     }
-    // How many descriptors of the daemon lead to `file`.
-    int Holds(const std::string& file) const {
-        int count = 0;
+    // The descriptors of the daemon that lead to `file`.
+    std::vector<int> Held(const std::string& file) const {
+        std::vector<int> held;
         std::error_code gone;
         for (const auto& fd : std::filesystem::directory_iterator(
                  "/proc/" + std::to_string(mKelp->Pid()) + "/fd", gone)) {
-            count += std::filesystem::read_symlink(fd, gone) == file ? 1 : 0;
+            if (std::filesystem::read_symlink(fd, gone) == file) {
+                held.push_back(std::stoi(fd.path().filename()));
+            }
         }
-        return count;
+        return held;
+    }
+    size_t Holds(const std::string& file) const { return Held(file).size(); }
+    void LimitDescriptors(rlim_t count) const {
+        const struct rlimit limit = {count, 1024};
+        ASSERT_EQ(prlimit(mKelp->Pid(), RLIMIT_NOFILE, &limit, nullptr), 0);
     }
     static bool Polls(int fd, short event) {
         struct pollfd polled = {fd, event, 0};
@@ -104,7 +112,7 @@ TEST_F(Consoles, SwitchedOffIsReleasedWhoeverHoldsACommand) {
             }
             EXPECT_LT(MonotonicMs() - begin, KELP_SANITIZED ? 6000 : 1000);
             for (const Pty* pty : {&mUsb, &mUart}) {
-                EXPECT_EQ(Holds(pty->Device()), 0);
+                EXPECT_EQ(Holds(pty->Device()), 0u);
                 EXPECT_TRUE(Polls(pty->Master(), POLLHUP));
             }
             EXPECT_TRUE(Ended(stays) && Ended(left));
@@ -145,6 +153,27 @@ TEST_F(Consoles, NoExchangeIsBegunOnceAStopIsOrdered) {
     EXPECT_TRUE(Tcp().Answers("X\r\n", Unsupported("X")));
 }
 
+TEST_F(Consoles, AnswersAreNotLostToAResetWhateverTheStationHadSentBehind) {
+    const auto wcn = Wcn(Silent());
+    Start();
+    Station local = Station::Local();
+    std::string requests, answers;
+    for (int i = 0; i < 200; ++i) {
+        const std::string request = std::to_string(i) + std::string(1900, 'x');
+        requests += request + "\r\n";
+        answers += Unsupported(request);
+    }
+    for (int i = 0; i < 5; ++i) {
+        const std::string held = "AT+W" + std::to_string(i);
+        Station station = Tcp();
+        ASSERT_TRUE(station.Send(requests + held + "\r\n" + std::string(400000, 'y')));
+        ASSERT_TRUE(wcn->WaitForRequest(held));
+        Switch(local, "ZAT+TCP=0");
+        EXPECT_TRUE(station.Receive(answers.size()) == answers);
+        Switch(local, "ZAT+TCP=1");
+    }
+}
+
 TEST_F(Consoles, ASerialLineWithoutAllItsDescriptorsDoesNotOpen) {
     Start();
     Station local = Station::Local(), line = Station::Line(mUsb.Master());
@@ -153,12 +182,11 @@ TEST_F(Consoles, ASerialLineWithoutAllItsDescriptorsDoesNotOpen) {
     bool open = false;
     for (rlim_t limit = 3; !open; ++limit) {
         const int failures = mKelp->Logged(failure), opens = mKelp->Logged("usb active c");
-        const struct rlimit few = {limit, 1024};
-        ASSERT_EQ(prlimit(mKelp->Pid(), RLIMIT_NOFILE, &few, nullptr), 0);
+        LimitDescriptors(limit);
         Command(local, "ZAT+USB=1");
         ASSERT_TRUE(mKelp->WaitForLog("usb active c", opens + 1));
         open = mKelp->Logged(failure) == failures;
-        EXPECT_EQ(Holds(mUsb.Device()), open ? 2 : 0) << limit;
+        EXPECT_EQ(Holds(mUsb.Device()), open ? 2u : 0u) << limit;
         EXPECT_TRUE(line.Answers(open ? "X\r\n" : "", open ? Unsupported("X") : ""));
         Command(local, "ZAT+USB=0");
     }
@@ -186,7 +214,7 @@ TEST_F(Consoles, ARouteThatIsNoLineIsNeitherServedNorSpunOn) {
         EXPECT_GE(mKelp->Logged(row.record), row.atLeast) << row.route;
         EXPECT_LE(mKelp->Logged(row.record), row.atMost) << row.route;
         EXPECT_LT(mKelp->Log().size() - before, 4000u);
-        const int held = Holds(row.route);
+        const size_t held = Holds(row.route);
         EXPECT_TRUE(Station::Local().Answers("ZAT+USB=0\r\n", Ok("ZAT+USB=0")));
         EXPECT_TRUE(WaitUntil([&] { return Holds(row.route) < held; }));
     }
@@ -206,6 +234,9 @@ TEST_F(Consoles, AReopenedLineGetsTheAnswersOfCommandsBeforeIt) {
     Pty again;
     std::filesystem::remove(link);
     std::filesystem::create_symlink(again.Device(), link);
+    // No other descriptor is to be had than the two that the hang-up sets free.
+    const std::vector<int> held = Held(mUsb.Device());
+    LimitDescriptors(static_cast<rlim_t>(*std::max_element(held.begin(), held.end())) + 1);
     { const Station unplugged = std::move(first); }
     mUsb.HangUp();
     ASSERT_TRUE(mKelp->WaitForLog(": ReConnect: usb << reconnect << fd:"));
