@@ -10,6 +10,7 @@
 #include "messager/peeranswer.h"
 #include "platform/errortext.h"
 #include "platform/log.h"
+#include "platform/thread.h"
 #include "processor/command.h"
 
 namespace kelp {
@@ -40,6 +41,9 @@ Messager::Messager(MessagerManager* manager, const std::string& name)
         mFd = Connect();
     }
 }
+
+Messager::PeerTurn::PeerTurn(Messager* messager)
+    : TurnHolder(messager->mPeer, !Thread::StopRequested()) {}
 
 ConfigManager* Messager::GetConfigManager() const {
     return mManager->GetConfigManager();
@@ -131,7 +135,7 @@ LocalResult Messager::DropStaleBytes(LocalSocketClient& client, size_t dropped) 
 
 unsigned Messager::Exchange(Command* command, void* processor, bool reopen) {
     {
-        PeerTurn turn(mExchange);
+        const PeerTurn turn(this);
         if (turn.Held()) {
             if (mFd == -1 && reopen) {
                 mFd = Connect();

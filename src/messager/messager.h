@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "platform/localsocketclient.h"
-#include "platform/thread.h"
 #include "platform/turn.h"
 
 namespace kelp {
@@ -17,17 +16,6 @@ class Command;
 class ConfigManager;
 class MessagerManager;
 struct ModuleInfo;
-
-// The right to speak to a module's peer. Not held on a thread that is asked to stop: a console that
-// is switched off begins no exchange for the commands that it has framed.
-class PeerTurn {
-  public:
-    explicit PeerTurn(Turn& turn) : mTurn(turn) {}
-    bool Held() const { return mTurn.Held() && !Thread::StopRequested(); }
-
-  private:
-    const TurnHolder mTurn;
-};
 
 // Decides which requests are the module's, holds its connection to the peer daemon, and offers the
 // one exchange with it: Send, Receive, SendMessager. Created by its manager, which owns it.
@@ -55,6 +43,13 @@ class Messager {
     ConfigManager* GetConfigManager() const;
 
   protected:
+    // The turn to speak to the peer, one thread at a time. Not held on a console that is ordered to
+    // stop: nothing is begun there.
+    class PeerTurn : public TurnHolder {
+      public:
+        explicit PeerTurn(Messager* messager);
+    };
+
     // The exchange of those who ask and wait for the answer, on mClient: one thread at a time.
 
     // sopen on the client: the descriptor or -1. The caller stores it in mFd.
@@ -97,7 +92,7 @@ class Messager {
     std::shared_ptr<LocalSocketClient> mClient;
 
   private:
-    Turn mExchange;  // held over one exchange; nothing else is taken before it
+    Turn mPeer;  // no lock is taken before it
 };
 
 }  // namespace kelp

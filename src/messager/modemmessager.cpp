@@ -48,7 +48,7 @@ ModemMessager::Connection ModemMessager::Current() {
 }
 
 // Whether there is a connection, after an attempt to open one if need be. The caller holds
-// mWriting, so there is one attempt at a time.
+// the PeerTurn, so there is one attempt at a time.
 bool ModemMessager::Open() {
     if (Current()->Descriptor() != -1) {
         return true;
@@ -77,7 +77,7 @@ void ModemMessager::Drop(const Connection& lost) {
 bool ModemMessager::TryConnect() {
     while (mFd == -1) {
         {
-            PeerTurn turn(mWriting);
+            const PeerTurn turn(this);
             if (turn.Held()) {
                 Open();
             }
@@ -141,7 +141,7 @@ int ModemMessager::ReceiveMessage(LocalSocketClient& connection, Command& comman
 // Returns when there is a connection again, or the thread is asked to stop.
 void ModemMessager::AwaitConnection() {
     while (Pace()) {
-        PeerTurn turn(mWriting);
+        const PeerTurn turn(this);
         if (turn.Held() && Open()) {
             return;
         }
@@ -180,7 +180,7 @@ unsigned ModemMessager::HandleMessager(Command* command, void* processor) {
     const std::unique_ptr<Command> owned(command);
     KLOG(kLogDebug) << " <<<<<<<";
     // Held over all of it: who is stored last has written last.
-    PeerTurn turn(mWriting);
+    const PeerTurn turn(this);
     if (turn.Held()) {
         if (mFd == -1) {
             Open();

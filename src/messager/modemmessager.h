@@ -8,7 +8,6 @@
 #include "messager/messager.h"
 #include "platform/sync.h"
 #include "platform/thread.h"
-#include "platform/turn.h"
 
 namespace kelp {
 
@@ -59,8 +58,7 @@ class ModemMessager : public Messager {
     void Write(Command& command);
 
     std::atomic<bool> mRunning{true};
-    Turn mWriting;  // held over writing a request, and over opening a connection; before mMutex
-    Mutex mMutex;   // a leaf
+    Mutex mMutex;                                    // a leaf
     Connection mConnection KELP_GUARDED_BY(mMutex);  // never null; not open when there is none
     Last mLast KELP_GUARDED_BY(mMutex);
     int64_t mNextTryMs = 0;  // of MonotonicMs; the module's thread's own

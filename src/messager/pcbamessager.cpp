@@ -76,7 +76,7 @@ unsigned PCBAMessager::HandleMessager(Command* command, void* processor) {
         Refuse({std::move(token->command), processor}, "too many wait for their answers");
         return kSuccess;
     }
-    PeerTurn turn(mWriting);
+    const PeerTurn turn(this);
     const LocalResult result = turn.Held() ? Write(*token, deadlineMs) : LocalResult::kStopped;
     if (result == LocalResult::kDone || result == LocalResult::kLost ||
         result == LocalResult::kClosed) {

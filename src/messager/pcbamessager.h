@@ -11,7 +11,6 @@
 #include "messager/messager.h"
 #include "platform/sync.h"
 #include "platform/thread.h"
-#include "platform/turn.h"
 #include "processor/messagequeue.h"
 
 namespace kelp {
@@ -82,8 +81,7 @@ class PCBAMessager : public Messager {
     void HandBack(Owed owed);
 
     std::atomic<bool> mRunning{true};
-    Turn mWriting;  // held over writing a request and queuing its token; before mMutex
-    Mutex mMutex;   // a leaf
+    Mutex mMutex;  // a leaf
     // Takes requests; null without keep-alive, and when there is none that does.
     std::shared_ptr<PCBAConnection> mKept KELP_GUARDED_BY(mMutex);
     // What mTokenQueue holds or held and is not answered yet, in its order. Not owned.

@@ -10,8 +10,8 @@ namespace kelp {
 // comes before who comes later.
 class Turn {
   public:
-    // Blocks until the turn is the caller's. False when the calling thread was asked to stop while
-    // it waited; the turn is then not taken. A turn that is free is given in any case.
+    // Blocks until the turn is the caller's. False when the calling thread has been asked to stop
+    // and would have to wait; the turn is then not taken.
     bool Enter();
     void Leave();
 
@@ -24,7 +24,9 @@ class Turn {
 
 class TurnHolder {
   public:
-    explicit TurnHolder(Turn& turn) : mTurn(turn), mHeld(turn.Enter()) {}
+    // Enters only if `wanted`.
+    explicit TurnHolder(Turn& turn, bool wanted = true)
+        : mTurn(turn), mHeld(wanted && turn.Enter()) {}
     ~TurnHolder() {
         if (mHeld) {
             mTurn.Leave();
