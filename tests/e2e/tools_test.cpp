@@ -85,6 +85,7 @@ TEST(Tools, AnswersOutcomesAndExitStatus) {
         {"$S BAD OK --stop", "x\r\nERROR\r\n|1"},
         {"$S TEXT OK --quiet 50", "abcabca1\r\nOK\r\n|4"},
         {"$S TEXT --quiet 50 --expect cab", "abcabca|0"},
+        {"$S TEXT --quiet 50 --expect y --timeout 1", "abcabcakelp-send: TEXT" + late},
         {"$S OK --expect y", "1\r\nOK\r\nkelp-send: OK" + unexpected},
         {"$S OK --expect 1 --expect O", "1\r\nOK\r\n|0"},
         {"$S OK --expect 1 --expect y", "1\r\nOK\r\nkelp-send: OK" + unexpected},
