@@ -105,8 +105,7 @@ void ReceiveFromPeer(benchmark::State& state) {
     for (auto _ : state) {
         std::vector<char> answer;
         client.ssend({'?'});
-        // A short answer may come in several pieces; the long ones must come in one.
-        while (answer.size() < size && client.sreceive(answer, {5, 0}) == 0) {
+        while (answer.size() < size && client.sreceive(answer, {5, 0}) == LocalResult::kDone) {
         }
         if (answer.size() != size) {
             state.SkipWithError("answer lost");
