@@ -1,13 +1,7 @@
-// Mutex and condition variable: annotated for clang's thread-safety analysis, and with timed waits
-// on CLOCK_MONOTONIC (std::condition_variable follows the wall clock on Android).
+// Mutex and condition variable, annotated for clang's thread-safety analysis (libstdc++'s are not).
 #pragma once
 
 #include <pthread.h>
-#include <time.h>
-
-#include <atomic>
-#include <climits>
-#include <cstdint>
 
 #include "platform/annotations.h"
 
@@ -25,6 +19,8 @@ class KELP_CAPABILITY("mutex") Mutex {
     void Unlock() KELP_RELEASE() { pthread_mutex_unlock(&mMutex); }
 
   private:
+    friend class CondVar;
+
     pthread_mutex_t mMutex;
 };
 
@@ -40,35 +36,22 @@ class KELP_SCOPED_CAPABILITY MutexLock {
 };
 
 // Waits may wake without a signal: callers re-check their condition. A wait on one of the daemon's
-// own threads goes through Thread::Wait instead, so that Thread::Stop can end it.
-//
-// On a futex of its own rather than on pthread_cond_t: glibc takes the mutex back in its contended
-// form after every wait, which costs each hand-over between two threads a needless system call.
+// own threads goes through Thread::Wait instead, so that Thread::Stop can end it. Signal and
+// Broadcast need not hold the mutex that guards the condition, but the condition must have been
+// changed under it.
 class CondVar {
   public:
-    CondVar() = default;
+    CondVar() { pthread_cond_init(&mCond, nullptr); }
+    ~CondVar() { pthread_cond_destroy(&mCond); }
     CondVar(const CondVar&) = delete;
     CondVar& operator=(const CondVar&) = delete;
 
-    void Wait(Mutex& mutex) KELP_REQUIRES(mutex) { Sleep(mutex, nullptr); }
-    // `deadlineMs` in milliseconds of MonotonicMs(). False when the deadline has passed.
-    bool WaitUntil(Mutex& mutex, int64_t deadlineMs) KELP_REQUIRES(mutex) {
-        struct timespec deadline;
-        deadline.tv_sec = static_cast<time_t>(deadlineMs / 1000);
-        deadline.tv_nsec = static_cast<long>(deadlineMs % 1000) * 1000000;
-        return Sleep(mutex, &deadline);
-    }
-    void Signal() { Wake(1); }
-    void Broadcast() { Wake(INT_MAX); }
+    void Wait(Mutex& mutex) KELP_REQUIRES(mutex) { pthread_cond_wait(&mCond, &mutex.mMutex); }
+    void Signal() { pthread_cond_signal(&mCond); }
+    void Broadcast() { pthread_cond_broadcast(&mCond); }
 
   private:
-    bool Sleep(Mutex& mutex, const struct timespec* deadline) KELP_REQUIRES(mutex);
-    void Wake(int count);
-
-    // A waiter counts itself before it reads the sequence, a waker moves the sequence before it
-    // reads the count: one of the two always sees the other.
-    std::atomic<uint32_t> mSequence{0};
-    std::atomic<uint32_t> mWaiters{0};
+    pthread_cond_t mCond;
 };
 
 // A small value that one thread changes while others read it: copyable, each access a whole copy
