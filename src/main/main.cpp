@@ -2,7 +2,9 @@
 // happens on the threads that they started. There is no orderly end; the process runs until it is
 // killed.
 
+#include <fcntl.h>
 #include <signal.h>
+#include <stdlib.h>
 #include <sys/resource.h>
 #include <sys/select.h>
 #include <sys/stat.h>
@@ -16,6 +18,8 @@
 #include "config/configmanager.h"
 #include "main/argparser.h"
 #include "messager/messagermanager.h"
+#include "platform/log.h"
+#include "platform/systemproperty.h"
 #include "processor/processormanager.h"
 
 namespace {
@@ -30,6 +34,18 @@ void LimitDescriptors() {
     }
 }
 
+// A supervisor may start the daemon without them; what is opened first would take their numbers,
+// and a console or a peer would get the log.
+void FillStandardDescriptors() {
+    int fd;
+    do {
+        fd = open("/dev/null", O_RDWR);
+    } while (fd >= 0 && fd <= STDERR_FILENO);
+    if (fd >= 0) {
+        close(fd);
+    }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -37,7 +53,11 @@ int main(int argc, char** argv) {
     signal(SIGPIPE, SIG_IGN);
     // What the daemon creates is its own alone, unless it says otherwise.
     umask(077);
+    FillStandardDescriptors();
     LimitDescriptors();
+    kelp::SetLogFilter(getenv("ANDROID_LOG_TAGS"));
+    kelp::OpenLog();
+    kelp::SystemProperty::SetFile(getenv("KELP_PROPERTIES"));
 
     kelp::ArgParser(argc, argv);
     std::string path;

@@ -3,8 +3,10 @@
 //
 //     KLOG(kLogError) << name << "-->start fail";
 //
-// A record is emitted when the statement ends. All operations may be called from any thread, block
-// no longer than one write(2) of one record, and leave errno as it was.
+// A record is emitted when the statement ends. All operations but the first two may be called from
+// any thread, and leave errno as it was. A record that finds no room waits 50 ms for it and is then
+// dropped; after that the next ones are dropped at once until there is room again, and one record
+// of severity 4 tells how many were.
 #pragma once
 
 #include <charconv>
@@ -24,7 +26,17 @@ enum LogSeverity : int {
 
 inline constexpr char kLogTag[] = "KELP";
 
-// False when the filter that was in force at start drops records of this severity; a caller that
+// Both are called by main before any other thread runs, and do nothing on Android, where liblog has
+// a filter of its own and never waits for its reader.
+//
+// Sets which records are dropped, by a list in the form of ANDROID_LOG_TAGS ("KELP:E *:S"); null,
+// like no call, lets all pass.
+void SetLogFilter(const char* list);
+// Makes writing to standard error non-blocking for the log alone. Without it a record may wait as
+// long as its reader likes.
+void OpenLog();
+
+// False when the filter drops records of this severity; a caller that
 // asks first spends nothing on a record that nobody sees.
 bool LogEnabled(LogSeverity severity);
 
@@ -67,7 +79,7 @@ class LogStream {
 // always one line and nothing that a client sends can forge another.
 class LogMessage {
   public:
-    // `tag` and `function` are literals: they are not copied, and told apart by their addresses.
+    // `tag` is a literal: it is not copied.
     LogMessage(LogSeverity severity, const char* tag, const char* function);
     ~LogMessage();  // emits
     LogMessage(const LogMessage&) = delete;
@@ -76,21 +88,16 @@ class LogMessage {
     LogStream& stream() { return mStream; }
 
   private:
-    friend void DumpLog(const char* tag, const char* function, const char* title, const void* data,
-                        size_t length);
-    // Nothing of the text so far needs to be looked at for control bytes.
-    void MarkPlain() { mPlainLength = mStream.mLength; }
     void EmitEscaped();
 
     const LogSeverity mSeverity;
     const char* const mTag;
     const int mErrno;
-    size_t mPlainLength;  // so many bytes at the beginning are known to hold no control byte
     LogStream mStream;
 };
 
-// One severity-1 record: the title (a literal without control bytes), the byte count, and hex with
-// ASCII of at most the first 256 bytes. `data` may be null when `length` is below 1.
+// One severity-1 record: the title, the byte count, and hex with ASCII of at most the first 256
+// bytes. `data` may be null when `length` is below 1.
 void DumpLog(const char* tag, const char* function, const char* title, const void* data,
              size_t length);
 

@@ -24,6 +24,10 @@ int Priority(LogSeverity severity) {
 
 }  // namespace
 
+void SetLogFilter(const char*) {}
+
+void OpenLog() {}
+
 bool LogEnabled(LogSeverity severity) {
     return __android_log_is_loggable(Priority(severity), kLogTag, ANDROID_LOG_VERBOSE) != 0;
 }

@@ -1,20 +1,31 @@
 // Records as one line on standard error, in the shape of `logcat -v threadtime`.
 
-#include <stdlib.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <poll.h>
 #include <string.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
+#include <termios.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <string_view>
 
+#include "platform/clock.h"
 #include "platform/logbackend.h"
+#include "platform/sync.h"
 
 namespace kelp {
 
 namespace {
+
+// How long a record may wait for a reader that is slow.
+constexpr int kPatienceMs = 50;
 
 // Android's priorities, as the filter spells them.
 constexpr char kPriorityLetters[] = "VDIWEFS";
@@ -38,10 +49,136 @@ int Rank(char letter) {
     return found != nullptr ? static_cast<int>(found - kPriorityLetters) : 0;
 }
 
+enum class Sink {
+    kBlocking,  // a regular file; anything, before OpenLog
+    kOwn,       // opened anew, so that it can be non-blocking
+    kSocket,    // non-blocking by a flag of each call
+    kShared,    // could not be opened anew: polled before each write. A tty that has room for part
+                // of a record then still holds up the writer of the rest.
+};
+
+// Set by the main thread while there is no other.
+int sLowestRank = 0;
+Sink sSink = Sink::kBlocking;
+int sFd = STDERR_FILENO;
+bool sTty = false;
+
+// Records that were dropped since the last one that was written. While there are any, nothing
+// waits.
+std::atomic<size_t> sLost{0};
+// The last record was taken in part: the next one begins with a line end.
+std::atomic<bool> sCut{false};
+// A tty may take half a record; nothing else comes between that and the rest. Other sinks do
+// without: they take a record whole or not at all.
+Mutex sTtyMutex;
+
+// What the records of one thread and tag begin with during one second:
+// "MM-DD HH:MM:SS.mmm PID TID P TAG     : ". Only milliseconds and priority differ between them.
+struct Head {
+    static constexpr size_t kMilliseconds = 15;  // where they stand
+
+    void Refresh(time_t now, const char* newTag) {
+        struct tm local;
+        localtime_r(&now, &local);
+        char date[24] = {};
+        strftime(date, sizeof(date), "%m-%d %H:%M:%S", &local);
+        priority = static_cast<size_t>(
+            snprintf(text, sizeof(text), "%s.000 %5d %5ld ", date, getpid(), syscall(SYS_gettid)));
+        const int rest = snprintf(text + priority, sizeof(text) - priority, "D %-8s: ", newTag);
+        length = std::min(priority + static_cast<size_t>(rest), sizeof(text) - 1);
+        second = now;
+        tag = newTag;
+    }
+
+    time_t second = -1;
+    const char* tag = nullptr;
+    size_t priority = 0;  // where it stands
+    size_t length = 0;
+    char text[128];
+};
+
+bool WaitForRoom(int timeoutMs) {
+    struct pollfd room = {sFd, POLLOUT, 0};
+    return poll(&room, 1, timeoutMs) > 0;
+}
+
+ssize_t WriteSome(const char* text, size_t size) {
+    if (sSink == Sink::kSocket) {
+        return send(sFd, text, size, MSG_DONTWAIT | MSG_NOSIGNAL);
+    }
+    if (sSink == Sink::kShared && !WaitForRoom(0)) {
+        errno = EAGAIN;
+        return -1;
+    }
+    return write(sFd, text, size);
+}
+
+bool EndCutRecord() {
+    if (sCut.exchange(false) && WriteSome("\n", 1) != 1) {
+        sCut = true;
+    }
+    return !sCut;
+}
+
+// False when the record, or the rest of it, had to be given up.
+bool WriteRecord(const char* text, size_t size) {
+    if (sCut.load(std::memory_order_relaxed) && !EndCutRecord()) {
+        return false;
+    }
+    size_t done = 0;
+    int64_t deadlineMs = 0;
+    for (;;) {
+        const ssize_t n = WriteSome(text + done, size - done);
+        if (n > 0) {
+            done += static_cast<size_t>(n);
+            if (done == size) {
+                return true;
+            }
+        } else if (n < 0 && errno == EAGAIN && (done > 0 || sLost == 0)) {
+            const int64_t now = MonotonicMs();
+            deadlineMs = deadlineMs == 0 ? now + kPatienceMs : deadlineMs;
+            if (now >= deadlineMs) {
+                break;
+            }
+            // Tried again in either case: a tty has some room long before it says so.
+            WaitForRoom(static_cast<int>(deadlineMs - now));
+        } else if (n == 0 || errno != EINTR) {
+            break;
+        }
+    }
+    if (done > 0) {
+        sCut = true;
+    }
+    return false;
+}
+
+void TellLoss() {
+    const size_t lost = sLost.exchange(0);
+    if (lost == 0) {
+        return;  // another thread tells it
+    }
+    char text[256];
+    size_t length = log_backend::Prefix(text, sizeof(text), kLogError, kLogTag, "Log");
+    length += static_cast<size_t>(snprintf(text + length, sizeof(text) - length,
+                                           "%zu record(s) lost: standard error took none\n", lost));
+    if (!WriteRecord(text, length)) {
+        sLost += lost;
+    }
+}
+
+void EmitLine(const char* text, size_t size) {
+    if (!WriteRecord(text, size)) {
+        ++sLost;
+    } else if (sLost.load(std::memory_order_relaxed) != 0) {
+        TellLoss();
+    }
+}
+
+}  // namespace
+
 // The lowest rank that passes, from a list like "KELP:E *:S": the entry of our tag wins over "*",
 // a later entry over an earlier one, and an entry without a priority lets everything through.
-int ReadFilter() {
-    const char* list = getenv("ANDROID_LOG_TAGS");
+void SetLogFilter(const char* list) {
     int own = -1;
     int all = -1;
     const char* p = list != nullptr ? list : "";
@@ -58,40 +195,29 @@ int ReadFilter() {
         }
         p += length;
     }
-    return std::max(own >= 0 ? own : all, 0);
+    sLowestRank = std::max(own >= 0 ? own : all, 0);
 }
 
-// Read while the program loads, before any thread exists; only read afterwards.
-const int sLowestRank = ReadFilter();
-
-// What all records of one thread and tag in one second begin with:
-// "MM-DD HH:MM:SS.mmm PID TID P TAG     : ". Only milliseconds and priority are written anew for
-// each.
-struct ThreadStamp {
-    static constexpr size_t kMilliseconds = 15;  // where they stand
-
-    void Refresh(time_t now, const char* newTag) {
-        struct tm local;
-        localtime_r(&now, &local);
-        char date[24] = {};
-        strftime(date, sizeof(date), "%m-%d %H:%M:%S", &local);
-        const int before =
-            snprintf(head, sizeof(head), "%s.000 %5d %5ld ", date, getpid(), syscall(SYS_gettid));
-        priority = static_cast<size_t>(before);
-        const int rest = snprintf(head + priority, sizeof(head) - priority, "D %-8s: ", newTag);
-        length = std::min(priority + static_cast<size_t>(rest), sizeof(head) - 1);
-        second = now;
-        tag = newTag;
+void OpenLog() {
+    struct stat status;
+    if (fstat(STDERR_FILENO, &status) != 0 || S_ISREG(status.st_mode)) {
+        return;
     }
-
-    time_t second = -1;
-    const char* tag = nullptr;
-    size_t priority = 0;  // where it stands
-    size_t length = 0;
-    char head[128];
-};
-
-}  // namespace
+    if (S_ISSOCK(status.st_mode)) {
+        sSink = Sink::kSocket;
+        return;
+    }
+    sTty = isatty(STDERR_FILENO) == 1;
+    // Others hold the same open file: making theirs non-blocking would surprise them.
+    constexpr int kFlags = O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+    int own = open("/proc/self/fd/2", kFlags);
+    if (own < 0 && sTty && tcgetsid(STDERR_FILENO) == getsid(0)) {
+        // Another user's terminal, as after su; this name of it is open to all in its session.
+        own = open("/dev/tty", kFlags);
+    }
+    sSink = own >= 0 ? Sink::kOwn : Sink::kShared;
+    sFd = own >= 0 ? own : STDERR_FILENO;
+}
 
 // The severities are the ranks of Android's debug, info and error.
 bool LogEnabled(LogSeverity severity) {
@@ -102,20 +228,21 @@ namespace log_backend {
 
 size_t Prefix(char* out, size_t capacity, LogSeverity severity, const char* tag,
               const char* function) {
-    thread_local ThreadStamp stamp;
+    thread_local Head head;
     struct timespec now;
     clock_gettime(CLOCK_REALTIME, &now);
-    if (now.tv_sec != stamp.second || tag != stamp.tag) {
-        stamp.Refresh(now.tv_sec, tag);
+    if (now.tv_sec != head.second || tag != head.tag) {
+        head.Refresh(now.tv_sec, tag);
     }
-    auto left = static_cast<unsigned>(now.tv_nsec / 1000000);
-    for (size_t digit = ThreadStamp::kMilliseconds + 3; digit-- > ThreadStamp::kMilliseconds;) {
-        stamp.head[digit] = static_cast<char>('0' + left % 10);
-        left /= 10;
+    auto milliseconds = static_cast<unsigned>(now.tv_nsec / 1000000);
+    for (char* digit = head.text + Head::kMilliseconds + 2;
+         digit >= head.text + Head::kMilliseconds; --digit) {
+        *digit = static_cast<char>('0' + milliseconds % 10);
+        milliseconds /= 10;
     }
-    stamp.head[stamp.priority] = Letter(severity);
+    head.text[head.priority] = Letter(severity);
     size_t length = 0;
-    for (const std::string_view part : {std::string_view(stamp.head, stamp.length),
+    for (const std::string_view part : {std::string_view(head.text, head.length),
                                         std::string_view(function), std::string_view(": ")}) {
         const size_t taken = std::min(part.size(), capacity - length);
         memcpy(out + length, part.data(), taken);
@@ -126,9 +253,11 @@ size_t Prefix(char* out, size_t capacity, LogSeverity severity, const char* tag,
 
 void Emit(LogSeverity, const char*, char* text, size_t length) {
     text[length] = '\n';
-    // A record that standard error does not take is given up: the log must never hold up a console.
-    if (write(STDERR_FILENO, text, length + 1) < 0) {
-        return;
+    if (sTty) {
+        MutexLock lock(sTtyMutex);
+        EmitLine(text, length + 1);
+    } else {
+        EmitLine(text, length + 1);
     }
 }
 

@@ -11,10 +11,13 @@ class SystemProperty {
     // was once set can only be emptied, never removed). Any thread; does not block beyond the
     // reading of one file.
     //
-    // On Linux the file is the one that the environment variable KELP_PROPERTIES named when the
-    // program was loaded: lines `name=value` with blanks around either ignored, `#` comments, the
-    // last line of a name counts. Without the variable or the file every property is absent.
+    // On Linux the file has lines `name=value` with blanks around either ignored, `#` comments, and
+    // the last line of a name counts. Without a file every property is absent.
     static std::string Get(const std::string& name, const std::string& defaultValue);
+
+    // Names the file, null for none; it is read at each Get. Before any other thread runs. Does
+    // nothing on Android.
+    static void SetFile(const char* path);
 };
 
 }  // namespace kelp

@@ -6,6 +6,8 @@
 
 namespace kelp {
 
+void SystemProperty::SetFile(const char*) {}
+
 std::string SystemProperty::Get(const std::string& name, const std::string& defaultValue) {
     const prop_info* const info = __system_property_find(name.c_str());
     if (info == nullptr) {

@@ -1,5 +1,3 @@
-#include <stdlib.h>
-
 #include <string_view>
 
 #include "platform/systemproperty.h"
@@ -11,8 +9,7 @@ namespace {
 
 constexpr size_t kMaxFileBytes = 1u << 20;
 
-// Read while the program loads, before any thread exists; only read afterwards.
-const char* const sPath = getenv("KELP_PROPERTIES");
+std::string sPath;  // set while there is one thread only
 
 std::string_view Trim(std::string_view text) {
     constexpr char kBlanks[] = " \t\r\n\v\f";
@@ -42,9 +39,13 @@ std::string_view FindValue(std::string_view text, std::string_view name) {
 
 }  // namespace
 
+void SystemProperty::SetFile(const char* path) {
+    sPath = path != nullptr ? path : "";
+}
+
 std::string SystemProperty::Get(const std::string& name, const std::string& defaultValue) {
     std::string text;
-    if (sPath == nullptr || !ReadWholeFile(sPath, kMaxFileBytes, text)) {
+    if (sPath.empty() || !ReadWholeFile(sPath, kMaxFileBytes, text)) {
         return defaultValue;
     }
     const std::string_view value = FindValue(text, name);

@@ -1,8 +1,15 @@
 // What the daemon makes of its command line and its configuration file, and its log.
 
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 
+#include <algorithm>
+
+#include "platform/clock.h"
 #include "support/bench.h"
+#include "support/wait.h"
 
 namespace kelp::test {
 namespace {
@@ -61,6 +68,84 @@ TEST_F(Log, FilterOfTheEnvironmentDropsRecords) {
               std::string::npos);
     EXPECT_EQ(errors.find(" D KELP "), std::string::npos) << errors;
     EXPECT_EQ(errors.find(" I KELP "), std::string::npos) << errors;
+}
+
+// A command that starts the daemon with redirections of standard descriptors, for Bench::Start.
+std::vector<std::string> Redirected(const std::string& redirections) {
+    return {"bash", "-c", "exec \"$@\" " + redirections, "bash"};
+}
+
+// The log's reader stalls: a pipe, a socket and a terminal that are full.
+TEST_F(Log, NobodyReadsItAndThenSomebodyDoes) {
+    int pipeEnds[2], socketEnds[2];
+    ASSERT_EQ(pipe(pipeEnds), 0);
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, socketEnds), 0);
+    const Pty terminal;
+    const struct {
+        const char* name;
+        UniqueFd reader, writer;
+    } rows[] = {
+        {"pipe", UniqueFd(pipeEnds[0]), UniqueFd(pipeEnds[1])},
+        {"socket", UniqueFd(socketEnds[0]), UniqueFd(socketEnds[1])},
+        {"terminal", UniqueFd(dup(terminal.Master())),
+         UniqueFd(open(terminal.Device().c_str(), O_RDWR | O_NOCTTY))},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        Start(false, kTail, Redirected("2>&" + std::to_string(row.writer.Get())));
+        std::string log;
+        const auto drain = [&] {
+            char chunk[4096];
+            struct pollfd readable = {row.reader.Get(), POLLIN, 0};
+            while (poll(&readable, 1, 0) > 0) {
+                const ssize_t n = read(row.reader.Get(), chunk, sizeof(chunk));
+                log.append(chunk, static_cast<size_t>(std::max<ssize_t>(n, 0)));
+            }
+        };
+        Station station = Tcp();
+        const int64_t begin = MonotonicMs();
+        for (int i = 0; i < 1000; ++i) {
+            ASSERT_TRUE(station.Answers("X\r\n", Unsupported("X")));
+        }
+        EXPECT_LT(MonotonicMs() - begin, KELP_SANITIZED ? 10000 : 2000);
+        EXPECT_EQ(fcntl(row.writer.Get(), F_GETFL) & O_NONBLOCK, 0);
+        drain();
+        EXPECT_EQ(log.find("lost"), std::string::npos);
+        log.clear();
+        for (int i = 0; i < 100; ++i) {
+            ASSERT_TRUE(station.Answers("Y\r\n", Unsupported("Y")));
+            drain();
+        }
+        const auto count = [&](const std::string& text) {
+            int found = 0;
+            for (size_t at = log.find(text); at != log.npos; at = log.find(text, at + 1)) {
+                ++found;
+            }
+            return found;
+        };
+        // Each record is lost or there: one of each command names it as "Y", one as its answer.
+        EXPECT_TRUE(WaitUntil([&] {
+            drain();
+            return count(" D KELP    : SendCmd: Response <<<<<<< (") == 100;
+        })) << log;
+        EXPECT_EQ(count("HandleRequest (1 bytes) 59 |Y|"), 100);
+        EXPECT_EQ(count(" E KELP    : Log: "), 1);
+        EXPECT_GT(atoi(log.c_str() + log.find(" E KELP    : Log: ") + 18), 1000);
+        // What was cut is a line of its own: no record follows another on its line.
+        EXPECT_EQ(count(" KELP    : "), count("\n") - (log[0] == '\n' ? 1 : 0));
+    }
+}
+
+TEST_F(Log, ClosedStandardDescriptorsAreFilled) {
+    const auto wcn = Wcn();
+    Start(false, kTail, Redirected("<&- >&- 2>&-"));
+    for (const char* number : {"0", "1", "2"}) {
+        char target[64] = {};
+        const std::string link = "/proc/" + std::to_string(mKelp->Pid()) + "/fd/" + number;
+        EXPECT_GT(readlink(link.c_str(), target, sizeof(target) - 1), 0);
+        EXPECT_STREQ(target, "/dev/null");
+    }
+    EXPECT_TRUE(Tcp().Answers("AT+W\r\n", "<wcn:AT+W>"));
 }
 
 }  // namespace

@@ -9,19 +9,13 @@
 #include <thread>
 
 #include "platform/cjsonobject.h"
+#include "platform/log.h"
+#include "platform/systemproperty.h"
 #include "support/logcapture.h"
 #include "support/tempdir.h"
 
 namespace kelp {
 namespace {
-
-// The variable is read while the program loads, so it is set before that: a constructor with a
-// priority runs ahead of the initialisers without one.
-char sPropertyFile[64];
-__attribute__((constructor(200))) void NamePropertyFile() {
-    snprintf(sPropertyFile, sizeof(sPropertyFile), "/tmp/kelp-test-%d.prop", getpid());
-    setenv("KELP_PROPERTIES", sPropertyFile, 1);
-}
 
 class Config : public testing::Test {
   protected:
@@ -88,7 +82,9 @@ TEST_F(Config, ConsolesTakeWhatTheyKnow) {
 }
 
 TEST_F(Config, ActiveFollowsItsProperty) {
-    std::ofstream(sPropertyFile) << "# a=1\n vendor.a = 1 \nvendor.b=yes\r\nvendor.b=no\nempty=\n";
+    const std::string properties =
+        mDir.Write("p", "# a=1\n vendor.a = 1 \nvendor.b=yes\r\nvendor.b=no\nempty=\n");
+    SystemProperty::SetFile(properties.c_str());
     const struct {
         std::string value;
         bool active;
@@ -107,7 +103,7 @@ TEST_F(Config, ActiveFollowsItsProperty) {
         EXPECT_EQ(Said("I ParseActive: "), "Json: " + c.value + "|" + c.property);
         EXPECT_EQ(mManager.GetConfigByName("tcp")->active, c.active) << c.value;
     }
-    unlink(sPropertyFile);
+    SystemProperty::SetFile(nullptr);
 }
 
 TEST_F(Config, ReceiveMode) {
@@ -230,9 +226,11 @@ TEST_F(Config, RefreshWhereItIsHard) {
     struct rlimit limit;
     getrlimit(RLIMIT_FSIZE, &limit);
     const struct rlimit small = {100, limit.rlim_max};
+    SetLogFilter("*:S");  // the limit is the captured log's, too
     setrlimit(RLIMIT_FSIZE, &small);
     const bool refreshed = mManager.RefreshConfig();
-    setrlimit(RLIMIT_FSIZE, &limit);  // first: it bounds the captured log too
+    setrlimit(RLIMIT_FSIZE, &limit);
+    SetLogFilter(nullptr);
     EXPECT_FALSE(refreshed);
     EXPECT_EQ(mDir.Read("k.json"), written);
     EXPECT_EQ(mDir.Count(), 1u);

@@ -15,6 +15,8 @@
 #include "common/arguments.h"
 #include "config/configmanager.h"
 #include "platform/cjsonobject.h"
+#include "platform/log.h"
+#include "platform/systemproperty.h"
 #include "platform/wholefile.h"
 
 namespace {
@@ -65,12 +67,6 @@ error_t TakeArgument(int key, char* text, struct argp_state* state) {
     }
 }
 
-// The records of the daemon's own reader would only repeat what is told here, less exactly. Its
-// filter is read while the program loads: a constructor with a priority runs before that.
-__attribute__((constructor(200))) void SilenceLog() {
-    setenv("ANDROID_LOG_TAGS", "*:S KELP:S", 1);
-}
-
 int Refuse(const std::string& file, const std::string& why) {
     fprintf(stderr, "%s: error: %s\n", file.c_str(), why.c_str());
     return kExitUnreadable;
@@ -109,6 +105,9 @@ int Check(const std::string& file, bool paths, bool title) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // The records of the daemon's own reader would only repeat what is told here, less exactly.
+    kelp::SetLogFilter("*:S");
+    kelp::SystemProperty::SetFile(getenv("KELP_PROPERTIES"));
     CheckOptions options;
     kelp::tools::ReadArguments(
         argc, argv, {kOptions, TakeArgument, "FILE...", kHelp, nullptr, nullptr, nullptr},
