@@ -2,6 +2,7 @@
 
 #include <errno.h>
 
+#include "config/configkeys.h"
 #include "platform/cjsonobject.h"
 #include "platform/log.h"
 #include "platform/sync.h"
@@ -11,7 +12,6 @@ namespace kelp {
 
 namespace {
 
-constexpr size_t kMaxFileBytes = 16u << 20;
 constexpr int32_t kDefaultModuleTimeout = 15;
 constexpr unsigned char kDefaultTail[] = {'\r', '\n'};
 
@@ -100,14 +100,21 @@ bool ConfigManager::ReadJSONDoc(const std::string& path, neb::CJsonObject& doc) 
         own = path;
     }
     std::string content;
-    if (!ReadWholeFile(own, kMaxFileBytes, content)) {
-        KLOG(kLogError) << "Json file(" << own << ") open error!!!";
+    return ReadOwnFile(content, doc);
+}
+
+bool ConfigManager::ReadOwnFile(std::string& content, neb::CJsonObject& doc) {
+    static constexpr char kFunction[] = "ReadJSONDoc";
+    const std::string& path = mConsoleConfig->path;
+    if (!ReadWholeFile(path, kMaxConfigBytes, content)) {
+        KLOG_AS(kFunction, kLogError) << "Json file(" << path << ") open error!!!";
+        KLOG_AS(kFunction, kLogInfo) << "not read, errno = " << errno;
         return false;
     }
     if (!doc.Parse(content)) {
         const neb::CJsonPosition at = doc.ErrorPosition();
-        KLOG(kLogError) << "Json file(" << own << ") syntax error!!!";
-        KLOG(kLogInfo) << "line " << at.line << ", column " << at.column;
+        KLOG_AS(kFunction, kLogError) << "Json file(" << path << ") syntax error!!!";
+        KLOG_AS(kFunction, kLogInfo) << "line " << at.line << ", column " << at.column;
         return false;
     }
     return true;
@@ -117,23 +124,29 @@ bool ConfigManager::RefreshConfig() {
     MutexLock lock(sRefreshMutex);
     const std::string& path = mConsoleConfig->path;
     neb::CJsonObject doc;
-    if (!ReadJSONDoc(path, doc)) {
+    std::string old;
+    if (!ReadOwnFile(old, doc)) {
         return false;
     }
     for (const CommonConfig& console : mConsoleConfig->consoles) {
-        neb::CJsonObject record = doc["console"][console.name];
-        record.Replace("support", console.support);
-        record.Replace("active", console.active.Get());
-        record.Replace("route", console.route.Get());
-        record.Replace("port", console.port.Get());
-        record.Replace("timeout", console.timeout);
+        neb::CJsonObject record = doc[kKeyConsole][console.name];
+        record.Replace(kKeySupport, console.support);
+        record.Replace(kKeyActive, console.active.Get());
+        record.Replace(kKeyRoute, console.route.Get());
+        record.Replace(kKeyPort, console.port.Get());
+        record.Replace(kKeyTimeout, console.timeout);
     }
-    if (!ReplaceWholeFile(path, doc.ToFormattedString())) {
-        KLOG(kLogError) << "Json file(" << path << ") open error!!!";
-        KLOG(kLogInfo) << "not written, errno = " << errno;
-        return false;
+    const std::string content = doc.ToFormattedString();
+    if (content == old) {
+        return true;
     }
-    return true;
+    errno = EFBIG;  // the next start would refuse it
+    if (content.size() <= kMaxConfigBytes && ReplaceWholeFile(path, content)) {
+        return true;
+    }
+    KLOG(kLogError) << "Json file(" << path << ") open error!!!";
+    KLOG(kLogInfo) << "not written, errno = " << errno;
+    return false;
 }
 
 }  // namespace kelp

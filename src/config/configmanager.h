@@ -44,8 +44,8 @@ class ConfigManager {
     void InitCommonConfig();  // replaces the consoles by the built-in ones
 
     // Remembers `path` unless it is empty, and reads the remembered file into `doc`. False, with
-    // one severity-4 record, when it cannot be read (a directory, a device or more than 16 MiB
-    // counts so) or is no JSON; a severity-2 record then tells the place of the error.
+    // one severity-4 record, when it cannot be read (anything but a regular file of at most
+    // kMaxConfigBytes counts so) or is no JSON; a severity-2 record then tells the reason.
     bool ReadJSONDoc(const std::string& path, neb::CJsonObject& doc);
     // Overrides the configuration by the file. False as above, with nothing changed but the path.
     bool ParseJSONDoc(const std::string& path);
@@ -67,11 +67,15 @@ class ConfigManager {
     static void HexToString(std::string hex, unsigned char* out, int& length);
 
     // Writes "support", "active", "route", "port" and "timeout" of every console into the file,
-    // which is read afresh: everything else in it stays. False, with one severity-4 record and the
-    // file untouched, when it cannot be read or written. Serialised; blocks for the disk.
+    // which is read afresh: everything else in it stays. A file that says all that already is not
+    // written. False, with the records of ReadJSONDoc and the file untouched, when it cannot be
+    // read, or cannot be written (more than kMaxConfigBytes counts so). Serialised; blocks for the
+    // disk.
     bool RefreshConfig();
 
   private:
+    bool ReadOwnFile(std::string& content, neb::CJsonObject& doc);
+
     const std::unique_ptr<ConsoleConfig> mConsoleConfig;
 };
 

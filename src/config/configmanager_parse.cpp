@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <initializer_list>
 #include <optional>
 #include <utility>
 
+#include "config/configkeys.h"
 #include "config/configmanager.h"
 #include "platform/cjsonobject.h"
 #include "platform/log.h"
@@ -37,6 +39,25 @@ void GetShared(const neb::CJsonObject& obj, const char* key, Shared<T>& field) {
     }
 }
 
+struct MemberParser {
+    const char* key;
+    void (ConfigManager::*parse)(neb::CJsonObject&);
+};
+
+// Hands each member that has a parser to it, in the order of the file.
+void ParseMembers(ConfigManager& manager, neb::CJsonObject& obj,
+                  std::initializer_list<MemberParser> parsers) {
+    std::string key;
+    while (obj.GetKey(key)) {
+        for (const MemberParser& parser : parsers) {
+            if (key == parser.key) {
+                neb::CJsonObject member = obj[key];
+                (manager.*parser.parse)(member);
+            }
+        }
+    }
+}
+
 }  // namespace
 
 bool ConfigManager::ParseJSONDoc(const std::string& path) {
@@ -44,17 +65,10 @@ bool ConfigManager::ParseJSONDoc(const std::string& path) {
     if (!ReadJSONDoc(path, doc)) {
         return false;
     }
-    std::string key;
-    while (doc.GetKey(key)) {
-        neb::CJsonObject member = doc[key];
-        if (key == "console") {
-            ParseConsole(member);
-        } else if (key == "receive-mode") {
-            ParseReceiveMode(member);
-        } else if (key == "module") {
-            ParseModule(member);
-        }
-    }
+    ParseMembers(*this, doc,
+                 {{kKeyConsole, &ConfigManager::ParseConsole},
+                  {kKeyReceiveMode, &ConfigManager::ParseReceiveMode},
+                  {kKeyModule, &ConfigManager::ParseModule}});
     return true;
 }
 
@@ -69,13 +83,13 @@ void ConfigManager::ParseConsole(neb::CJsonObject& obj) {
             const neb::CJsonObject member = obj[key];
             // The local console takes no more than its time-out: it is the one that always stays.
             if (key != "local") {
-                member.Get("support", console.support);
-                member.Get("active", active);
+                member.Get(kKeySupport, console.support);
+                member.Get(kKeyActive, active);
                 console.active = ParseActive(active);
-                GetShared(member, "route", console.route);
-                GetShared(member, "port", console.port);
+                GetShared(member, kKeyRoute, console.route);
+                GetShared(member, kKeyPort, console.port);
             }
-            member.Get("timeout", console.timeout);
+            member.Get(kKeyTimeout, console.timeout);
         }
     }
     for (const CommonConfig& console : mConsoleConfig->consoles) {
@@ -89,7 +103,7 @@ bool ConfigManager::ParseActive(neb::CJsonObject& value) {
     const std::string text = value.ToString();
     KLOG(kLogInfo) << "Json: " << text;
     std::string name;
-    if (!value.GetKey(name)) {
+    if (!value.GetKeyAt(0, name)) {
         return text == "true";
     }
     std::string expected = "1";
@@ -102,16 +116,16 @@ bool ConfigManager::ParseActive(neb::CJsonObject& value) {
 void ConfigManager::ParseReceiveMode(neb::CJsonObject& obj) {
     ReceiveConfig& receive = mConsoleConfig->receive;
     std::string mode;
-    obj.Get("mode", mode);
-    if (mode == "tail") {
+    obj.Get(kKeyMode, mode);
+    if (mode == kModeTail) {
         receive.mode = kReceiveTail;
-    } else if (mode == "timetick") {
+    } else if (mode == kModeTimeTick) {
         receive.mode = kReceiveTimeTick;
     }
     std::string tail;
-    obj.Get("tail", tail);
+    obj.Get(kKeyTail, tail);
     HexToString(tail, receive.tail, receive.tailLength);
-    obj.Get("millisecond", receive.millisecond);
+    obj.Get(kKeyMillisecond, receive.millisecond);
 }
 
 void ConfigManager::HexToString(std::string hex, unsigned char* out, int& length) {
@@ -149,19 +163,11 @@ void ConfigManager::HexToString(std::string hex, unsigned char* out, int& length
 }
 
 void ConfigManager::ParseModule(neb::CJsonObject& obj) {
-    std::string key;
-    while (obj.GetKey(key)) {
-        neb::CJsonObject member = obj[key];
-        if (key == "support-modules") {
-            ParseSupportModules(member);
-        } else if (key == "interaction") {
-            ParseInteraction(member);
-        } else if (key == "whitelist") {
-            ParseWhiteList(member);
-        } else if (key == "test-commands") {
-            ParseTestCmds(member);
-        }
-    }
+    ParseMembers(*this, obj,
+                 {{kKeySupportModules, &ConfigManager::ParseSupportModules},
+                  {kKeyInteraction, &ConfigManager::ParseInteraction},
+                  {kKeyWhiteList, &ConfigManager::ParseWhiteList},
+                  {kKeyTestCommands, &ConfigManager::ParseTestCmds}});
 }
 
 void ConfigManager::ParseSupportModules(neb::CJsonObject& array) {
@@ -189,10 +195,10 @@ void ConfigManager::ParseInteraction(neb::CJsonObject& obj) {
     for (ModuleInfo& module : mConsoleConfig->modules) {
         const neb::CJsonObject member = obj[module.name];
         if (!member.IsEmpty()) {
-            member.Get("keep-alive", module.keepAlive);
-            member.Get("path", module.path);
-            member.Get("timeout", module.timeout);
-            member.Get("quiet", module.quietMs);
+            member.Get(kKeyKeepAlive, module.keepAlive);
+            member.Get(kKeyPath, module.path);
+            member.Get(kKeyTimeout, module.timeout);
+            member.Get(kKeyQuiet, module.quietMs);
         }
     }
     for (const ModuleInfo& module : mConsoleConfig->modules) {

@@ -1,6 +1,7 @@
 // The whole configuration.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -11,6 +12,8 @@
 namespace kelp {
 
 inline constexpr char kDefaultConfigPath[] = "/vendor/etc/kelp.json";
+// What is read and written at most; a configuration is a few KiB.
+inline constexpr size_t kMaxConfigBytes = 1u << 20;
 
 // Neither vector changes its length once the first manager beside the configuration's own exists:
 // everybody keeps plain pointers to the records.

@@ -70,11 +70,6 @@ class Builder {
     std::optional<size_t> ErrorBytes() const { return mErrorBytes; }
 
   private:
-    struct Level {
-        Json* node;  // stays where it is: only the innermost container grows
-        std::unordered_map<std::string, size_t> members;
-    };
-
     Json* Place(Json value);
     bool Add(Json value) {
         Place(std::move(value));
@@ -87,6 +82,11 @@ class Builder {
     }
 
     Json& mRoot;
+    struct Level {
+        Json* node;  // stays where it is: only the innermost container grows
+        std::unordered_map<std::string, size_t> members;
+    };
+
     std::vector<Level> mOpen;
     size_t mMember = 0;  // of the innermost object: the one whose value comes next
     std::optional<size_t> mErrorBytes;
@@ -161,24 +161,31 @@ Json& MakeMember(Json& node, const std::string& key) {
 
 }  // namespace
 
-// Members are elements of vectors, so a pointer to one dies when another is added beside it:
-// handles keep the way, and pointers never leave a single operation.
+// Members are elements of vectors, so a pointer to one dies when another is added beside it: a
+// handle keeps the way to its value, and the pointer only until the document changes.
 struct CJsonObject::Document {
     Json root = Json(Json::value_t::discarded);  // until something is parsed or replaced
     CJsonPosition error;
+    unsigned changes = 0;
 
-    const Json* Find(const std::vector<std::string>& path) const {
-        const Json* node = root.is_discarded() ? nullptr : &root;
-        for (const std::string& key : path) {
-            node = FindMember(node, key);
+    // What the handle names; null when it is not there.
+    static const Json* Find(const CJsonObject& handle) {
+        const Document& document = *handle.mDocument;
+        if (handle.mChanges != document.changes) {
+            const Json* node = document.root.is_discarded() ? nullptr : &document.root;
+            for (const std::string& key : handle.mPath) {
+                node = FindMember(node, key);
+            }
+            handle.Keep(node);
         }
-        return node;
+        return static_cast<const Json*>(handle.mNode);
     }
 
     bool Set(const std::vector<std::string>& path, const std::string& key, Json value) {
         if (path.size() >= kMaxDepth) {
             return false;
         }
+        ++changes;
         Json* node = &root;
         for (const std::string& name : path) {
             node = &MakeMember(*node, name);
@@ -190,6 +197,11 @@ struct CJsonObject::Document {
 
 CJsonObject::CJsonObject() : mDocument(std::make_shared<Document>()) {}
 
+void CJsonObject::Keep(const void* node) const {
+    mNode = node;
+    mChanges = mDocument->changes;
+}
+
 bool CJsonObject::Parse(const std::string& text) {
     *this = CJsonObject();
     // The library takes a zero byte for the end of the text; here it is an error like any other.
@@ -199,6 +211,7 @@ bool CJsonObject::Parse(const std::string& text) {
     const bool good = Json::sax_parse(Cursor(text.data(), &reached),
                                       Cursor(text.data() + length, &reached), &builder);
     if (good && length == text.size()) {
+        Keep(&mDocument->root);
         return true;
     }
     const size_t refused = good ? length + 1 : static_cast<size_t>(reached - text.data());
@@ -212,14 +225,19 @@ CJsonPosition CJsonObject::ErrorPosition() const {
 }
 
 bool CJsonObject::GetKey(std::string& key) {
-    const Json* const node = mDocument->Find(mPath);
+    const bool found = GetKeyAt(mNextKey, key);
+    mNextKey = found ? mNextKey + 1 : 0;
+    return found;
+}
+
+bool CJsonObject::GetKeyAt(size_t index, std::string& key) const {
+    const Json* const node = Document::Find(*this);
     const auto* const object = node != nullptr ? node->get_ptr<const Json::object_t*>() : nullptr;
-    if (object == nullptr || mNextKey >= object->size()) {
-        mNextKey = 0;
+    if (object == nullptr || index >= object->size()) {
         return false;
     }
     const Json::object_t::Container& members = *object;
-    key = members[mNextKey++].first;
+    key = members[index].first;
     return true;
 }
 
@@ -227,6 +245,7 @@ CJsonObject CJsonObject::operator[](const std::string& key) const {
     CJsonObject member(*this);
     member.mPath.push_back(key);
     member.mNextKey = 0;
+    member.Keep(FindMember(Document::Find(*this), key));
     return member;
 }
 
@@ -234,19 +253,19 @@ std::optional<std::string> CJsonObject::operator()(int index) const {
     if (index < 0 || index >= GetArraySize()) {
         return std::nullopt;
     }
-    const auto& array = *mDocument->Find(mPath)->get_ptr<const Json::array_t*>();
+    const auto& array = *Document::Find(*this)->get_ptr<const Json::array_t*>();
     const auto* const text = array[static_cast<size_t>(index)].get_ptr<const std::string*>();
     return text != nullptr ? std::optional<std::string>(*text) : std::nullopt;
 }
 
 int CJsonObject::GetArraySize() const {
-    const Json* const node = mDocument->Find(mPath);
+    const Json* const node = Document::Find(*this);
     const auto* const array = node != nullptr ? node->get_ptr<const Json::array_t*>() : nullptr;
     return array != nullptr ? static_cast<int>(array->size()) : 0;
 }
 
 bool CJsonObject::Get(const std::string& key, bool& value) const {
-    const Json* const node = FindMember(mDocument->Find(mPath), key);
+    const Json* const node = FindMember(Document::Find(*this), key);
     const auto* const flag = node != nullptr ? node->get_ptr<const bool*>() : nullptr;
     if (flag != nullptr) {
         value = *flag;
@@ -257,7 +276,7 @@ bool CJsonObject::Get(const std::string& key, bool& value) const {
 bool CJsonObject::Get(const std::string& key, int& value) const {
     constexpr int kMin = std::numeric_limits<int>::min();
     constexpr int kMax = std::numeric_limits<int>::max();
-    const Json* const node = FindMember(mDocument->Find(mPath), key);
+    const Json* const node = FindMember(Document::Find(*this), key);
     if (node == nullptr || !node->is_number()) {
         return false;
     }
@@ -283,7 +302,7 @@ bool CJsonObject::Get(const std::string& key, int& value) const {
 }
 
 bool CJsonObject::Get(const std::string& key, std::string& value) const {
-    const Json* const node = FindMember(mDocument->Find(mPath), key);
+    const Json* const node = FindMember(Document::Find(*this), key);
     const auto* const text = node != nullptr ? node->get_ptr<const std::string*>() : nullptr;
     if (text != nullptr) {
         value = *text;
@@ -292,24 +311,24 @@ bool CJsonObject::Get(const std::string& key, std::string& value) const {
 }
 
 bool CJsonObject::Get(const std::string& key, CJsonObject& value) const {
-    const Json* const node = FindMember(mDocument->Find(mPath), key);
+    const Json* const node = FindMember(Document::Find(*this), key);
     const bool found = node != nullptr && (node->is_object() || node->is_boolean());
     value = found ? (*this)[key] : CJsonObject();
     return found;
 }
 
 bool CJsonObject::IsEmpty() const {
-    const Json* const node = mDocument->Find(mPath);
+    const Json* const node = Document::Find(*this);
     return node == nullptr || node->empty();
 }
 
 std::string CJsonObject::ToString() const {
-    const Json* const node = mDocument->Find(mPath);
+    const Json* const node = Document::Find(*this);
     return node != nullptr ? node->dump(-1, ' ', false, kReplaceBadBytes) : std::string();
 }
 
 std::string CJsonObject::ToFormattedString() const {
-    const Json* const node = mDocument->Find(mPath);
+    const Json* const node = Document::Find(*this);
     return node != nullptr ? node->dump(4, ' ', false, kReplaceBadBytes) + "\n" : std::string();
 }
 

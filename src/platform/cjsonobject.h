@@ -50,6 +50,8 @@ class CJsonObject {
     // The names of the object's members, one per call in their order; false after the last (the
     // next call begins again) and for what is no object. Each handle counts for itself.
     bool GetKey(std::string& key);
+    // One of these names by its place; false behind the last.
+    bool GetKeyAt(size_t index, std::string& key) const;
     CJsonObject operator[](const std::string& key) const;
     // An array element; nothing when the element is no string or not there.
     std::optional<std::string> operator()(int index) const;
@@ -83,8 +85,13 @@ class CJsonObject {
   private:
     struct Document;
 
+    void Keep(const void* node) const;
+
     std::shared_ptr<Document> mDocument;  // never null
     std::vector<std::string> mPath;       // from the document's outermost value to this one
+    // The value that the path leads to, null without one, while the document counts mChanges.
+    mutable const void* mNode = nullptr;
+    mutable unsigned mChanges = 0;
     size_t mNextKey = 0;
 };
 

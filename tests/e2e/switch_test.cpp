@@ -164,6 +164,12 @@ TEST_F(Switch, AnswersAndWhatTheyPersist) {
     EXPECT_EQ(mKelp->Logged(": kelp:IP Port: 2147483647\n"), 1);
     Command("ZAT+PORT=" + std::to_string(port));
     Command("ZAT+UPDATE");
+    // A file that the next start would find too long is not written.
+    const std::string kept = mDir.Read("kelp.json");
+    Command("ZAT+IP=" + std::string(200000, '\1'));
+    Command("ZAT+UPDATE");
+    EXPECT_EQ(mKelp->Logged("RefreshConfig: not written, errno = 27\n"), 1);
+    EXPECT_EQ(mDir.Read("kelp.json"), kept);
     Restart();
     EXPECT_TRUE(WaitUntil([&] { return !Refused(port); }));
     // A file that cannot be read is left alone.

@@ -49,12 +49,17 @@ TEST_F(Config, UnreadableFilesLeaveTheDefaults) {
     const std::string fifo = mDir.Path("fifo");
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
     const std::string big = mDir.Write("big", "{}");
-    ASSERT_EQ(truncate(big.c_str(), (64 << 20) + 1), 0);
-    for (const std::string& path : {mDir.Path("missing"), mDir.Root(), fifo, big}) {
+    ASSERT_EQ(truncate(big.c_str(), (1 << 20) + 1), 0);
+    const std::pair<std::string, int> unreadable[] = {
+        {mDir.Path("missing"), ENOENT}, {mDir.Root(), EISDIR}, {fifo, EINVAL}, {big, EFBIG}};
+    for (const auto& [path, reason] : unreadable) {
+        const std::string said =
+            "E ReadJSONDoc: Json file(" + path +
+            ") open error!!!|I ReadJSONDoc: not read, errno = " + std::to_string(reason) + "|";
         EXPECT_FALSE(mManager.ParseJSONDoc(path));
-        EXPECT_EQ(Said(), "E ReadJSONDoc: Json file(" + path + ") open error!!!|");
+        EXPECT_EQ(Said(), said);
         EXPECT_FALSE(mManager.RefreshConfig());
-        EXPECT_EQ(Said(), "E ReadJSONDoc: Json file(" + path + ") open error!!!|");
+        EXPECT_EQ(Said(), said);
     }
     EXPECT_FALSE(Load("{\"console\":{\"tcp\":{\"port\":1}},\n}"));
     EXPECT_EQ(Said(), "E ReadJSONDoc: Json file(" + mPath + ") syntax error!!!|" +
@@ -186,6 +191,7 @@ TEST_F(Config, RefreshKeepsEverythingElse) {
         << written;
     ASSERT_EQ(stat(link.c_str(), &status), 0);
     EXPECT_NE(status.st_ino, before);  // a new file took the place of the old one
+    const ino_t replaced = status.st_ino;
     EXPECT_EQ(status.st_mode & 07777, 0640u);
     ASSERT_EQ(lstat(link.c_str(), &status), 0);
     EXPECT_TRUE(S_ISLNK(status.st_mode));
@@ -194,7 +200,16 @@ TEST_F(Config, RefreshKeepsEverythingElse) {
     ConfigManager restarted;
     ASSERT_TRUE(restarted.ParseJSONDoc(link));
     EXPECT_TRUE(restarted.GetConfigByName("tcp")->active);
+    // What the file says already is not written again, and what could not be read is not written.
+    struct stat same;
     ASSERT_TRUE(restarted.RefreshConfig());
+    ASSERT_EQ(stat(link.c_str(), &same), 0);
+    EXPECT_EQ(same.st_ino, replaced);
+    Said();
+    restarted.GetConfigByName("tcp")->route = std::string(200000, '\1');  // 1.2 MB in the file
+    EXPECT_FALSE(restarted.RefreshConfig());
+    EXPECT_EQ(Said(), "E RefreshConfig: Json file(" + link +
+                          ") open error!!!|I RefreshConfig: not written, errno = 27|");
     EXPECT_EQ(Written().ToString(), written);
 }
 
@@ -215,6 +230,7 @@ TEST_F(Config, RefreshWhereItIsHard) {
     const std::string written = mDir.Read("k.json");
     EXPECT_FALSE(Written()["console"]["tcp"].IsEmpty());
 
+    mManager.GetConfigByName("tcp")->port = 1;
     ASSERT_EQ(chmod(mPath.c_str(), 0444), 0);
     EXPECT_FALSE(mManager.RefreshConfig());
     EXPECT_EQ(Said("E RefreshConfig: "), "Json file(" + mPath + ") open error!!!|");
