@@ -114,7 +114,8 @@ bool ConfigManager::ReadOwnFile(std::string& content, neb::CJsonObject& doc) {
     if (!doc.Parse(content)) {
         const neb::CJsonPosition at = doc.ErrorPosition();
         KLOG_AS(kFunction, kLogError) << "Json file(" << path << ") syntax error!!!";
-        KLOG_AS(kFunction, kLogInfo) << "line " << at.line << ", column " << at.column;
+        KLOG_AS(kFunction, kLogInfo)
+            << "line " << at.line << ", column " << at.column << ": " << doc.ErrorReason();
         return false;
     }
     return true;

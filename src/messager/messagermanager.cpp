@@ -16,32 +16,41 @@ namespace kelp {
 
 namespace {
 
-// The modules that have a class of their own, by the name of their record.
+// A class of modules, by the name of their record.
 struct Factory {
     const char* name;
     Messager* (*create)(MessagerManager* manager, std::string name);
+    PeerE peer;
 };
 
 constexpr Factory kFactories[] = {
-    {"wcn", WCNMessager::Create},   {"modem", ModemMessager::Create},
-    {"pcba", PCBAMessager::Create}, {"kelp", KELPMessager::Create},
-    {"fm", PCBAMessager::Create},  // the tuner's test daemon speaks the board test's protocol
+    {"wcn", WCNMessager::Create, PeerE::kRelayed},
+    {"modem", ModemMessager::Create, PeerE::kOther},
+    {"pcba", PCBAMessager::Create, PeerE::kOther},
+    {"kelp", KELPMessager::Create, PeerE::kNone},
+    // The tuner's test daemon speaks the board test's protocol.
+    {"fm", PCBAMessager::Create, PeerE::kOther},
 };
+constexpr Factory kDefault = {"", DefaultMessager::Create, PeerE::kRelayed};
 
-Messager* CreateMessager(MessagerManager* manager, const std::string& name) {
+const Factory& FactoryOf(const std::string& name) {
     for (const Factory& factory : kFactories) {
         if (name == factory.name) {
-            return factory.create(manager, name);
+            return factory;
         }
     }
-    return DefaultMessager::Create(manager, name);
+    return kDefault;
 }
 
 }  // namespace
 
+PeerE MessagerManager::PeerOf(const std::string& module) {
+    return FactoryOf(module).peer;
+}
+
 MessagerManager::MessagerManager(ConfigManager* configManager) : mConfigManager(configManager) {
     for (const ModuleInfo& module : *mConfigManager->GetModuleConfigs()) {
-        mMessagers.emplace_back(CreateMessager(this, module.name));
+        mMessagers.emplace_back(FactoryOf(module.name).create(this, module.name));
     }
 }
 

@@ -17,6 +17,12 @@ class Processor;
 class ProcessorManager;
 struct ModuleInfo;
 
+enum class PeerE {
+    kNone,     // serves its commands by itself, and needs no path
+    kRelayed,  // one answer to each request, handed on as it comes
+    kOther,    // a protocol of its own
+};
+
 // Created once at start-up, after the configuration and before the consoles; outlives both its
 // modules' threads and every console. The list of modules never changes after construction.
 class MessagerManager {
@@ -27,6 +33,9 @@ class MessagerManager {
     ~MessagerManager();
     MessagerManager(const MessagerManager&) = delete;
     MessagerManager& operator=(const MessagerManager&) = delete;
+
+    // What a module of this name has to do with a peer.
+    static PeerE PeerOf(const std::string& module);
 
     // Gives the command to the first module that supports it and returns that module's result. The
     // command is then the module's, unless the result is 6003 (no module) or 6007 (no command or

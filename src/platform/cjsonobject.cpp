@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <iterator>
 #include <limits>
 #include <nlohmann/json.hpp>
@@ -60,14 +61,21 @@ class Builder {
     bool end_object() { return Close(); }
     bool end_array() { return Close(); }
     bool key(std::string& name);
-    bool parse_error(std::size_t bytesRead, const std::string&, const Json::exception&) {
+    bool parse_error(std::size_t bytesRead, const std::string&, const Json::exception& error) {
+        constexpr int kNumberOverflow = 406;
         mErrorBytes = bytesRead;
+        if (error.id == kNumberOverflow) {
+            mReason = "a number beyond the range of a double";
+        } else if (strstr(error.what(), "invalid string: surrogate") != nullptr) {
+            mReason = "half a surrogate pair";
+        }
         return false;
     }
 
     // How many bytes had been read when the parser found the error; none when a callback of this
     // class refused to go on.
     std::optional<size_t> ErrorBytes() const { return mErrorBytes; }
+    const char* Reason() const { return mReason; }
 
   private:
     Json* Place(Json value);
@@ -90,6 +98,7 @@ class Builder {
     std::vector<Level> mOpen;
     size_t mMember = 0;  // of the innermost object: the one whose value comes next
     std::optional<size_t> mErrorBytes;
+    const char* mReason = "not valid JSON";
 };
 
 Json* Builder::Place(Json value) {
@@ -109,6 +118,7 @@ Json* Builder::Place(Json value) {
 
 bool Builder::Open(Json container) {
     if (mOpen.size() >= CJsonObject::kMaxDepth) {
+        mReason = "more than 64 arrays and objects inside each other";
         return false;
     }
     mOpen.push_back({Place(std::move(container)), {}});
@@ -166,6 +176,7 @@ Json& MakeMember(Json& node, const std::string& key) {
 struct CJsonObject::Document {
     Json root = Json(Json::value_t::discarded);  // until something is parsed or replaced
     CJsonPosition error;
+    const char* reason = "";
     unsigned changes = 0;
 
     // What the handle names; null when it is not there.
@@ -217,11 +228,16 @@ bool CJsonObject::Parse(const std::string& text) {
     const size_t refused = good ? length + 1 : static_cast<size_t>(reached - text.data());
     mDocument->root = Json(Json::value_t::discarded);
     mDocument->error = Locate(text, builder.ErrorBytes().value_or(refused));
+    mDocument->reason = builder.Reason();
     return false;
 }
 
 CJsonPosition CJsonObject::ErrorPosition() const {
     return mDocument->error;
+}
+
+const char* CJsonObject::ErrorReason() const {
+    return mDocument->reason;
 }
 
 bool CJsonObject::GetKey(std::string& key) {

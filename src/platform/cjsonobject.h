@@ -46,6 +46,9 @@ class CJsonObject {
     // After a failed Parse: the last byte that was read when the error showed, or the place behind
     // the last byte of a text that is cut short.
     CJsonPosition ErrorPosition() const;
+    // What it was refused for, in a few words: "not valid JSON", or the limit that valid JSON
+    // broke.
+    const char* ErrorReason() const;
 
     // The names of the object's members, one per call in their order; false after the last (the
     // next call begins again) and for what is no object. Each handle counts for itself.

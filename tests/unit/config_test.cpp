@@ -63,7 +63,7 @@ TEST_F(Config, UnreadableFilesLeaveTheDefaults) {
     }
     EXPECT_FALSE(Load("{\"console\":{\"tcp\":{\"port\":1}},\n}"));
     EXPECT_EQ(Said(), "E ReadJSONDoc: Json file(" + mPath + ") syntax error!!!|" +
-                          "I ReadJSONDoc: line 2, column 1|");
+                          "I ReadJSONDoc: line 2, column 1: not valid JSON|");
     EXPECT_EQ(mManager.GetReceiveConfig()->mode, kReceiveNone);
     EXPECT_EQ(mManager.GetConfigByName("TCP"), nullptr);
     EXPECT_FALSE(mManager.SupportConsoleMode("serial"));
@@ -108,6 +108,9 @@ TEST_F(Config, ActiveFollowsItsProperty) {
         EXPECT_EQ(Said("I ParseActive: "), "Json: " + c.value + "|" + c.property);
         EXPECT_EQ(mManager.GetConfigByName("tcp")->active, c.active) << c.value;
     }
+    neb::CJsonObject twice;
+    ASSERT_TRUE(twice.Parse(R"({"vendor.a":"1"})"));
+    EXPECT_TRUE(mManager.ParseActive(twice) && mManager.ParseActive(twice));
     SystemProperty::SetFile(nullptr);
 }
 

@@ -1,17 +1,22 @@
 #include "check/configcheck.h"
 
+#include <arpa/inet.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+
 #include <climits>
+#include <fstream>
 #include <optional>
 
 #include "check/configprint.h"
 #include "common/text.h"
+#include "config/configkeys.h"
 #include "config/configmanager.h"
 
 namespace kelp::tools {
 
 namespace {
 
-constexpr int kMaxPort = 65535;
 constexpr size_t kMaxTailDigits = 2u * kMaxTailBytes;
 constexpr char kNothingCut[] = ": no console cuts anything into commands";
 
@@ -24,33 +29,51 @@ const ConfigMember* Find(const std::vector<ConfigMember>& members, const char* k
     return nullptr;
 }
 
+// Told from the kernel's list of terminal drivers: opening a line would raise its signals.
+bool ExistsWithoutBeingTty(const std::string& path) {
+    struct stat status;
+    if (stat(path.c_str(), &status) != 0) {
+        return false;
+    }
+    std::ifstream drivers("/proc/tty/drivers");
+    bool known = false;  // that there is such a list
+    std::string name, node;
+    for (unsigned number; drivers >> name >> node >> number; drivers.ignore(INT_MAX, '\n')) {
+        known = true;
+        if (S_ISCHR(status.st_mode) && number == major(status.st_rdev)) {
+            return false;
+        }
+    }
+    return known || !S_ISCHR(status.st_mode);
+}
+
 }  // namespace
 
-ConfigCheck::ConfigCheck(ConfigText& text, ConfigManager& result)
-    : mText(text), mResult(result), mModules(text, result) {}
+ConfigCheck::ConfigCheck(ConfigText& text, ConfigManager& result, bool paths)
+    : mText(text), mResult(result), mPaths(paths), mModules(text, result) {}
 
-void ConfigCheck::Run(bool paths) {
+void ConfigCheck::Run() {
     const size_t root = mText.Root();
     const std::vector<ConfigMember> members = mText.Members(root, "the configuration");
     for (const ConfigMember& member : members) {
-        if (member.key == "console") {
-            CheckConsoles(member.valueOffset);
-        } else if (member.key == "receive-mode") {
+        if (member.key == kKeyConsole) {
+            CheckConsoles(member);
+        } else if (member.key == kKeyReceiveMode) {
             CheckReceiveMode(member);
-        } else if (member.key == "module") {
+        } else if (member.key == kKeyModule) {
             mModules.CheckMember(member);
         } else if (member.key != "$schema") {  // where editors look for the schema
             mText.Warn(member.keyOffset, "unknown key " + Quoted(member.key));
         }
     }
-    if (Find(members, "receive-mode") == nullptr) {
-        mText.Warn(root, std::string("no \"receive-mode\"") + kNothingCut);
+    if (Find(members, kKeyReceiveMode) == nullptr) {
+        mText.Warn(root, "no " + Quoted(kKeyReceiveMode) + kNothingCut);
     }
-    mModules.CheckTogether(root, paths);
+    mModules.CheckTogether(root, mPaths);
 }
 
-void ConfigCheck::CheckConsoles(size_t object) {
-    for (const ConfigMember& console : mText.Members(object, "\"console\"")) {
+void ConfigCheck::CheckConsoles(const ConfigMember& consoles) {
+    for (const ConfigMember& console : mText.Members(consoles.valueOffset, Quoted(consoles.key))) {
         const CommonConfig* record = mResult.GetConfigByName(console.key);
         if (record != nullptr) {
             CheckConsole(console, *record);
@@ -60,6 +83,12 @@ void ConfigCheck::CheckConsoles(size_t object) {
                            "; there are \"uart\", \"usb\", \"local\" and \"tcp\"");
         }
     }
+    const CommonConfig& usb = *mResult.GetConfigByName("usb");
+    const CommonConfig& uart = *mResult.GetConfigByName("uart");
+    if (usb.support && uart.support && usb.route.Get() == uart.route.Get()) {
+        mText.Warn(consoles.keyOffset, "\"usb\" and \"uart\" have one " + Quoted(kKeyRoute) +
+                                           ": each would take bytes of the other");
+    }
 }
 
 void ConfigCheck::CheckConsole(const ConfigMember& console, const CommonConfig& record) {
@@ -67,38 +96,83 @@ void ConfigCheck::CheckConsole(const ConfigMember& console, const CommonConfig& 
     const std::vector<ConfigMember> members =
         mText.Members(console.valueOffset, Quoted(console.key));
     for (const ConfigMember& member : members) {
-        if (local && member.key != "timeout") {
+        if (local && member.key != kKeyTimeout) {
             CheckLocalMember(member, record);
         } else {
             CheckConsoleMember(console.key, member);
         }
     }
-    // Only the presence of the console's object makes this a trap: without it the default stays.
-    if (!local && Find(members, "active") == nullptr) {
-        mText.Warn(console.keyOffset, Quoted(console.key) + " without \"active\" is off");
+    if (local) {
+        return;
+    }
+    const ConfigMember* const active = Find(members, kKeyActive);
+    if (active == nullptr) {
+        // Only the presence of the console's object makes this a trap: without it the default
+        // stays.
+        mText.Warn(console.keyOffset,
+                   Quoted(console.key) + " without " + Quoted(kKeyActive) + " is off");
+    } else if (record.active && !record.support) {
+        mText.Warn(active->keyOffset, Quoted(console.key) + " is off: it is not supported");
     }
 }
 
 void ConfigCheck::CheckConsoleMember(const std::string& console, const ConfigMember& member) {
     const size_t value = member.valueOffset;
     const std::string what = Quoted(member.key);
-    if (member.key == "support") {
+    if (member.key == kKeySupport) {
         mText.Expect(value, ConfigType::kFlag, what);
-    } else if (member.key == "active") {
+    } else if (member.key == kKeyActive) {
         CheckActive(what, value);
-    } else if (member.key == "port") {
-        mText.ExpectNumber(value, console == "tcp" ? 1 : 0, kMaxPort, what);
-    } else if (member.key == "timeout") {
-        mText.ExpectNumber(value, 0, INT_MAX, what);
-    } else if (member.key != "route") {
+    } else if (member.key == kKeyPort) {
+        const std::optional<int> port = mText.ExpectNumber(value, what);
+        if (console == "tcp" && port) {
+            CheckPort(what, value, *port);
+        }
+    } else if (member.key == kKeyTimeout) {
+        mText.ExpectNumber(value, what);
+    } else if (member.key != kKeyRoute) {
         mText.Warn(member.keyOffset, "unknown key " + what);
     } else if (mText.Expect(value, ConfigType::kText, what)) {
         const std::string route = *mText.String(value);
-        if (console == "tcp" && !route.empty() && !IsIpv4(route)) {
-            mText.Warn(value, what + " must be an IPv4 address, or empty for all of them");
-        } else if (console != "tcp" && route.empty()) {
-            mText.Warn(value, what + " must name a tty");
+        if (console == "tcp") {
+            CheckAddress(what, value, route);
+        } else {
+            CheckTty(what, value, route);
         }
+    }
+}
+
+void ConfigCheck::CheckPort(const std::string& what, size_t value, int port) {
+    const int used = port & 0xffff;
+    if (used != port) {
+        mText.Warn(value, "of " + what + " only the low 16 bits count: " + std::to_string(used));
+    }
+    if (used == 0) {
+        mText.Warn(value, what + " 0 is a free one that the system picks");
+    }
+}
+
+// As the TCP console reads it: text without its zero byte and what follows, in all the spellings
+// that inet_addr knows.
+void ConfigCheck::CheckAddress(const std::string& what, size_t value, const std::string& route) {
+    struct in_addr address = {};
+    if (!route.empty()) {
+        address.s_addr = inet_addr(route.c_str());
+    }
+    char spelled[INET_ADDRSTRLEN] = {};
+    inet_ntop(AF_INET, &address, spelled, sizeof(spelled));
+    if (address.s_addr == INADDR_NONE) {
+        mText.Warn(value, what + " must be an IPv4 address to listen on, or empty for all of them");
+    } else if (!route.empty() && route != spelled) {
+        mText.Warn(value, what + " is read as " + Quoted(spelled));
+    }
+}
+
+void ConfigCheck::CheckTty(const std::string& what, size_t value, const std::string& route) {
+    if (route.empty()) {
+        mText.Warn(value, what + " must name a tty");
+    } else if (mPaths && ExistsWithoutBeingTty(route)) {
+        mText.Warn(value, what + " is no tty: " + Quoted(route));
     }
 }
 
@@ -107,20 +181,20 @@ void ConfigCheck::CheckConsoleMember(const std::string& console, const ConfigMem
 void ConfigCheck::CheckLocalMember(const ConfigMember& member, const CommonConfig& record) {
     const size_t value = member.valueOffset;
     bool same = false;
-    if (member.key == "support" || member.key == "active") {
-        const bool own = member.key == "support" ? record.support : record.active.Get();
+    if (member.key == kKeySupport || member.key == kKeyActive) {
+        const bool own = member.key == kKeySupport ? record.support : record.active.Get();
         same = mText.Is(value, ConfigType::kFlag) && mText.IsTrue(value) == own;
-    } else if (member.key == "route") {
+    } else if (member.key == kKeyRoute) {
         same = mText.String(value) == std::optional<std::string>(record.route);
-    } else if (member.key == "port") {
+    } else if (member.key == kKeyPort) {
         same = mText.Number(value) == std::optional<int>(record.port.Get());
     } else {
         mText.Warn(member.keyOffset, "unknown key " + Quoted(member.key));
         return;
     }
     if (!same) {
-        mText.Warn(member.keyOffset,
-                   Quoted(member.key) + " of \"local\" is not read: only its \"timeout\" is");
+        mText.Warn(member.keyOffset, Quoted(member.key) + " of \"local\" is not read: only its " +
+                                         Quoted(kKeyTimeout) + " is");
     }
 }
 
@@ -137,6 +211,9 @@ void ConfigCheck::CheckActive(const std::string& what, size_t value) {
         mText.Warn(value, what + " names no property: it is off");
         return;
     }
+    if (members[0].key.empty()) {
+        mText.Warn(members[0].keyOffset, what + " names no property: that reads \"0\"");
+    }
     if (!mText.Is(members[0].valueOffset, ConfigType::kText)) {
         mText.Warn(members[0].valueOffset,
                    "the value of a property must be a string: \"1\" is expected");
@@ -148,35 +225,35 @@ void ConfigCheck::CheckActive(const std::string& what, size_t value) {
 
 void ConfigCheck::CheckReceiveMode(const ConfigMember& receive) {
     const ReceiveConfig& result = *mResult.GetReceiveConfig();
-    const std::vector<ConfigMember> members =
-        mText.Members(receive.valueOffset, "\"receive-mode\"");
-    const bool timeTick = result.mode == kReceiveTimeTick;
+    const std::string what = Quoted(receive.key);
+    const std::vector<ConfigMember> members = mText.Members(receive.valueOffset, what);
     for (const ConfigMember& member : members) {
-        if (member.key == "mode") {
+        if (member.key == kKeyMode) {
             if (result.mode == kReceiveNone) {
-                mText.Warn(member.valueOffset,
-                           std::string("\"mode\" must be \"tail\" or \"timetick\"") + kNothingCut);
+                mText.Warn(member.valueOffset, Quoted(kKeyMode) + " must be " + Quoted(kModeTail) +
+                                                   " or " + Quoted(kModeTimeTick) + kNothingCut);
             }
-        } else if (member.key == "tail") {
+        } else if (member.key == kKeyTail) {
             CheckTail(member.valueOffset);
-        } else if (member.key == "millisecond") {
-            mText.ExpectNumber(member.valueOffset, timeTick ? 1 : 0, INT_MAX, Quoted(member.key));
+        } else if (member.key == kKeyMillisecond) {
+            mText.ExpectNumber(member.valueOffset, Quoted(member.key));
         } else {
             mText.Warn(member.keyOffset, "unknown key " + Quoted(member.key));
         }
     }
-    if (Find(members, "mode") == nullptr) {
-        mText.Warn(receive.keyOffset,
-                   std::string("\"receive-mode\" without \"mode\"") + kNothingCut);
+    if (Find(members, kKeyMode) == nullptr) {
+        mText.Warn(receive.keyOffset, what + " without " + Quoted(kKeyMode) + kNothingCut);
     }
-    if (timeTick && Find(members, "millisecond") == nullptr) {
-        mText.Warn(receive.keyOffset,
-                   "\"timetick\" without \"millisecond\": whatever one read brings is a command");
+    if (result.mode == kReceiveTimeTick && result.millisecond <= 0) {
+        const ConfigMember* const interval = Find(members, kKeyMillisecond);
+        mText.Warn(interval != nullptr ? interval->valueOffset : receive.keyOffset,
+                   Quoted(kModeTimeTick) + " without an interval in " + Quoted(kKeyMillisecond) +
+                       ": whatever one read brings is a command");
     }
 }
 
 void ConfigCheck::CheckTail(size_t value) {
-    if (!mText.Expect(value, ConfigType::kText, "\"tail\"")) {
+    if (!mText.Expect(value, ConfigType::kText, Quoted(kKeyTail))) {
         return;
     }
     const std::string tail = *mText.String(value);
@@ -195,7 +272,7 @@ void ConfigCheck::CheckTail(size_t value) {
     } else {
         return;
     }
-    mText.Warn(value, "\"tail\" " + wrong + ": commands end with " +
+    mText.Warn(value, Quoted(kKeyTail) + " " + wrong + ": commands end with " +
                           TailDigits(*mResult.GetReceiveConfig()));
 }
 

@@ -16,17 +16,20 @@ namespace kelp::tools {
 // Reads only the text and what the daemon's own reader made of it. One thread.
 class ConfigCheck {
   public:
-    // `result` has read the same file. Both must outlive this object.
-    ConfigCheck(ConfigText& text, ConfigManager& result);
+    // `result` has read the same file. Both must outlive this object. `paths` adds what shows only
+    // on the machine that the file is for: peers without a socket, routes that are no tty.
+    ConfigCheck(ConfigText& text, ConfigManager& result, bool paths);
 
-    // Leaves a warning in the text for each finding; `paths` adds the peers whose socket is not
-    // there on this machine.
-    void Run(bool paths);
+    // Leaves each finding in the text.
+    void Run();
 
   private:
-    void CheckConsoles(size_t object);
+    void CheckConsoles(const ConfigMember& consoles);
     void CheckConsole(const ConfigMember& console, const CommonConfig& record);
     void CheckConsoleMember(const std::string& console, const ConfigMember& member);
+    void CheckPort(const std::string& what, size_t value, int port);
+    void CheckAddress(const std::string& what, size_t value, const std::string& route);
+    void CheckTty(const std::string& what, size_t value, const std::string& route);
     void CheckLocalMember(const ConfigMember& member, const CommonConfig& record);
     void CheckActive(const std::string& what, size_t value);
     void CheckReceiveMode(const ConfigMember& receive);
@@ -34,6 +37,7 @@ class ConfigCheck {
 
     ConfigText& mText;
     ConfigManager& mResult;
+    const bool mPaths;
     ModuleCheck mModules;
 };
 

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <vector>
 
+#include "config/configkeys.h"
 #include "config/configmanager.h"
 #include "platform/cjsonobject.h"
 
@@ -20,13 +21,7 @@ std::string Json(bool flag) {
     return flag ? "true" : "false";
 }
 
-// "NAME": VALUE, with what stands between it and the one before.
-void Append(std::string& list, const char* indent, const std::string& name,
-            const std::string& value) {
-    list += (list.empty() ? "" : ",\n") + std::string(indent) + Json(name) + ": " + value;
-}
-
-std::string Strings(const std::vector<std::string>& entries) {
+std::string Json(const std::vector<std::string>& entries) {
     std::string list;
     for (const std::string& entry : entries) {
         list += (list.empty() ? "" : ", ") + Json(entry);
@@ -34,45 +29,78 @@ std::string Strings(const std::vector<std::string>& entries) {
     return "[" + list + "]";
 }
 
-std::string Consoles(ConfigManager& config) {
-    std::string list;
-    for (const CommonConfig& console : config.GetConsoleConfig()->consoles) {
-        Append(list, "        ", console.name,
-               "{ \"support\": " + Json(console.support) + ", \"active\": " +
-                   Json(console.active.Get()) + ", \"route\": " + Json(console.route.Get()) +
-                   ", \"port\": " + std::to_string(console.port.Get()) +
-                   ", \"timeout\": " + std::to_string(console.timeout) + " }");
+// The members of an object, each a name and a value that is JSON already.
+class Members {
+  public:
+    explicit Members(const char* indent) : mIndent(indent) {}  // of each line; null: all on one
+
+    void Add(const std::string& name, const std::string& value) {
+        mText += (mText.empty()        ? ""
+                  : mIndent != nullptr ? ",\n"
+                                       : ", ") +
+                 std::string(mIndent != nullptr ? mIndent : "") + Json(name) + ": " + value;
     }
-    return list;
+    // The object, with `indent` in front of its end.
+    std::string Object(const std::string& indent = "") const {
+        return mIndent != nullptr ? "{\n" + mText + "\n" + indent + "}" : "{ " + mText + " }";
+    }
+
+  private:
+    const char* const mIndent;
+    std::string mText;
+};
+
+constexpr char kIndent1[] = "    ";
+constexpr char kIndent2[] = "        ";
+constexpr char kIndent3[] = "            ";
+
+std::string Consoles(ConfigManager& config) {
+    Members consoles(kIndent2);
+    for (const CommonConfig& console : config.GetConsoleConfig()->consoles) {
+        Members settings(nullptr);
+        settings.Add(kKeySupport, Json(console.support));
+        settings.Add(kKeyActive, Json(console.active.Get()));
+        settings.Add(kKeyRoute, Json(console.route.Get()));
+        settings.Add(kKeyPort, std::to_string(console.port.Get()));
+        settings.Add(kKeyTimeout, std::to_string(console.timeout));
+        consoles.Add(console.name, settings.Object());
+    }
+    return consoles.Object(kIndent1);
 }
 
 std::string Receive(const ReceiveConfig& receive) {
-    const std::string mode = receive.mode == kReceiveNone   ? ""
-                             : receive.mode == kReceiveTail ? "\"mode\": \"tail\", "
-                                                            : "\"mode\": \"timetick\", ";
-    return "{ " + mode + "\"tail\": " + Json(TailDigits(receive)) +
-           ", \"millisecond\": " + std::to_string(receive.millisecond) + " }";
+    Members settings(nullptr);
+    if (receive.mode != kReceiveNone) {
+        settings.Add(kKeyMode,
+                     Json(std::string(receive.mode == kReceiveTail ? kModeTail : kModeTimeTick)));
+    }
+    settings.Add(kKeyTail, Json(TailDigits(receive)));
+    settings.Add(kKeyMillisecond, std::to_string(receive.millisecond));
+    return settings.Object();
 }
 
 std::string Modules(const std::vector<ModuleInfo>& modules) {
-    constexpr char kIndent[] = "            ";
     std::vector<std::string> names;
-    std::string interaction;
-    std::string whiteLists;
-    std::string testCommands;
+    Members interaction(kIndent3);
+    Members whiteLists(kIndent3);
+    Members testCommands(kIndent3);
     for (const ModuleInfo& module : modules) {
+        Members settings(nullptr);
+        settings.Add(kKeyKeepAlive, Json(module.keepAlive));
+        settings.Add(kKeyPath, Json(module.path));
+        settings.Add(kKeyTimeout, std::to_string(module.timeout));
+        settings.Add(kKeyQuiet, std::to_string(module.quietMs));
         names.push_back(module.name);
-        Append(interaction, kIndent, module.name,
-               "{ \"keep-alive\": " + Json(module.keepAlive) + ", \"path\": " + Json(module.path) +
-                   ", \"timeout\": " + std::to_string(module.timeout) +
-                   ", \"quiet\": " + std::to_string(module.quietMs) + " }");
-        Append(whiteLists, kIndent, module.name, Strings(module.whiteList));
-        Append(testCommands, kIndent, module.name, Strings(module.testCmds));
+        interaction.Add(module.name, settings.Object());
+        whiteLists.Add(module.name, Json(module.whiteList));
+        testCommands.Add(module.name, Json(module.testCmds));
     }
-    return "        \"support-modules\": " + Strings(names) +         //
-           ",\n        \"interaction\": {\n" + interaction +          //
-           "\n        },\n        \"whitelist\": {\n" + whiteLists +  //
-           "\n        },\n        \"test-commands\": {\n" + testCommands + "\n        }\n";
+    Members members(kIndent2);
+    members.Add(kKeySupportModules, Json(names));
+    members.Add(kKeyInteraction, interaction.Object(kIndent2));
+    members.Add(kKeyWhiteList, whiteLists.Object(kIndent2));
+    members.Add(kKeyTestCommands, testCommands.Object(kIndent2));
+    return members.Object(kIndent1);
 }
 
 }  // namespace
@@ -88,9 +116,11 @@ std::string TailDigits(const ReceiveConfig& receive) {
 }
 
 std::string PrintConfig(ConfigManager& config) {
-    return "{\n    \"console\": {\n" + Consoles(config) +
-           "\n    },\n    \"receive-mode\": " + Receive(*config.GetReceiveConfig()) +
-           ",\n    \"module\": {\n" + Modules(*config.GetModuleConfigs()) + "    }\n}\n";
+    Members members(kIndent1);
+    members.Add(kKeyConsole, Consoles(config));
+    members.Add(kKeyReceiveMode, Receive(*config.GetReceiveConfig()));
+    members.Add(kKeyModule, Modules(*config.GetModuleConfigs()));
+    return members.Object() + "\n";
 }
 
 }  // namespace kelp::tools

@@ -75,29 +75,46 @@ bool ConfigText::Expect(size_t value, ConfigType type, const std::string& what) 
     return true;
 }
 
-bool ConfigText::ExpectNumber(size_t value, int min, int max, const std::string& what) {
+std::optional<int> ConfigText::ExpectNumber(size_t value, const std::string& what) {
     const std::optional<int> number = Number(value);
-    if (!number || *number < min || *number > max) {
-        Warn(value, what + " must be a whole number from " + std::to_string(min) + " to " +
-                        std::to_string(max));
-        return false;
+    if (!number) {
+        Warn(value, what + " must be a whole number of 32 bits");
     }
-    return true;
+    return number;
 }
 
 void ConfigText::Warn(size_t offset, std::string message) {
-    mWarnings.emplace_back(offset, std::move(message));
+    mFindings.push_back({offset, true, std::move(message)});
 }
 
-std::vector<std::string> ConfigText::Warnings(const std::string& file) const {
-    std::vector<std::pair<size_t, std::string>> sorted = mWarnings;
+void ConfigText::Note(size_t offset, std::string message) {
+    mFindings.push_back({offset, false, std::move(message)});
+}
+
+bool ConfigText::HasWarnings() const {
+    return std::any_of(mFindings.begin(), mFindings.end(),
+                       [](const Finding& finding) { return finding.isWarning; });
+}
+
+std::string ConfigText::Findings(const std::string& file) const {
+    std::vector<const Finding*> sorted;
+    for (const Finding& finding : mFindings) {
+        sorted.push_back(&finding);
+    }
     std::stable_sort(sorted.begin(), sorted.end(),
-                     [](const auto& a, const auto& b) { return a.first < b.first; });
-    std::vector<std::string> lines;
-    for (const auto& [offset, message] : sorted) {
-        const neb::CJsonPosition at = mLocator.PositionOf(offset);
-        lines.push_back(file + ":" + std::to_string(at.line) + ":" + std::to_string(at.column) +
-                        ": warning: " + message);
+                     [](const Finding* a, const Finding* b) { return a->offset < b->offset; });
+    std::string lines;
+    size_t line = 1;
+    size_t lineStart = 0;
+    size_t lineEnd = mText.find('\n');
+    for (const Finding* finding : sorted) {
+        for (; lineEnd < finding->offset; lineEnd = mText.find('\n', lineStart)) {
+            ++line;
+            lineStart = lineEnd + 1;
+        }
+        lines += file + ":" + std::to_string(line) + ":" +
+                 std::to_string(finding->offset - lineStart + 1) +
+                 (finding->isWarning ? ": warning: " : ": note: ") + finding->message + "\n";
     }
     return lines;
 }

@@ -5,7 +5,6 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "common/jsonlocator.h"
@@ -36,21 +35,30 @@ class ConfigText {
     std::vector<size_t> Elements(size_t array) const { return mLocator.Elements(array); }
 
     std::optional<std::string> String(size_t value) const;
-    std::optional<int> Number(size_t value) const;  // an integral one of 32 bits
+    std::optional<int> Number(size_t value) const;  // a whole one of 32 bits
     bool Is(size_t value, ConfigType type) const;
     bool IsTrue(size_t value) const { return mLocator.First(value) == 't'; }
     // The same with a warning that calls the value `what`.
     bool Expect(size_t value, ConfigType type, const std::string& what);
-    bool ExpectNumber(size_t value, int min, int max, const std::string& what);
+    std::optional<int> ExpectNumber(size_t value, const std::string& what);
 
     void Warn(size_t offset, std::string message);
-    // "file:line:column: warning: message" of each, in the order of the text.
-    std::vector<std::string> Warnings(const std::string& file) const;
+    void Note(size_t offset, std::string message);  // of what may well be meant
+    bool HasWarnings() const;
+    // "file:line:column: warning: message" of each, or "note", in the order of the text, as lines.
+    // Linear in the text and the findings, but for their sorting.
+    std::string Findings(const std::string& file) const;
 
   private:
+    struct Finding {
+        size_t offset;
+        bool isWarning;
+        std::string message;
+    };
+
     const std::string mText;
     const JsonLocator mLocator;
-    std::vector<std::pair<size_t, std::string>> mWarnings;
+    std::vector<Finding> mFindings;
 };
 
 }  // namespace kelp::tools

@@ -30,18 +30,18 @@ constexpr char kHelp[] =
     "output: a file of its own, with every value written out and each \"active\" as it was found "
     "(KELP_PROPERTIES names the file of system properties). Then warns on standard error, as "
     "FILE:LINE:COLUMN: warning: TEXT, of what the daemon would pass over in silence or could not "
-    "serve. Opens no socket and changes nothing."
+    "serve; a note tells of what may well be meant. Opens no socket and changes nothing."
     "\v"
     "Exit status, of the worst file:\n"
-    "  0   nothing to tell\n"
+    "  0   nothing to warn of\n"
     "  1   warnings\n"
-    "  2   a file that cannot be read or is no JSON: the daemon takes its defaults\n"
+    "  2   a file that the daemon refuses: it takes its defaults\n"
     "  64  a usage error; 74 a failure to print\n";
 
 constexpr int kNoPaths = 256;  // no letter's
 constexpr struct argp_option kOptions[] = {
     {"no-paths", kNoPaths, nullptr, 0,
-     "do not look for the peers' sockets: the file is for another machine", 0},
+     "do not look for peers' sockets and ttys: the file is for another machine", 0},
     {nullptr, 0, nullptr, 0, nullptr, 0},
 };
 
@@ -73,33 +73,30 @@ int Refuse(const std::string& file, const std::string& why) {
 }
 
 int Check(const std::string& file, bool paths, bool title) {
-    constexpr size_t kMaxBytes = 1u << 30;  // beyond what the daemon takes: it tells that itself
     kelp::ConfigManager config;
     neb::CJsonObject document;
     std::string text;
     // An empty name would mean the daemon's default file.
-    if (file.empty() || !kelp::ReadWholeFile(file, kMaxBytes, text)) {
-        return Refuse(file, strerror(file.empty() ? ENOENT : errno));
+    if (file.empty() || !kelp::ReadWholeFile(file, kelp::kMaxConfigBytes, text)) {
+        const int error = file.empty() ? ENOENT : errno;
+        return Refuse(file, error == EFBIG ? "longer than 1 MiB" : strerror(error));
     }
-    errno = 0;
-    if (!config.ReadJSONDoc(file, document)) {
+    if (!document.Parse(text)) {
         const neb::CJsonPosition at = document.ErrorPosition();
-        return at.line == 0
-                   ? Refuse(file, strerror(errno))
-                   : Refuse(file + ":" + std::to_string(at.line) + ":" + std::to_string(at.column),
-                            "not valid JSON");
+        return Refuse(file + ":" + std::to_string(at.line) + ":" + std::to_string(at.column),
+                      document.ErrorReason());
     }
-    config.ParseJSONDoc(file);
+    if (!config.ParseJSONDoc(file)) {
+        return Refuse(file, "changed while it was read");
+    }
     kelp::tools::ConfigText checked(text);
-    kelp::tools::ConfigCheck(checked, config).Run(paths);
-    const std::vector<std::string> warnings = checked.Warnings(file);
+    kelp::tools::ConfigCheck(checked, config, paths).Run();
+    const std::string findings = checked.Findings(file);
     printf("%s%s", title ? ("==> " + file + " <==\n").c_str() : "",
            kelp::tools::PrintConfig(config).c_str());
     fflush(stdout);
-    for (const std::string& warning : warnings) {
-        fprintf(stderr, "%s\n", warning.c_str());
-    }
-    return warnings.empty() ? 0 : kExitWarnings;
+    fputs(findings.c_str(), stderr);
+    return checked.HasWarnings() ? kExitWarnings : 0;
 }
 
 }  // namespace

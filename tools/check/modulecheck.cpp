@@ -3,25 +3,22 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <climits>
 #include <cstdint>
 #include <fstream>
+#include <optional>
 #include <set>
-#include <unordered_map>
 
 #include "common/text.h"
+#include "config/configkeys.h"
 #include "config/configmanager.h"
+#include "messager/messagermanager.h"
 #include "platform/localaddress.h"
 
 namespace kelp::tools {
 
 namespace {
 
-// The one module that serves its commands by itself.
-constexpr char kWithoutPeer[] = "kelp";
-// The modules that do not relay one answer to each request as it comes.
-constexpr const char* kNoForwarders[] = {"modem", "pcba", "fm", kWithoutPeer};
-// What an answer is read on for at most.
+// How long an answer is read on at most, in milliseconds.
 constexpr int kMaxQuietMs = 30000;
 
 bool HasLowerCase(const std::string& text) {
@@ -93,27 +90,24 @@ ModuleCheck::ModuleCheck(ConfigText& text, ConfigManager& result) : mText(text),
     ConfigManager builtIn;
     for (const ModuleInfo& info : *mResult.GetModuleConfigs()) {
         Module module;
-        module.name = info.name;
+        module.info = &info;
         module.exists = builtIn.GetModuleByName(info.name) != nullptr;
+        mPlaces.emplace(info.name, mModules.size());
         mModules.push_back(module);
     }
 }
 
 ModuleCheck::Module* ModuleCheck::Find(const std::string& name) {
-    for (Module& module : mModules) {
-        if (module.name == name) {
-            return &module;
-        }
-    }
-    return nullptr;
+    const auto found = mPlaces.find(name);
+    return found != mPlaces.end() ? &mModules[found->second] : nullptr;
 }
 
 void ModuleCheck::CheckMember(const ConfigMember& member) {
     for (const ConfigMember& section : mText.Members(member.valueOffset, Quoted(member.key))) {
-        if (section.key == "support-modules") {
-            CheckSupportModules(section.valueOffset);
-        } else if (section.key == "interaction" || section.key == "whitelist" ||
-                   section.key == "test-commands") {
+        if (section.key == kKeySupportModules) {
+            CheckSupportModules(section);
+        } else if (section.key == kKeyInteraction || section.key == kKeyWhiteList ||
+                   section.key == kKeyTestCommands) {
             CheckSettings(section);
         } else {
             mText.Warn(section.keyOffset, "unknown key " + Quoted(section.key));
@@ -121,11 +115,11 @@ void ModuleCheck::CheckMember(const ConfigMember& member) {
     }
 }
 
-void ModuleCheck::CheckSupportModules(size_t array) {
-    if (!mText.Expect(array, ConfigType::kArray, "\"support-modules\"")) {
+void ModuleCheck::CheckSupportModules(const ConfigMember& names) {
+    if (!mText.Expect(names.valueOffset, ConfigType::kArray, Quoted(names.key))) {
         return;
     }
-    for (const size_t element : mText.Elements(array)) {
+    for (const size_t element : mText.Elements(names.valueOffset)) {
         if (!mText.Expect(element, ConfigType::kText, "the name of a module")) {
             continue;
         }
@@ -146,16 +140,16 @@ void ModuleCheck::CheckSettings(const ConfigMember& section) {
     for (const ConfigMember& member : mText.Members(section.valueOffset, Quoted(section.key))) {
         Module* const module = Find(member.key);
         if (module == nullptr) {
-            mText.Warn(member.keyOffset,
-                       "no such module as " + Quoted(member.key) + " in \"support-modules\"");
+            mText.Warn(member.keyOffset, "no such module as " + Quoted(member.key) + " in " +
+                                             Quoted(kKeySupportModules));
         } else if (!module->exists) {
-            mText.Warn(member.keyOffset, "not read: \"support-modules\", which creates " +
-                                             Quoted(member.key) + ", must come before " +
-                                             Quoted(section.key));
-        } else if (section.key == "interaction") {
+            mText.Warn(member.keyOffset, "not read: " + Quoted(kKeySupportModules) +
+                                             ", which creates " + Quoted(member.key) +
+                                             ", must come before " + Quoted(section.key));
+        } else if (section.key == kKeyInteraction) {
             CheckInteraction(member, *module);
         } else {
-            CheckList(member, section.key == "whitelist" ? module->whiteList : module->testCmds);
+            CheckList(member, section.key == kKeyWhiteList ? module->whiteList : module->testCmds);
         }
     }
 }
@@ -163,14 +157,17 @@ void ModuleCheck::CheckSettings(const ConfigMember& section) {
 void ModuleCheck::CheckInteraction(const ConfigMember& settings, Module& module) {
     for (const ConfigMember& member : mText.Members(settings.valueOffset, Quoted(settings.key))) {
         const std::string what = Quoted(member.key);
-        if (member.key == "keep-alive") {
+        if (member.key == kKeyKeepAlive) {
             mText.Expect(member.valueOffset, ConfigType::kFlag, what);
-        } else if (member.key == "path") {
+        } else if (member.key == kKeyPath) {
             mText.Expect(member.valueOffset, ConfigType::kText, what);
             module.pathOffset = member.valueOffset;
-        } else if (member.key == "timeout") {
-            mText.ExpectNumber(member.valueOffset, 0, INT_MAX, what);
-        } else if (member.key == "quiet") {
+        } else if (member.key == kKeyTimeout) {
+            const std::optional<int> timeout = mText.ExpectNumber(member.valueOffset, what);
+            if (timeout && *timeout < 0) {
+                mText.Warn(member.valueOffset, what + " below 0 waits without limit, as 0 does");
+            }
+        } else if (member.key == kKeyQuiet) {
             CheckQuiet(member, module);
         } else {
             mText.Warn(member.keyOffset, "unknown key " + what);
@@ -179,14 +176,16 @@ void ModuleCheck::CheckInteraction(const ConfigMember& settings, Module& module)
 }
 
 void ModuleCheck::CheckQuiet(const ConfigMember& member, const Module& module) {
-    if (!mText.ExpectNumber(member.valueOffset, 0, kMaxQuietMs, Quoted(member.key)) ||
-        mText.Number(member.valueOffset) == 0) {
-        return;
+    const std::string what = Quoted(member.key);
+    const int quietMs = mText.ExpectNumber(member.valueOffset, what).value_or(0);
+    if (quietMs < 0) {
+        mText.Warn(member.valueOffset, what + " below 0 is not used");
+    } else if (quietMs > kMaxQuietMs) {
+        mText.Warn(member.valueOffset, what + " is more than the " + std::to_string(kMaxQuietMs) +
+                                           " that an answer is read on for");
     }
-    for (const char* name : kNoForwarders) {
-        if (module.name == name) {
-            mText.Warn(member.keyOffset, Quoted(member.key) + " is not used by " + Quoted(name));
-        }
+    if (quietMs != 0 && MessagerManager::PeerOf(module.info->name) != PeerE::kRelayed) {
+        mText.Warn(member.keyOffset, what + " is not used by " + Quoted(module.info->name));
     }
 }
 
@@ -202,10 +201,24 @@ void ModuleCheck::CheckList(const ConfigMember& member, std::vector<Entry>& list
 }
 
 void ModuleCheck::CheckTogether(size_t root, bool paths) {
+    std::unordered_map<std::string, const Module*> byPath;
     for (Module& module : mModules) {
         CheckMatches(module.whiteList, true);
         CheckMatches(module.testCmds, false);
+        if (module.nameOffset != 0 && module.whiteList.empty() && module.testCmds.empty()) {
+            mText.Warn(module.nameOffset,
+                       Quoted(module.info->name) + " gets no command: it has no list of any");
+        }
+        if (MessagerManager::PeerOf(module.info->name) == PeerE::kNone) {
+            continue;
+        }
         CheckPath(module, root, paths);
+        const auto [other, isFirst] = byPath.emplace(module.info->path, &module);
+        if (!isFirst && !module.info->path.empty()) {
+            mText.Note(module.pathOffset != 0 ? module.pathOffset : root,
+                       "module " + Quoted(module.info->name) + " has the " + Quoted(kKeyPath) +
+                           " of " + Quoted(other->second->info->name));
+        }
     }
     CheckHidden();
 }
@@ -214,6 +227,10 @@ void ModuleCheck::CheckMatches(std::vector<Entry>& list, bool mayBeEmpty) {
     const ReceiveConfig& receive = *mResult.GetReceiveConfig();
     const std::string tail(receive.tail, receive.tail + receive.tailLength);
     for (Entry& entry : list) {
+        if (!entry.text.empty() && entry.text.back() == ' ') {
+            mText.Warn(entry.offset, Quoted(entry.text) +
+                                         " has a blank at its end, which requests must have, too");
+        }
         std::string why;
         if (HasLowerCase(entry.text)) {
             why = "requests are compared in upper case";
@@ -237,7 +254,7 @@ void ModuleCheck::CheckHidden() {
         const auto check = [&](const Entry& entry, size_t owner) {
             if (entry.matches && owner < i) {
                 mText.Warn(entry.offset, Quoted(entry.text) + " is hidden by module " +
-                                             Quoted(mModules[owner].name) +
+                                             Quoted(mModules[owner].info->name) +
                                              ", which is asked first");
             }
         };
@@ -254,17 +271,14 @@ void ModuleCheck::CheckHidden() {
 }
 
 void ModuleCheck::CheckPath(const Module& module, size_t root, bool paths) {
-    if (module.name == kWithoutPeer) {
-        return;
-    }
-    const std::string& path = mResult.GetModuleByName(module.name)->path;
+    const std::string& path = module.info->path;
     const size_t named = module.nameOffset != 0 ? module.nameOffset : root;
     const size_t offset = module.pathOffset != 0 ? module.pathOffset : named;
-    const std::string what = "module " + Quoted(module.name);
+    const std::string what = "module " + Quoted(module.info->name);
     if (path.empty()) {
-        mText.Warn(offset, what + " has no \"path\" to its peer");
+        mText.Warn(offset, what + " has no " + Quoted(kKeyPath) + " to its peer");
     } else if (!IsSocketName(path)) {
-        mText.Warn(offset, what + ": no local socket can have this \"path\"");
+        mText.Warn(offset, what + ": no local socket can have this " + Quoted(kKeyPath));
     } else if (paths && !SocketIsThere(path)) {
         mText.Warn(offset, what + ": no socket at " + Quoted(path));
     }

@@ -2,12 +2,14 @@
 #pragma once
 
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "check/configtext.h"
 
 namespace kelp {
 class ConfigManager;
+struct ModuleInfo;
 }  // namespace kelp
 
 namespace kelp::tools {
@@ -30,7 +32,7 @@ class ModuleCheck {
         bool matches;  // some request
     };
     struct Module {
-        std::string name;
+        const ModuleInfo* info = nullptr;
         bool exists = false;    // when the reader is where the check is
         size_t nameOffset = 0;  // in "support-modules"; 0: not named there
         size_t pathOffset = 0;  // in "interaction"; 0: not set there
@@ -39,7 +41,7 @@ class ModuleCheck {
     };
 
     Module* Find(const std::string& name);
-    void CheckSupportModules(size_t array);
+    void CheckSupportModules(const ConfigMember& names);
     void CheckSettings(const ConfigMember& section);
     void CheckInteraction(const ConfigMember& member, Module& module);
     void CheckQuiet(const ConfigMember& member, const Module& module);
@@ -51,6 +53,7 @@ class ModuleCheck {
     ConfigText& mText;
     ConfigManager& mResult;
     std::vector<Module> mModules;  // in the order in which requests are offered to them
+    std::unordered_map<std::string, size_t> mPlaces;  // in mModules, by name
 };
 
 }  // namespace kelp::tools
