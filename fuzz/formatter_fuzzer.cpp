@@ -17,7 +17,7 @@ std::string NaiveAnswer(const std::string& request, const std::string& echo,
     if (echo.empty() || echo.compare(0, request.size(), request) != 0)
         return request + "\r\n\r\n6012\r\n\r\nERROR\r\n";
     if (result != 0) {
-        char error[256] = {};
+        kelp::ErrorBuffer error;
         kelp::GetStringByErrCode(result, kelp::kErrorBase, error);
         return request + "\r\n\r\n" + error + "\r\n\r\nERROR\r\n";
     }

@@ -11,6 +11,7 @@
 #include "platform/cjsonobject.h"
 #include "platform/log.h"
 #include "platform/systemproperty.h"
+#include "platform/uppercase.h"
 
 namespace kelp {
 
@@ -142,11 +143,7 @@ void ConfigManager::HexToString(std::string hex, unsigned char* out, int& length
         KLOG(kLogError) << hex.size() << " digits cut to " << kMaxDigits;
         hex.resize(kMaxDigits);
     }
-    for (char& c : hex) {
-        if (c >= 'a' && c <= 'z') {
-            c = static_cast<char>(c - 'a' + 'A');
-        }
-    }
+    hex = UpperCase(std::move(hex));
     length = static_cast<int>(hex.size() / 2);
     unsigned value = 0;
     for (int i = 0; i < length; ++i) {

@@ -53,7 +53,7 @@ void Formatter::GetResponse(Command* command) {
         Append(answer, std::to_string(kErrorMismatch));
         Append(answer, kErrorEnd);
     } else if (mResult != 0) {
-        char text[256] = {};
+        ErrorBuffer text;
         GetStringByErrCode(mResult, kErrorBase, text);
         Append(answer, kEmptyLine);
         Append(answer, text);

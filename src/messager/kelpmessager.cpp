@@ -10,6 +10,7 @@
 #include "messager/messagermanager.h"
 #include "platform/errortext.h"
 #include "platform/log.h"
+#include "platform/uppercase.h"
 #include "processor/command.h"
 #include "processor/processor.h"
 
@@ -60,13 +61,7 @@ bool StartsWith(const std::string& text, const char* prefix) {
 
 // The request up to its first zero byte, in upper case.
 std::string UpperText(const std::vector<char>& request) {
-    std::string text(request.begin(), std::find(request.begin(), request.end(), '\0'));
-    for (char& c : text) {
-        if (c >= 'a' && c <= 'z') {
-            c = static_cast<char>(c - 'a' + 'A');
-        }
-    }
-    return text;
+    return UpperCase(std::string(request.begin(), std::find(request.begin(), request.end(), '\0')));
 }
 
 }  // namespace
@@ -99,7 +94,7 @@ std::string KELPMessager::Serve(const std::string& command) {
     } else if (StartsWith(command, kIp)) {
         UpdateTCPIPConfig(command);
     } else {
-        char text[256] = {};
+        ErrorBuffer text;
         GetStringByErrCode(kErrorUnsupportCommand, kErrorBase, text);
         KLOG_AS("HandleMessager", kLogError) << mModuleName << ":unsupport command";
         return text;

@@ -11,21 +11,18 @@
 #include "platform/errortext.h"
 #include "platform/log.h"
 #include "platform/thread.h"
+#include "platform/uppercase.h"
 #include "processor/command.h"
 
 namespace kelp {
 
 namespace {
 
-char Upper(char c) {
-    return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
-}
-
 // Whether the upper-cased request begins with `entry`.
 bool HasPrefix(std::string_view request, std::string_view entry) {
     return request.size() >= entry.size() &&
            std::equal(entry.begin(), entry.end(), request.begin(),
-                      [](char e, char r) { return e == Upper(r); });
+                      [](char e, char r) { return e == UpperCase(r); });
 }
 
 }  // namespace
@@ -112,7 +109,7 @@ int Messager::Receive(Command* command, int, int seconds) {
 }
 
 void Messager::ReportReceiveError(int result, std::vector<char>* answer) const {
-    char text[513] = {};
+    ErrorBuffer text;
     GetStringByErrCode(result, kErrorBase, text);
     KLOG_AS("Receive", kLogDebug) << mModuleName << "-->Receive error (" << text << ")";
     if (answer != nullptr) {

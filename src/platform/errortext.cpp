@@ -1,7 +1,6 @@
 #include "platform/errortext.h"
 
-#include <algorithm>
-#include <cstring>
+#include <cstdio>
 
 #include "main/errorcode.h"
 
@@ -20,10 +19,7 @@ const char* Find(int64_t code) {
 
 }  // namespace
 
-void GetStringByErrCode(int32_t code, int32_t base, char* buffer, size_t size) {
-    if (size == 0) {
-        return;
-    }
+void GetStringByErrCode(int32_t code, int32_t base, ErrorBuffer& buffer) {
     const char* text = Find(code);
     if (text == nullptr) {
         text = Find(int64_t{base} + code);
@@ -31,9 +27,7 @@ void GetStringByErrCode(int32_t code, int32_t base, char* buffer, size_t size) {
     if (text == nullptr) {
         text = Find(kErrorUnknown);
     }
-    const size_t length = std::min(strlen(text), size - 1);
-    memcpy(buffer, text, length);
-    buffer[length] = '\0';
+    snprintf(buffer, sizeof(buffer), "%s", text);
 }
 
 }  // namespace kelp

@@ -19,6 +19,7 @@
 #include "platform/clock.h"
 #include "platform/logbackend.h"
 #include "platform/sync.h"
+#include "platform/uppercase.h"
 
 namespace kelp {
 
@@ -42,10 +43,7 @@ char Letter(LogSeverity severity) {
 }
 
 int Rank(char letter) {
-    if (letter >= 'a' && letter <= 'z') {
-        letter = static_cast<char>(letter - 'a' + 'A');
-    }
-    const char* found = letter != '\0' ? strchr(kPriorityLetters, letter) : nullptr;
+    const char* found = letter != '\0' ? strchr(kPriorityLetters, UpperCase(letter)) : nullptr;
     return found != nullptr ? static_cast<int>(found - kPriorityLetters) : 0;
 }
 

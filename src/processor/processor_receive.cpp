@@ -301,7 +301,7 @@ void Processor::ProcessCmdData(Command* command) {
     if (result != kErrorUnsupportCommand && result != kErrorRequestNull) {
         return;  // the module has it
     }
-    char text[512] = {};
+    ErrorBuffer text;
     GetStringByErrCode(static_cast<int>(result), kErrorBase, text);
     std::vector<char>& response = *command->GetResponse();
     const std::vector<char>& request = *command->GetRequest();

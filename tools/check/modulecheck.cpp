@@ -13,6 +13,7 @@
 #include "config/configmanager.h"
 #include "messager/messagermanager.h"
 #include "platform/localaddress.h"
+#include "platform/uppercase.h"
 
 namespace kelp::tools {
 
@@ -20,15 +21,6 @@ namespace {
 
 // How long an answer is read on at most, in milliseconds.
 constexpr int kMaxQuietMs = 30000;
-
-bool HasLowerCase(const std::string& text) {
-    for (const char c : text) {
-        if (c >= 'a' && c <= 'z') {
-            return true;
-        }
-    }
-    return false;
-}
 
 // The modules that come first with an entry, by their place in the order.
 class Owners {
@@ -232,7 +224,7 @@ void ModuleCheck::CheckMatches(std::vector<Entry>& list, bool mayBeEmpty) {
                                          " has a blank at its end, which requests must have, too");
         }
         std::string why;
-        if (HasLowerCase(entry.text)) {
+        if (entry.text != UpperCase(entry.text)) {
             why = "requests are compared in upper case";
         } else if (entry.text.empty() && !mayBeEmpty) {
             why = "no request is empty";

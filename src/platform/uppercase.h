@@ -1,0 +1,19 @@
+// Upper case of ASCII letters, whatever the locale: all other bytes stay.
+#pragma once
+
+#include <string>
+
+namespace kelp {
+
+inline char UpperCase(char c) {
+    return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
+}
+
+inline std::string UpperCase(std::string text) {
+    for (char& c : text) {
+        c = UpperCase(c);
+    }
+    return text;
+}
+
+}  // namespace kelp
