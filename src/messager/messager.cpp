@@ -97,8 +97,9 @@ int Messager::Receive(Command* command, int, int seconds) {
     bool whole = true;
     const LocalResult received =
         ReceiveAnswer(*mClient, response, seconds, {mModuleInfo->quietMs}, whole);
-    const int result = ToErrorCode(received);
-    if (result != kSuccess) {
+    int result = kSuccess;
+    if (received != LocalResult::kDone) {
+        result = ToErrorCode(received);
         ReportReceiveError(result, &response);
     }
     if (mFd == -1 || result != kSuccess || !whole) {

@@ -1,6 +1,7 @@
 #include "messager/wcnmessager.h"
 
 #include "config/configmanager.h"
+#include "messager/messagermanager.h"
 
 namespace kelp {
 
@@ -10,7 +11,7 @@ Messager* WCNMessager::Create(MessagerManager* manager, std::string name) {
 
 unsigned WCNMessager::HandleMessager(Command* command, void* processor) {
     // Always the record of this name, whatever the module's own; asked afresh for every request.
-    const ModuleInfo* const record = GetConfigManager()->GetModuleByName("wcn");
+    const ModuleInfo* const record = mManager->GetConfigManager()->GetModuleByName("wcn");
     return Exchange(command, processor, record != nullptr && record->keepAlive);
 }
 

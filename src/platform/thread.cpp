@@ -19,8 +19,6 @@ constexpr size_t kStackBytes = 1024 * 1024;
 constexpr size_t kMaxNameLength = 15;
 constexpr unsigned kPollFailurePauseUs = 10000;
 
-thread_local Thread* sCurrent = nullptr;
-
 }  // namespace
 
 Thread::Thread(Runnable* runnable, std::string name)
@@ -159,10 +157,6 @@ void Thread::Loop() {
             return;
         }
     }
-}
-
-bool Thread::StopRequested() {
-    return sCurrent != nullptr && sCurrent->mStop.load();
 }
 
 int Thread::WakeFd() {

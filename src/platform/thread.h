@@ -63,7 +63,7 @@ class Thread {
     void Stop();
 
     // About the calling thread. A thread that is not a Thread is never asked to stop.
-    static bool StopRequested();
+    static bool StopRequested() { return sCurrent != nullptr && sCurrent->mStop.load(); }
     // Readable once the calling thread has been asked to stop; -1 on a thread that is no Thread.
     static int WakeFd();
     // Waits for poll(2) `events` on `fd`, or for a hang-up or error of it. `timeoutMs` in
@@ -91,6 +91,8 @@ class Thread {
     void Wake();
     void UnparkFd();
     void WaitUntilEnded();
+
+    inline static thread_local Thread* sCurrent = nullptr;
 
     Runnable* const mRunnable;
     UniqueFd mWakeFd;                // eventfd, made once; readable while marked

@@ -12,10 +12,27 @@ class Turn {
   public:
     // Blocks until the turn is the caller's. False when the calling thread has been asked to stop
     // and would have to wait; the turn is then not taken.
-    bool Enter();
-    void Leave();
+    bool Enter() {
+        MutexLock lock(mMutex);
+        // Who has just left must not come in again past those who wait: a busy console would shut
+        // out all others.
+        if (!mTaken && mWaiting == 0) {
+            mTaken = true;
+            return true;
+        }
+        return AwaitTurn();
+    }
+    void Leave() {
+        {
+            MutexLock lock(mMutex);
+            mTaken = false;
+        }
+        mLeft.Signal();
+    }
 
   private:
+    bool AwaitTurn() KELP_REQUIRES(mMutex);
+
     Mutex mMutex;
     CondVar mLeft;
     bool mTaken KELP_GUARDED_BY(mMutex) = false;

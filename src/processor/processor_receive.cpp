@@ -114,7 +114,7 @@ void Processor::OnReadable(fd_set& ready) {
         ReceiveFrom(mServerFd);
         return;
     }
-    if (IsConnect() && FdSetContains(mServerFd, ready)) {
+    if (mServerFd != -1 && FdSetContains(mServerFd, ready)) {
         if (mSlots.Full()) {
             ReadOutLeavers();
         }
