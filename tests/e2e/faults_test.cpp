@@ -1,16 +1,12 @@
 // Stations, peers and the system at their worst: nothing is lost that could be kept, memory stays
 // where it was, and there is full service afterwards.
 
-#include <sched.h>
 #include <signal.h>
-#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 
 #include <algorithm>
 #include <atomic>
-#include <filesystem>
-#include <functional>
 #include <thread>
 
 #include "support/bench.h"
@@ -154,42 +150,6 @@ TEST_F(Faults, SignalsInterruptNothing) {
     }
     done = true;
     signals.join();
-}
-
-TEST_F(Faults, AWriteBackWithoutRoomLeavesTheFileWhole) {
-    const std::string disk = mDir.Path("disk"), file = disk + "/kelp.json";
-    std::filesystem::create_directory(disk);
-    if (unshare(CLONE_NEWNS) != 0 || mount("", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-        mount("none", disk.c_str(), "tmpfs", 0, "size=64k") != 0) {
-        GTEST_SKIP() << "may not mount a file system";
-    }
-    std::filesystem::create_symlink(file, mDir.Path("kelp.json"));
-    Start();
-    const std::string original = mDir.Read("kelp.json");
-    const struct {
-        const char* name;
-        std::function<void()> spoil, mend;
-    } rows[] = {
-        {"full disk", [&] { mDir.Write("disk/filler", std::string(1 << 20, 'x')); },
-         [&] { std::filesystem::remove(disk + "/filler"); }},
-        {"read-only", [&] { mount("", disk.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr); },
-         [&] { mount("", disk.c_str(), nullptr, MS_REMOUNT, nullptr); }},
-    };
-    Command("ZAT+PORT=4321");
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        mDir.Write("kelp.json", original);
-        row.spoil();
-        const int failures = mKelp->Logged("open error!!!\n");
-        Command("ZAT+UPDATE");
-        EXPECT_EQ(mKelp->Logged("open error!!!\n"), failures + 1);
-        EXPECT_EQ(mDir.Read("kelp.json"), original);
-        row.mend();
-        Command("ZAT+UPDATE");
-        EXPECT_EQ(std::distance(std::filesystem::directory_iterator(disk), {}), 1);
-        EXPECT_NE(mDir.Read("kelp.json").find("4321"), std::string::npos);
-    }
-    umount2(disk.c_str(), MNT_DETACH);
 }
 
 TEST_F(Faults, ExhaustedDescriptorsNeitherSpinNorFlood) {

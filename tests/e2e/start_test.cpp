@@ -37,6 +37,7 @@ TEST(Start, BadFileLeavesTheLocalConsole) {
         EXPECT_TRUE(kelp.WaitForLog(" E KELP    " + record + "\n")) << kelp.Log();
         const Station local = Station::Local();
         EXPECT_TRUE(kelp.WaitForLog(" I KELP    : AcceptClient: local-->connect to new client"));
+        EXPECT_EQ(kelp.Logged("GetJsonPath: json file(" + row.path + ") exist. \n"), 1);
         EXPECT_EQ(kelp.Logged("ReadJSONDoc: Json file("), 1) << kelp.Log();
         EXPECT_TRUE(kelp.Running());
     }

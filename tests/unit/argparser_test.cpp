@@ -5,7 +5,6 @@
 
 #include "main/argparser.h"
 #include "support/logcapture.h"
-#include "support/tempdir.h"
 
 namespace kelp {
 namespace {
@@ -45,22 +44,6 @@ TEST(ArgParser, EchoesOptionsAndIgnoresTheRest) {
     }
     EXPECT_EQ(Parse({"--optarg=x", "--optarg"}),
               (Records{"D ArgParser: optarg: x", "D ArgParser: optarg: no arg"}));
-}
-
-TEST(ArgParser, FileSettlesTheConfigurationPath) {
-    TempDir dir;
-    const std::string there = dir.Write("there.json", "");
-    for (const std::string& file : {there, dir.Path("missing.json")}) {
-        EXPECT_EQ(Parse({file == there ? "-file" : "--file", file}),
-                  Records{"D ArgParser: param f value: " + file});
-        LogCapture log;
-        std::string path = "old";
-        EXPECT_EQ(GetJsonPath(path), file == there);
-        EXPECT_EQ(path, file == there ? there : "");
-        EXPECT_EQ(log.Take(),
-                  Records{file == there ? "D GetJsonPath: json file(" + there + ") exist. "
-                                        : "E GetJsonPath: json file() not exist. "});
-    }
 }
 
 }  // namespace
