@@ -4,6 +4,7 @@
 #include <sys/socket.h>
 
 #include <string>
+#include <utility>
 
 #include "platform/localaddress.h"
 #include "platform/uniquefd.h"
@@ -26,8 +27,7 @@ inline LocalAddress PathAddress(const std::string& path) {
 // Blocking, unlike the daemon's own; not Ok() on failure.
 inline UniqueFd Connect(const LocalAddress& address) {
     UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    return connect(fd.Get(), address.Get(), address.length) == 0 ? static_cast<UniqueFd&&>(fd)
-                                                                 : UniqueFd();
+    return connect(fd.Get(), address.Get(), address.length) == 0 ? std::move(fd) : UniqueFd();
 }
 
 }  // namespace kelp::bench

@@ -11,7 +11,5 @@
 #define KELP_SCOPED_CAPABILITY KELP_ATTRIBUTE(scoped_lockable)
 #define KELP_GUARDED_BY(mutex) KELP_ATTRIBUTE(guarded_by(mutex))
 #define KELP_REQUIRES(...) KELP_ATTRIBUTE(requires_capability(__VA_ARGS__))
-#define KELP_EXCLUDES(...) KELP_ATTRIBUTE(locks_excluded(__VA_ARGS__))
 #define KELP_ACQUIRE(...) KELP_ATTRIBUTE(acquire_capability(__VA_ARGS__))
 #define KELP_RELEASE(...) KELP_ATTRIBUTE(release_capability(__VA_ARGS__))
-#define KELP_NO_THREAD_SAFETY_ANALYSIS KELP_ATTRIBUTE(no_thread_safety_analysis)

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <pthread.h>
+#include <utility>
 
 #include "platform/annotations.h"
 
@@ -60,14 +61,14 @@ template <typename T>
 class Shared {
   public:
     Shared() : mValue() {}
-    Shared(T value) : mValue(static_cast<T&&>(value)) {}  // NOLINT: stands for a T on purpose
+    Shared(T value) : mValue(std::move(value)) {}  // NOLINT: stands for a T on purpose
     Shared(const Shared& other) : mValue(other.Get()) {}
     Shared& operator=(const Shared& other) {
         Set(other.Get());
         return *this;
     }
     Shared& operator=(T value) {
-        Set(static_cast<T&&>(value));
+        Set(std::move(value));
         return *this;
     }
 
@@ -77,7 +78,7 @@ class Shared {
     }
     void Set(T value) {
         MutexLock lock(mMutex);
-        mValue = static_cast<T&&>(value);
+        mValue = std::move(value);
     }
     operator T() const { return Get(); }  // NOLINT: stands for a T on purpose
 

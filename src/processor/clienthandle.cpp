@@ -31,7 +31,7 @@ bool Drain(int fd) {
 ClientHandle::ClientHandle(UniqueFd fd, int number)
     : mNumber(number), mFd(std::make_shared<const UniqueFd>(std::move(fd))) {}
 
-void ClientHandle::Release() {
+void ClientHandle::CloseDescriptor() {
     Hold released;
     MutexLock lock(mMutex);
     mFd.swap(released);
@@ -62,7 +62,7 @@ void ClientHandle::Close(int64_t deadlineMs) {
         while (Drain(hold->Get()) && MonotonicMs() < deadlineMs && poll(&more, 1, kQuietMs) > 0) {
         }
     }
-    Release();
+    CloseDescriptor();
 }
 
 }  // namespace kelp

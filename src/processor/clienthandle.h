@@ -38,8 +38,8 @@ class ClientHandle {
         return mGone ? nullptr : mFd;
     }
 
-    // A device that is opened anew: closes the descriptor, and takes the new one.
-    void Release();
+    // A device is opened anew: the old descriptor is closed first.
+    void CloseDescriptor();
     void Reopen(UniqueFd fd, int number);
 
     // Gives the client up. The other end of a socket sees the end of the stream; the descriptor

@@ -178,7 +178,7 @@ void Processor::ReConnect() {
 std::shared_ptr<ClientHandle> Processor::TakeDevice() {
     const auto device = mMode == DEVICE_MODE ? mSlots.Take(mServerFd) : nullptr;
     if (device != nullptr) {
-        device->Release();
+        device->CloseDescriptor();
     }
     return device;
 }

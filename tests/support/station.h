@@ -5,6 +5,7 @@
 
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "platform/uniquefd.h"
 #include "support/sockets.h"
@@ -35,7 +36,7 @@ class Station {
     testing::AssertionResult Answers(std::string_view request, std::string_view answer);
 
   private:
-    explicit Station(UniqueFd fd) : mFd(static_cast<UniqueFd&&>(fd)) {}
+    explicit Station(UniqueFd fd) : mFd(std::move(fd)) {}
 
     UniqueFd mFd;
 };
