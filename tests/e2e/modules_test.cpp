@@ -362,6 +362,9 @@ TEST_F(Modules, WhereAnAnswerEnds) {
     ASSERT_TRUE(station.Send("AT+B\r\n") && bench->WaitForRequest("AT+B"));
     const int64_t ms = PushesUntil(*bench, std::string(4096, 'x'), [&] { station.Receive(4096); });
     EXPECT_LT(ms, KELP_SANITIZED ? 5000 : 2000);
+    // What follows is nobody's: another connection, after those of the two daemons.
+    ASSERT_TRUE(station.Send("AT+B2\r\n") && bench->WaitForRequest("AT+B2"));
+    EXPECT_EQ(bench->Connections(), 3);
 }
 
 }  // namespace
