@@ -176,7 +176,7 @@ void Processor::ReConnect() {
 // The handle of a device outlives its descriptors while the console runs: what is answered later
 // goes to the new opening.
 std::shared_ptr<ClientHandle> Processor::TakeDevice() {
-    const auto device = mMode == DEVICE_MODE ? mSlots.Take(mServerFd) : nullptr;
+    auto device = mMode == DEVICE_MODE ? mSlots.Take(mServerFd) : nullptr;
     if (device != nullptr) {
         device->CloseDescriptor();
     }

@@ -268,6 +268,7 @@ TEST_F(Consoles, FourStationsWithAConnectionPerCommandLoseNone) {
     Station local = Station::Local();
     for (int round = 0; round < 2; ++round) {
         std::vector<std::thread> stations;
+        stations.reserve(4);
         for (int i = 0; i < 4; ++i) {
             stations.emplace_back([&] {
                 for (int j = 0; j < 200; ++j) {
