@@ -1,5 +1,8 @@
 #include "messager/modemmessager.h"
 
+#include <poll.h>
+#include <sys/eventfd.h>
+
 #include <utility>
 
 #include "main/errorcode.h"
@@ -32,8 +35,13 @@ Messager* ModemMessager::Create(MessagerManager* manager, std::string name) {
 ModemMessager::ModemMessager(MessagerManager* manager, const std::string& name)
     : Messager(manager, name),
       mConnection(std::move(mClient)),
+      mOpened(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
       mRunnable(new ModemMsgRunnable(this)),
       mThread(new Thread(mRunnable.get(), name)) {
+    if (mFd != -1) {
+        MutexLock lock(mMutex);
+        mToRead.push_back(mConnection);
+    }
     mThread->Start();
 }
 
@@ -61,7 +69,21 @@ bool ModemMessager::Open() {
     mFd = fd;
     MutexLock lock(mMutex);
     mConnection = std::move(opened);
+    mToRead.push_back(mConnection);
+    eventfd_write(mOpened.Get(), 1);
     return true;
+}
+
+ModemMessager::Connection ModemMessager::NextToRead() {
+    MutexLock lock(mMutex);
+    eventfd_t opened;
+    eventfd_read(mOpened.Get(), &opened);
+    if (mToRead.empty()) {
+        return nullptr;
+    }
+    Connection next = std::move(mToRead.front());
+    mToRead.pop_front();
+    return next;
 }
 
 // Any thread; one that still waits on the connection sees its end.
@@ -97,29 +119,28 @@ bool ModemMessager::TryConnect() {
 }
 
 void ModemMessager::Run() {
+    Connection reading;
     while (mRunning) {
         if (!TryConnect() && mRunning.exchange(false)) {
             KLOG(kLogError) << "Connect Fail. Exit!!!";
         }
-        Connection connection = Current();
+        if (reading == nullptr && (reading = NextToRead()) == nullptr) {
+            reading = Current();
+        }
         auto command = std::make_unique<Command>();
-        const int result = ReceiveMessage(*connection, *command);
+        const int result = ReceiveMessage(*reading, *command);
         if (Thread::StopRequested()) {
             break;
         }
         if (result == kResultInterrupted || result == kResultLost ||
             (result == kErrorInvalidDescriptor && mFd != -1)) {
-            command.reset();
-            Drop(connection);
-            connection.reset();
+            Drop(reading);
+            reading.reset();
             // mFd stays.
             KLOG(kLogError) << "disconnect ,retry:" << mFd.load();
-            AwaitConnection();
+            reading = AwaitConnection();
         } else {
             Relay(std::move(command));
-            if (result != kSuccess) {
-                Pace();
-            }
         }
     }
     Drop(Current());
@@ -138,24 +159,27 @@ int ModemMessager::ReceiveMessage(LocalSocketClient& connection, Command& comman
     return result;
 }
 
-// Returns when there is a connection again, or the thread is asked to stop.
-void ModemMessager::AwaitConnection() {
-    while (Pace()) {
+// The next connection, which a request has opened meanwhile or the thread opens, once a second at
+// most: whatever the daemon does, the loop around this does not spin. Null when the thread is asked
+// to stop.
+ModemMessager::Connection ModemMessager::AwaitConnection() {
+    while (!Thread::StopRequested()) {
+        Connection next = NextToRead();
+        if (next != nullptr) {
+            return next;
+        }
+        const int64_t now = MonotonicMs();
+        if (now < mNextTryMs) {
+            Thread::WaitFd(mOpened.Get(), POLLIN, static_cast<int>(mNextTryMs - now));
+            continue;
+        }
+        mNextTryMs = now + kRetryPauseMs;
         const PeerTurn turn(this);
-        if (turn.Held() && Open()) {
-            return;
+        if (turn.Held()) {
+            Open();
         }
     }
-}
-
-// Lets the thread go on at most once a second: whatever the daemon does, only messages come
-// faster. False when it is asked to stop.
-bool ModemMessager::Pace() {
-    const int64_t waitMs = mNextTryMs - MonotonicMs();
-    const bool on =
-        waitMs <= 0 ? !Thread::StopRequested() : Thread::SleepMs(static_cast<int>(waitMs));
-    mNextTryMs = MonotonicMs() + kRetryPauseMs;
-    return on;
+    return nullptr;
 }
 
 void ModemMessager::Relay(std::unique_ptr<Command> command) {
@@ -182,9 +206,6 @@ unsigned ModemMessager::HandleMessager(Command* command, void* processor) {
     // Held over all of it: who is stored last has written last.
     const PeerTurn turn(this);
     if (turn.Held()) {
-        if (mFd == -1) {
-            Open();
-        }
         Remember(processor, *command);
         std::vector<char>& request = *command->GetRequest();
         request.push_back('\r');
@@ -221,6 +242,9 @@ void ModemMessager::Write(Command& command) {
     }
     if (result == LocalResult::kCut) {
         Drop(connection);
+    }
+    if (result != LocalResult::kDone) {
+        KLOG_AS("Send", kLogError) << mModuleName << "-->request not sent";
     }
 }
 

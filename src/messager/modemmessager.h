@@ -2,12 +2,14 @@
 #pragma once
 
 #include <atomic>
+#include <deque>
 #include <memory>
 #include <string>
 
 #include "messager/messager.h"
 #include "platform/sync.h"
 #include "platform/thread.h"
+#include "platform/uniquefd.h"
 
 namespace kelp {
 
@@ -51,8 +53,8 @@ class ModemMessager : public Messager {
     bool Open();
     void Drop(const Connection& lost);
     int ReceiveMessage(LocalSocketClient& connection, Command& command);
-    void AwaitConnection();
-    bool Pace();
+    Connection NextToRead();
+    Connection AwaitConnection();
     void Relay(std::unique_ptr<Command> command);
     void Remember(void* processor, const Command& command);
     void Write(Command& command);
@@ -60,7 +62,11 @@ class ModemMessager : public Messager {
     std::atomic<bool> mRunning{true};
     Mutex mMutex;                                    // a leaf
     Connection mConnection KELP_GUARDED_BY(mMutex);  // never null; not open when there is none
+    // Opened and not yet read, in their order: a daemon may answer and close before the thread
+    // looks.
+    std::deque<Connection> mToRead KELP_GUARDED_BY(mMutex);
     Last mLast KELP_GUARDED_BY(mMutex);
+    const UniqueFd mOpened;  // eventfd, readable when mToRead has grown
     int64_t mNextTryMs = 0;  // of MonotonicMs; the module's thread's own
     const std::unique_ptr<ModemMsgRunnable> mRunnable;
     const std::unique_ptr<Thread> mThread;  // last: it uses all of the above

@@ -90,6 +90,7 @@ unsigned PCBAMessager::HandleMessager(Command* command, void* processor) {
     if (Thread::StopRequested()) {
         HandBack({std::move(token->command), processor});
     } else {
+        ReportReceiveError(ToErrorCode(result));
         Refuse({std::move(token->command), processor}, "the daemon does not read");
     }
     return kSuccess;
@@ -100,6 +101,7 @@ bool PCBAMessager::TakePlace(size_t bytes) {
     bool taken;
     {
         MutexLock lock(mMutex);
+        EndAbandonedWait();
         if (!HasPlace(bytes)) {
             abandoned = TakeAbandoned();
         }
@@ -140,6 +142,18 @@ std::vector<PCBAMessager::Owed> PCBAMessager::TakeAbandoned() {
         }
     }
     return abandoned;
+}
+
+// The module's thread waits for the record of the first request; on a connection of its own it need
+// not when nobody is left to get it.
+void PCBAMessager::EndAbandonedWait() {
+    if (mFd != -1 || mUnderWay.empty()) {
+        return;
+    }
+    const MessagerToken& first = *mUnderWay.front();
+    if (first.command != nullptr && IsAbandoned(*first.command) && first.connection != nullptr) {
+        first.connection->client->Shutdown();
+    }
 }
 
 // kDone: written on the token's connection. kLost and kClosed: there is no daemon.
@@ -294,8 +308,9 @@ void PCBAMessager::Answer(MessagerToken& token) {
             GivePlaceBack(command->GetRequest()->size());
         }
     }
-    if (command != nullptr && connection != nullptr && !formatter.Matches(*command)) {
-        // A record too many shifts all that follow; it must not shift later requests', too.
+    if (connection != nullptr && (command == nullptr || !formatter.Matches(*command))) {
+        // A record too many shifts all that follow; it must not shift later requests', too. What an
+        // abandoned request's record echoes cannot be told any more.
         Retire(connection);
     }
     {

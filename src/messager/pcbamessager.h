@@ -66,6 +66,7 @@ class PCBAMessager : public Messager {
     bool TakePlace(size_t bytes);
     bool HasPlace(size_t bytes) const KELP_REQUIRES(mMutex);
     std::vector<Owed> TakeAbandoned() KELP_REQUIRES(mMutex);
+    void EndAbandonedWait() KELP_REQUIRES(mMutex);
     void GivePlaceBack(size_t bytes) KELP_REQUIRES(mMutex);
     LocalResult Write(MessagerToken& token, int64_t deadlineMs);
     std::shared_ptr<PCBAConnection> ConnectionForRequest(int64_t deadlineMs);

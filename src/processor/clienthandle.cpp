@@ -31,6 +31,15 @@ bool Drain(int fd) {
 ClientHandle::ClientHandle(UniqueFd fd, int number)
     : mNumber(number), mFd(std::make_shared<const UniqueFd>(std::move(fd))) {}
 
+bool ClientHandle::HasEnded() {
+    const Hold hold = Acquire();
+    struct pollfd socket = {hold != nullptr ? hold->Get() : -1, 0, 0};
+    if (poll(&socket, 1, 0) == 1 && (socket.revents & (POLLHUP | POLLERR)) != 0) {
+        mGone = true;
+    }
+    return mGone;
+}
+
 void ClientHandle::CloseDescriptor() {
     Hold released;
     MutexLock lock(mMutex);

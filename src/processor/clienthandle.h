@@ -31,6 +31,10 @@ class ClientHandle {
     // True once nothing more may be written: a write failed, or the console was switched off.
     bool Gone() const { return mGone; }
 
+    // Whether the client can be told nothing more: gone, or by now it has reset the connection or
+    // closed both directions. (A TCP client that closed looks like one that only stopped sending.)
+    bool HasEnded();
+
     // Null once the client is gone, and while the device is being opened anew. What closes the
     // descriptor takes effect when the hold is released.
     Hold Acquire() const {

@@ -67,7 +67,7 @@ void ClientSlots::Remove(int number) {
                        mLeavers.end());
         mLeavers.push_back(client);
     }
-    if (client->Gone()) {
+    if (client->HasEnded()) {
         client->CloseDescriptor();
     }
 }

@@ -25,8 +25,8 @@ class ClientSlots {
 
     bool Full() const;
 
-    // Frees the slot of the client known by `number`. The descriptor is closed now if the client is
-    // gone, else with the last holder of the handle.
+    // Frees the slot of the client known by `number`. The descriptor is closed now if the client
+    // has ended, else with the last holder of the handle.
     void Remove(int number);
 
     // Frees the slot without giving the client up: the handle is to be used on. Null when there is
