@@ -51,8 +51,7 @@ enum class Sink {
     kBlocking,  // a regular file; anything, before OpenLog
     kOwn,       // opened anew, so that it can be non-blocking
     kSocket,    // non-blocking by a flag of each call
-    kShared,    // could not be opened anew: polled before each write. A tty that has room for part
-                // of a record then still holds up the writer of the rest.
+    kShared,    // could not be opened anew: polled before each write
 };
 
 // Set by the main thread while there is no other.
@@ -60,15 +59,16 @@ int sLowestRank = 0;
 Sink sSink = Sink::kBlocking;
 int sFd = STDERR_FILENO;
 bool sTty = false;
+bool sTakesParts = false;  // a tty, a stream socket
 
 // Records that were dropped since the last one that was written. While there are any, nothing
 // waits.
 std::atomic<size_t> sLost{0};
 // The last record was taken in part: the next one begins with a line end.
 std::atomic<bool> sCut{false};
-// A tty may take half a record; nothing else comes between that and the rest. Other sinks do
-// without: they take a record whole or not at all.
-Mutex sTtyMutex;
+// Where half a record may be taken, nothing else comes between that and the rest. Other sinks take
+// a record whole or not at all and need no lock.
+Mutex sPartsMutex;
 
 // What the records of one thread and tag begin with during one second:
 // "MM-DD HH:MM:SS.mmm PID TID P TAG     : ". Only milliseconds and priority differ between them.
@@ -104,9 +104,13 @@ ssize_t WriteSome(const char* text, size_t size) {
     if (sSink == Sink::kSocket) {
         return send(sFd, text, size, MSG_DONTWAIT | MSG_NOSIGNAL);
     }
-    if (sSink == Sink::kShared && !WaitForRoom(0)) {
-        errno = EAGAIN;
-        return -1;
+    if (sSink == Sink::kShared) {
+        if (!WaitForRoom(0)) {
+            errno = EAGAIN;
+            return -1;
+        }
+        // A blocking tty would hold up the writer of more than it has room for.
+        size = sTty ? 1 : size;
     }
     return write(sFd, text, size);
 }
@@ -202,10 +206,14 @@ void OpenLog() {
         return;
     }
     if (S_ISSOCK(status.st_mode)) {
+        int type = SOCK_STREAM;
+        socklen_t length = sizeof(type);
+        getsockopt(STDERR_FILENO, SOL_SOCKET, SO_TYPE, &type, &length);
         sSink = Sink::kSocket;
+        sTakesParts = type == SOCK_STREAM;
         return;
     }
-    sTty = isatty(STDERR_FILENO) == 1;
+    sTty = sTakesParts = isatty(STDERR_FILENO) == 1;
     // Others hold the same open file: making theirs non-blocking would surprise them.
     constexpr int kFlags = O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
     int own = open("/proc/self/fd/2", kFlags);
@@ -251,8 +259,8 @@ size_t Prefix(char* out, size_t capacity, LogSeverity severity, const char* tag,
 
 void Emit(LogSeverity, const char*, char* text, size_t length) {
     text[length] = '\n';
-    if (sTty) {
-        MutexLock lock(sTtyMutex);
+    if (sTakesParts) {
+        MutexLock lock(sPartsMutex);
         EmitLine(text, length + 1);
     } else {
         EmitLine(text, length + 1);
