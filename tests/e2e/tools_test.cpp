@@ -71,6 +71,9 @@ TEST(Tools, AnswersOutcomesAndExitStatus) {
                  R"( --request Z=2 --answer 'Z=2\r\n\r\n+Z:Unsupport command\r\n\r\nOK\r\n')"
                  R"( --request +R --answer '\r\n+C: 1\r\n\r\n+R: 2\r\n\r\nOK\r\n\r\n+C: 1\r\n')"
                  R"( --pieces 9 --pause 200 --request +Q --answer '\r\n+C: 1\r\n')"
+                 R"( --request +P=1 --answer '\r\n+Ev: 1\r\n\r\nOK\r\n' --pause 1)"
+                 R"( --request ATI --answer '\r\n+GCAP: 1\r\n\r\nOK\r\n\r\n+C: 2\r\n')"
+                 R"( --request AT+H --answer '\r\n> AT+H\r\n+HI: 1\r\n+h: 2\r\n+C: 3\r\nOK\r\n')"
                  R"( --request GO --silent --close --request E --echo)"
                  R"( --request ECHOFIRST --echo --answer '\r\nERROR\r\n' --pieces 9 --pause 200)"
                  R"( --modem $S-m --answer . --echo --unsolicited U --after 0)");
@@ -80,6 +83,8 @@ TEST(Tools, AnswersOutcomesAndExitStatus) {
     const std::string late = ": no complete answer in time\n|2";
     const std::string z = "Z=2\r\n\r\n+Z:Unsupport command\r\n\r\nOK\r\n";
     const std::string r = "\r\n+C: 1\r\n\r\n+R: 2\r\n\r\nOK\r\n\r\n+C: 1\r\n";
+    const std::string i = "\r\n+GCAP: 1\r\n\r\nOK\r\n\r\n+C: 2\r\n";
+    const std::string h = "\r\n> AT+H\r\n+HI: 1\r\n+h: 2\r\n+C: 3\r\nOK\r\n";
     const std::pair<const char*, std::string> rows[] = {
         {"$S BAD OK", "x\r\nERROR\r\n1\r\nOK\r\n|1"},
         {"$S BAD OK --stop", "x\r\nERROR\r\n|1"},
@@ -102,6 +107,13 @@ TEST(Tools, AnswersOutcomesAndExitStatus) {
         {"$S +R --quiet 400 --expect 2", r + "|0"},
         {"$S +R --quiet 400 --expect C:", r + "kelp-send: +R" + unexpected},
         {"$S +Q --quiet 50 --expect C --timeout 1", "\r\n+C: 1\r\nkelp-send: +Q" + late},
+        {"$S +P=1 --expect 1", "\r\n+Ev: 1\r\n\r\nOK\r\nkelp-send: +P=1" + unexpected},
+        {"$S ATI --expect 1", i + "|0"},
+        {"$S ATI --expect 2", i + "kelp-send: ATI" + unexpected},
+        {"$S AT+H --expect 2", h + "|0"},
+        {"$S AT+H --expect AT", h + "kelp-send: AT+H" + unexpected},
+        {"$S AT+H --expect 1", h + "kelp-send: AT+H" + unexpected},
+        {"$S AT+H --expect 3", h + "kelp-send: AT+H" + unexpected},
         {"$S E --quiet 1 --expect E --timeout 1", "Ekelp-send: E" + late},
         {"$S ECHOFIRST --quiet 50 --expect E",
          "ECHOFIRST\r\nERROR\r\nkelp-send: ECHOFIRST" + error},
@@ -119,6 +131,8 @@ TEST(Tools, AnswersOutcomesAndExitStatus) {
         EXPECT_EQ(Send(arguments), result) << arguments;
     }
     EXPECT_NE(Send("$S HEX --json --quiet 50").find(",\"hex\":\"FF00\"}\n|4"), std::string::npos);
+    EXPECT_EQ(Result(KELP_SEND " --terminator '' --timeout 1 $S TEXT --expect cab"),
+              "abcabcakelp-send: TEXT" + late);  // silence alone completes it no more
     for (const char* program : {KELP_SEND, KELP_PEER}) {
         EXPECT_EQ(Result(program + std::string(" --version")).substr(0, 5), "kelp-");
         EXPECT_EQ(Result(program + std::string(" -h")).substr(0, 12), "Usage: kelp-");

@@ -1,5 +1,6 @@
 #include "send/answerjudge.h"
 
+#include <ctype.h>
 #include <string.h>
 
 #include <algorithm>
@@ -43,6 +44,32 @@ bool IsResultLine(std::string_view line) {
     return line == "OK" || IsErrorLine(line);
 }
 
+bool IsAlnum(char c) {
+    return isalnum(static_cast<unsigned char>(c)) != 0;
+}
+
+bool HasAlnums(std::string_view text) {
+    return std::any_of(text.begin(), text.end(), IsAlnum);
+}
+
+std::string_view WithoutBlanks(std::string_view text) {
+    text.remove_prefix(std::min(text.find_first_not_of(" \t"), text.size()));
+    return text.substr(0, text.find_last_not_of(" \t") + 1);
+}
+
+// How long the "+NAME" is with which a text begins; 0 when there is none.
+size_t NameLength(std::string_view text) {
+    if (text.size() < 2 || !Contains("+^$#%*", text.substr(0, 1)) || !IsAlnum(text[1]) ||
+        isdigit(static_cast<unsigned char>(text[1])) != 0) {
+        return 0;
+    }
+    size_t length = 2;
+    while (length < text.size() && (IsAlnum(text[length]) || text[length] == '_')) {
+        ++length;
+    }
+    return length;
+}
+
 }  // namespace
 
 AnswerJudge::AnswerJudge(std::string command, Expectation expectation)
@@ -50,33 +77,64 @@ AnswerJudge::AnswerJudge(std::string command, Expectation expectation)
 
 bool AnswerJudge::IsReport(std::string_view line) const {
     const std::string_view name = line.substr(0, line.find(':'));
-    return name.size() > 1 && name.size() < line.size() && Contains("+^$#%*", name.substr(0, 1)) &&
-           name.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_", 1) == name.npos &&
-           strcasestr(mCommand.c_str(), std::string(name).c_str()) == nullptr;
+    return name.size() < line.size() && NameLength(name) == name.size() && !IsAsked(name);
+}
+
+bool AnswerJudge::IsAsked(std::string_view name) const {
+    const std::string_view command = mCommand;
+    for (size_t at = 0; at < command.size(); ++at) {
+        const size_t length = NameLength(command.substr(at));
+        if (length > 0 && (name.empty() || SameText(command.substr(at, length), name))) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool AnswerJudge::IsEcho(std::string_view line, bool isWhole) const {
+    const std::string_view command = WithoutBlanks(mCommand);
+    line = WithoutBlanks(line);
+    if (command.empty() || line.empty() || IsResultLine(line)) {
+        return false;
+    }
+    const size_t at = line.size() - std::min(line.size(), command.size());
+    if (SameText(line.substr(at), command)) {
+        return !HasAlnums(line.substr(0, at));  // a prompt, or nothing
+    }
+    const size_t first = std::find_if(line.begin(), line.end(), IsAlnum) - line.begin();
+    const std::string_view typed = line.substr(first);
+    return !isWhole && (SameText(line, command.substr(0, line.size())) ||
+                        (!typed.empty() && SameText(typed, command.substr(0, typed.size()))));
 }
 
 AnswerJudge::Parts AnswerJudge::Split() const {
     const std::string_view answer = mAnswer;
-    const std::string_view start = answer.substr(0, mCommand.size());
-    size_t echoEnd = !mCommand.empty() && SameText(start, mCommand) ? mCommand.size() : 0;
-    size_t reportsEnd = echoEnd;
+    const size_t common = std::min(answer.size(), mCommand.size());
+    const bool isEchoed = SameText(answer.substr(0, common), mCommand.substr(0, common));
+    const std::string_view last = ResultLine(answer);
+    const size_t resultAt =
+        IsResultLine(last) ? static_cast<size_t>(last.data() - answer.data()) : answer.size();
+    Parts parts;
+    size_t echoEnd = isEchoed ? common : 0;
+    size_t end = echoEnd;  // of what is in the parts already
+    bool isText = false;   // a line that is neither echo nor report has come
     for (size_t at = echoEnd; (at = answer.find_first_not_of(kLineEnds, at)) != answer.npos;) {
         const size_t lineEnd = std::min(answer.find_first_of(kLineEnds, at), answer.size());
         const std::string_view line = answer.substr(at, lineEnd - at);
-        if (SameText(line, mCommand)) {
+        if (!isText && IsEcho(line, lineEnd < answer.size())) {
             echoEnd = lineEnd;
-        } else if (!IsReport(line)) {
-            // Reports and nothing but a result: they are what the command asked for.
-            reportsEnd = IsResultLine(line) ? echoEnd : reportsEnd;
-            break;
+            parts.proper.clear();
+        } else if (IsReport(line) && (at > resultAt || IsAsked({}))) {
+            // It goes with the CR LF in front of it; the one behind it stays for the next line.
+        } else {
+            isText = true;
+            parts.proper += answer.substr(end, lineEnd - end);
         }
-        reportsEnd = lineEnd;
-        at = lineEnd;
+        at = end = lineEnd;
     }
-    const std::string_view last = ResultLine(answer);
-    const auto lastEnd = static_cast<size_t>(last.data() - answer.data()) + last.size();
-    const size_t end = std::max(IsResultLine(last) ? lastEnd + 2 : answer.size(), reportsEnd);
-    return {answer.substr(echoEnd), answer.substr(reportsEnd, end - reportsEnd)};
+    parts.proper += answer.substr(end);
+    parts.behindEcho = answer.substr(echoEnd);
+    return parts;
 }
 
 std::string_view AnswerJudge::ResultLine(std::string_view text) const {
@@ -92,10 +150,7 @@ std::string_view AnswerJudge::ResultLine(std::string_view text) const {
 }
 
 bool AnswerJudge::IsEmpty() const {
-    const std::string_view answer = mAnswer;
-    const std::string_view line = answer.substr(0, answer.find_last_not_of(kLineEnds) + 1);
-    return SameText(line, std::string_view(mCommand).substr(0, line.size())) ||
-           IsBlank(Split().behindEcho);
+    return IsBlank(Split().behindEcho);
 }
 
 bool AnswerJudge::IsFinal() const {
@@ -106,8 +161,12 @@ bool AnswerJudge::IsFinal() const {
 }
 
 bool AnswerJudge::MayEndInSilence() const {
-    return !IsEmpty() && (mExpectation.texts.empty() ||
-                          (!IsBlank(Split().proper) && Judge() != Verdict::kUnexpected));
+    if (IsEmpty() || mExpectation.texts.empty()) {
+        return !IsEmpty();
+    }
+    const Verdict verdict = Judge();
+    return verdict == Verdict::kError ||
+           (verdict == Verdict::kOk && mExpectation.inSilence && !IsBlank(Split().proper));
 }
 
 bool AnswerJudge::IsError(std::string_view answer) const {

@@ -19,13 +19,15 @@ enum class Verdict {
 struct Expectation {
     std::vector<std::string> texts;  // all of them, in the answer proper
     bool error = false;              // with texts: the command must be refused, else it must not be
+    bool inSilence = false;          // with texts: an answer without a result line may pass
 };
 
 // Collects one answer, however it arrives. The answer proper, which alone is judged, begins behind
-// the command's echo: the command in front of everything, or on a line of its own that follows only
-// empty lines and reports. A report is an unsolicited message: a line "+NAME:..." (or with one of
-// ^ $ # % * in place of the '+') whose name is not in the command. Those before any other text and
-// those behind the result are no part of the answer proper.
+// the command's echo: the command in front of everything, or on a line of its own, behind a prompt
+// without letters and digits or none, that follows only empty lines and reports. A report is an
+// unsolicited message: a line "+NAME:..." (or with one of ^ $ # % * in place of the '+') whose name
+// is none of those in the command. It is no part of the answer proper, wherever it stands; but where
+// the command has no name, as ATI, only those behind the result can be told from what it asked for.
 class AnswerJudge {
   public:
     AnswerJudge(std::string command, Expectation expectation);
@@ -39,7 +41,8 @@ class AnswerJudge {
     // may follow. Looks at no more than the last KiB.
     bool IsFinal() const;
     // Silence means that it is complete: there is more than an echo and, where something is
-    // expected, it passes or is an error. Linear in the answer, as Judge.
+    // expected, it is an error, or it passes and may do so without a result line. Linear in the
+    // answer, as Judge.
     bool MayEndInSilence() const;
     // Of an answer that is complete.
     Verdict Judge() const;
@@ -47,11 +50,15 @@ class AnswerJudge {
   private:
     struct Parts {
         std::string_view behindEcho;
-        std::string_view proper;
+        std::string proper;
     };
 
     Parts Split() const;
     bool IsReport(std::string_view line) const;
+    // The command has this name in it, or for an empty one any name.
+    bool IsAsked(std::string_view name) const;
+    // A line that is not whole may be the first part of an echo.
+    bool IsEcho(std::string_view line, bool isWhole) const;
     // The last line of a text that is no report; empty when there is none.
     std::string_view ResultLine(std::string_view text) const;
     bool IsError(std::string_view answer) const;

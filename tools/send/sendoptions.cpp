@@ -14,8 +14,7 @@ constexpr int kMaxQuietMs = 60 * 60 * 1000;
 
 constexpr char kHelp[] =
     "Sends each command and prints its answer, byte for byte as it comes. Without a command and on "
-    "a "
-    "terminal: sends the lines that are typed and shows what comes, until end of file (Ctrl-D)."
+    "a terminal: sends the lines that are typed and shows what comes, until end of file (Ctrl-D)."
     "\v"
     "TARGET is HOST:PORT, [IPV6]:PORT, an IPv4 address alone (port 3000), @NAME for an abstract "
     "local socket, or the path of a local socket or of a tty (put in raw mode at 115200 baud, and "
@@ -24,11 +23,11 @@ constexpr char kHelp[] =
     "\n"
     "An answer is complete when it ends in a line OK, ERROR, +CME ERROR: or +CMS ERROR: between "
     "CR LFs, when the connection ends, or after the quiet time if it is more than the command's "
-    "own "
-    "echo. With --expect and --expect-error, silence completes only what passes or is an error, "
-    "and "
-    "neither the echo nor an unsolicited report in front counts. What arrives between two commands "
-    "is printed too (--json: status UNASKED).\n"
+    "own echo. With --expect and --expect-error, neither the echo nor an unsolicited report "
+    "counts, "
+    "and silence completes only an error or, if --quiet is given, what passes. What arrives "
+    "between "
+    "two commands is printed too (--json: status UNASKED).\n"
     "\n"
     "Exit status, the largest of all commands:\n"
     "  0   OK          passed: the answer ends in OK, or it is as expected\n"
@@ -61,7 +60,9 @@ constexpr struct argp_option kOptions[] = {
     {"expect-error", kExpectError, "TEXT", 0,
      "pass when the answer is an error and has TEXT in it; likewise", 0},
     {"quiet", kQuiet, "MS", 0,
-     "silence that completes an answer without a result line (500; 0: none)", 0},
+     "silence that completes an answer without a result line (500; 0: none); what is expected "
+     "passes so only with this option",
+     0},
     {"terminator", kTerminator, "HEX", 0, "bytes behind each command (0D0A; empty: none)", 0},
     {"file", kFile, "FILE", 0,
      "then send the lines of FILE ('-': standard input); empty ones and those that begin with '#' "
@@ -70,10 +71,8 @@ constexpr struct argp_option kOptions[] = {
     {"stop", kStop, nullptr, 0, "end with the first command that does not pass", 0},
     {"json", kJson, nullptr, 0,
      "print one line for each command instead: an object of \"command\", \"answer\", \"status\" "
-     "and "
-     "\"milliseconds\" (to the last byte). Bytes that are no UTF-8 show as U+FFFD; \"hex\" then "
-     "has "
-     "the true ones",
+     "and \"milliseconds\" (to the last byte). Bytes that are no UTF-8 show as U+FFFD; \"hex\" "
+     "then has the true ones",
      0},
     {nullptr, 0, nullptr, 0, nullptr, 0},
 };
@@ -131,6 +130,7 @@ error_t Take(int key, char* value, struct argp_state* state) {
             if (!ParseNumber(value, 0, kMaxQuietMs, settings.quietMs)) {
                 argp_error(state, "--quiet must be milliseconds");
             }
+            settings.expectation.inSilence = true;
             return 0;
         case kTerminator:
             if (!ParseHex(value, settings.terminator)) {

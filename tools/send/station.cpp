@@ -16,7 +16,6 @@ namespace {
 
 // An answer beyond this is a flood: it is cut, and the connection with it.
 constexpr size_t kMaxAnswerBytes = 64 * 1024 * 1024;
-constexpr int kAtOnceMs = 1000;
 // What is taken as unasked before a command, so that a flood cannot hold it up for ever.
 constexpr int kMaxUnaskedReads = 1024;
 
@@ -59,8 +58,8 @@ Exchange Station::Send(const std::string& command, const Listener& unasked, cons
     if (exchange.outcome == Outcome::kLost) {
         const bool atOnce =
             isNew && !isTty && exchange.answer.empty() && MonotonicMs() - startMs < kAtOnceMs;
-        exchange.error = std::string("the connection ended without an answer") +
-                         (atOnce ? "; all four places of the console may be taken" : "");
+        exchange.error =
+            std::string("the connection ended without an answer") + (atOnce ? kMayBeFull : "");
     }
     if (exchange.outcome == Outcome::kTimeOut) {
         exchange.milliseconds = MonotonicMs() - startMs;

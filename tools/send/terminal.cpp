@@ -4,22 +4,47 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <utility>
 
 #include "common/text.h"
+#include "platform/clock.h"
 
 namespace kelp::tools {
 
 namespace {
 
-// Noise must not switch the terminal into another mode: only layout is passed on to it.
+bool IsControl(unsigned char byte) {
+    return byte < ' ' || byte == 0x7f;
+}
+
+// How many bytes of UTF-8 a text begins with: those of one character, 0 when they are none.
+size_t CharacterLength(std::string_view bytes) {
+    const auto lead = static_cast<unsigned char>(bytes[0]);
+    const size_t length = lead < 0x80 ? 1 : lead < 0xc2 ? 0 : lead < 0xe0 ? 2 : lead < 0xf0 ? 3 : 4;
+    for (size_t i = 1; i < length; ++i) {
+        if (i >= bytes.size() || (static_cast<unsigned char>(bytes[i]) & 0xc0) != 0x80) {
+            return 0;
+        }
+    }
+    return lead < 0xf5 ? length : 0;
+}
+
+// Noise must not switch the terminal into another mode: only layout is passed on to it. Controls
+// are those of ASCII, and 0x80 to 0x9f as bytes of their own or as characters in UTF-8.
 std::string WithoutControls(std::string_view bytes) {
     std::string shown;
-    for (const char c : bytes) {
-        const bool isControl = static_cast<unsigned char>(c) < ' ' || c == 0x7f;
-        const bool isLayout = c == '\r' || c == '\n' || c == '\t';
-        shown += isControl && !isLayout ? Printable({&c, 1}) : std::string(1, c);
+    for (; !bytes.empty();) {
+        const size_t length = CharacterLength(bytes);
+        const std::string_view next = bytes.substr(0, std::max<size_t>(length, 1));
+        const bool isLayout = next == "\r" || next == "\n" || next == "\t";
+        const bool isC1 =
+            next[0] == '\xc2' && length == 2 && static_cast<unsigned char>(next[1]) < 0xa0;
+        const bool isControl =
+            length == 0 || isC1 || IsControl(static_cast<unsigned char>(next[0]));
+        shown += isControl && !isLayout ? Printable(next) : std::string(next);
+        bytes.remove_prefix(next.size());
     }
     return shown;
 }
@@ -36,6 +61,7 @@ bool Terminal::Run(std::string& error) {
     if (!mFd.Ok()) {
         return false;
     }
+    const int64_t startMs = MonotonicMs();
     error = "the connection ended";
     for (;;) {
         // Nothing more is read from the keyboard before the other side has taken what was typed.
@@ -51,6 +77,8 @@ bool Terminal::Run(std::string& error) {
             continue;
         }
         if ((polled[0].revents != 0 && !TakeReceived()) || !Write()) {
+            const bool atOnce = !mHeard && MonotonicMs() - startMs < kAtOnceMs;
+            error += atOnce && isatty(mFd.Get()) == 0 ? kMayBeFull : "";
             return false;
         }
         if (polled[1].revents != 0 && !TakeTyped()) {
@@ -63,6 +91,7 @@ bool Terminal::TakeReceived() {
     char buffer[4096];
     const ssize_t n = read(mFd.Get(), buffer, sizeof(buffer));
     if (n > 0) {
+        mHeard = true;
         Show({buffer, static_cast<size_t>(n)});
     }
     return n > 0 || (n < 0 && (errno == EAGAIN || errno == EINTR));

@@ -34,6 +34,7 @@ class Terminal {
     UniqueFd mFd;
     std::string mTyped;  // not a whole line yet
     std::string mUnsent;
+    bool mHeard = false;   // something came
     bool mInLine = false;  // what was shown last did not end a line
 };
 
