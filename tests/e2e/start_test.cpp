@@ -129,7 +129,7 @@ TEST_F(Log, NobodyReadsItAndThenSomebodyDoes) {
         })) << log;
         EXPECT_EQ(count("HandleRequest (1 bytes) 59 |Y|"), 100);
         EXPECT_EQ(count(" E KELP    : Log: "), 1);
-        EXPECT_GT(atoi(log.c_str() + log.find(" E KELP    : Log: ") + 18), 1000);
+        EXPECT_GT(strtol(log.c_str() + log.find(" E KELP    : Log: ") + 18, nullptr, 10), 1000);
         // What was cut is a line of its own: no record follows another on its line.
         EXPECT_GE(count("\n"), count(" KELP    : "));
     }
