@@ -76,12 +76,12 @@ ROWS = [
      '5:12: "timeout" below 0 waits without limit, as 0 does',
      '4:19: module "modem" has no "path" to its peer', '5:30: "keep-alive" must be true or false'),
     ('"module": {"support-modules": ["kelp", "fm"],\n"interaction": {"fm": {"path": '
-     '"/dev/socket/sync_wcn"}},\n"whitelist": {"fm": ["AT+FM "]}, "test-commands": {"fm": ["X "]}}',
+     '"/dev/socket/sync_wcn"}},\n"whitelist": {"fm": ["AT+FM "]}, "test-commands": {"fm": ["X\\t"]}}',
      False,
      '2:32: "kelp" gets no command: it has no list of any',
      '3:32: note: module "fm" has the "path" of "wcn"',
      '4:22: "AT+FM " has a blank at its end, which requests must have, too',
-     '4:59: "X " has a blank at its end, which requests must have, too'),
+     '4:59: "X\\t" has a blank at its end, which requests must have, too'),
     ('"module": {"interaction": {"modem": {"path": "/dev/socket/sync_wcn"}}}', False,
      '2:46: note: module "modem" has the "path" of "wcn"'),
     ('"module": {"whitelist":\n{"wcn": ["AT+b", "A\\r\\nT", "AT+C", ""], "modem": [2]},'
@@ -157,6 +157,9 @@ class CheckTest(unittest.TestCase):
                                 ("/dev/null", 1), (PATH, 1)]:
             write(FIRST + '"console": {"usb": {"active": true, "route": "%s"}}}' % route)
             self.assertEqual(check(PATH).stderr.count('"route" is no tty: '), warnings)
+        write(FIRST + '"console": {"usb": {"route": "%s"}, "uart": {"route": "/dev//%s"}}}' %
+              (os.ttyname(tty), os.ttyname(tty)[5:]))
+        self.assertIn('"usb" and "uart" have one "route"', check(PATH).stderr)
         os.close(master)
         os.close(tty)
 
@@ -170,6 +173,7 @@ class CheckTest(unittest.TestCase):
         for text, said in [("{\n ,}", "2:2: error: not valid JSON"),
                            ("[" * 65 + "]" * 65, "1:65: error: more than 64 arrays and objects"),
                            ("[1e999]", "1:6: error: a number beyond the range of a double"),
+                           ('["invalid string: surrogate" x]', "1:30: error: not valid JSON"),
                            ('["\\ud800"]', "1:9: error: half a surrogate pair")]:
             write(text)
             run = check(PATH)

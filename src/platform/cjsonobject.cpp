@@ -63,10 +63,13 @@ class Builder {
     bool key(std::string& name);
     bool parse_error(std::size_t bytesRead, const std::string&, const Json::exception& error) {
         constexpr int kNumberOverflow = 406;
+        const char* const message = error.what();
+        const char* const found = strstr(message, "invalid string: surrogate");
+        const char* const quoted = strstr(message, "; last read: ");  // the text's own words follow
         mErrorBytes = bytesRead;
         if (error.id == kNumberOverflow) {
             mReason = "a number beyond the range of a double";
-        } else if (strstr(error.what(), "invalid string: surrogate") != nullptr) {
+        } else if (found != nullptr && (quoted == nullptr || found < quoted)) {
             mReason = "half a surrogate pair";
         }
         return false;

@@ -47,6 +47,14 @@ bool ExistsWithoutBeingTty(const std::string& path) {
     return known || !S_ISCHR(status.st_mode);
 }
 
+// By one path, or on this machine by two that lead to one device.
+bool NameOneTty(const std::string& a, const std::string& b, bool paths) {
+    struct stat first, second;
+    return a == b ||
+           (paths && stat(a.c_str(), &first) == 0 && stat(b.c_str(), &second) == 0 &&
+            S_ISCHR(first.st_mode) && S_ISCHR(second.st_mode) && first.st_rdev == second.st_rdev);
+}
+
 }  // namespace
 
 ConfigCheck::ConfigCheck(ConfigText& text, ConfigManager& result, bool paths)
@@ -85,7 +93,7 @@ void ConfigCheck::CheckConsoles(const ConfigMember& consoles) {
     }
     const CommonConfig& usb = *mResult.GetConfigByName("usb");
     const CommonConfig& uart = *mResult.GetConfigByName("uart");
-    if (usb.support && uart.support && usb.route.Get() == uart.route.Get()) {
+    if (usb.support && uart.support && NameOneTty(usb.route.Get(), uart.route.Get(), mPaths)) {
         mText.Warn(consoles.keyOffset, "\"usb\" and \"uart\" have one " + Quoted(kKeyRoute) +
                                            ": each would take bytes of the other");
     }

@@ -219,7 +219,7 @@ void ModuleCheck::CheckMatches(std::vector<Entry>& list, bool mayBeEmpty) {
     const ReceiveConfig& receive = *mResult.GetReceiveConfig();
     const std::string tail(receive.tail, receive.tail + receive.tailLength);
     for (Entry& entry : list) {
-        if (!entry.text.empty() && entry.text.back() == ' ') {
+        if (!entry.text.empty() && (entry.text.back() == ' ' || entry.text.back() == '\t')) {
             mText.Warn(entry.offset, Quoted(entry.text) +
                                          " has a blank at its end, which requests must have, too");
         }
