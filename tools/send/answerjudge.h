@@ -26,8 +26,9 @@ struct Expectation {
 // the command's echo: the command in front of everything, or on a line of its own, behind a prompt
 // without letters and digits or none, that follows only empty lines and reports. A report is an
 // unsolicited message: a line "+NAME:..." (or with one of ^ $ # % * in place of the '+') whose name
-// is none of those in the command. It is no part of the answer proper, wherever it stands; but where
-// the command has no name, as ATI, only those behind the result can be told from what it asked for.
+// is none of those in the command. It is no part of the answer proper, wherever it stands; but
+// where the command has no name, as ATI, only those behind the result can be told from what it
+// asked for.
 class AnswerJudge {
   public:
     AnswerJudge(std::string command, Expectation expectation);
