@@ -96,7 +96,7 @@ BENCHMARK_CAPTURE(Refuse, list, false)->RangeMultiplier(4)->Range(4, 16 << 10)->
 
 void ReceiveFromPeer(benchmark::State& state) {
     const auto size = static_cast<size_t>(state.range(0));
-    const TempDir directory;
+    const test::TempDir directory;
     const test::Peer peer(
         directory.Path("peer"), LocalNamespace::kFilesystem,
         [&](const std::string&) { return test::Peer::Answer{std::string(size, 'x')}; });

@@ -21,7 +21,7 @@ struct Subject {
 
 // What all subjects share: a directory, the echo peer, and kelp's UART, which nobody talks to.
 struct Environment {
-    const TempDir directory;
+    const test::TempDir directory;
     const std::string peer = directory.Path("peer");
     const int port = test::FreePort();
     test::Pty line, uart;

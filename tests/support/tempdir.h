@@ -9,7 +9,7 @@
 #include <string>
 #include <system_error>
 
-namespace kelp {
+namespace kelp::test {
 
 // Removed with all that is in it at the end.
 class TempDir {
@@ -49,4 +49,4 @@ class TempDir {
     std::string mPath;
 };
 
-}  // namespace kelp
+}  // namespace kelp::test

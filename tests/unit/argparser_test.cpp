@@ -6,7 +6,7 @@
 #include "main/argparser.h"
 #include "support/logcapture.h"
 
-namespace kelp {
+namespace kelp::test {
 namespace {
 
 using Records = std::vector<std::string>;
@@ -47,4 +47,4 @@ TEST(ArgParser, EchoesOptionsAndIgnoresTheRest) {
 }
 
 }  // namespace
-}  // namespace kelp
+}  // namespace kelp::test

@@ -4,7 +4,7 @@
 
 #include "processor/command.h"
 
-namespace kelp {
+namespace kelp::test {
 namespace {
 
 TEST(Formatter, WritesWholeAnswers) {
@@ -38,8 +38,9 @@ TEST(Formatter, WritesWholeAnswers) {
         command.mRequest.assign(c.request.begin(), c.request.end());
         command.mResponse.assign(3, 'x');
         Formatter formatter;
-        if (c.result != kUnset)
+        if (c.result != kUnset) {
             formatter.SetResult(c.result);
+        }
         // In two pieces: they accumulate.
         const int half = static_cast<int>(c.stored.size() / 2);
         formatter.SetRequest(c.stored.data(), half);
@@ -56,4 +57,4 @@ TEST(Formatter, WritesWholeAnswers) {
 }
 
 }  // namespace
-}  // namespace kelp
+}  // namespace kelp::test

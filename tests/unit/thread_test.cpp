@@ -2,20 +2,17 @@
 
 #include <errno.h>
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <functional>
-#include <memory>
 
 #include "platform/clock.h"
 #include "platform/turn.h"
 #include "platform/uniquefd.h"
 #include "processor/messagequeue.h"
 
-namespace kelp {
+namespace kelp::test {
 namespace {
 
 class Job : public Runnable {
@@ -92,19 +89,5 @@ TEST(Thread, OneThatStoppedItselfIsTakenUpAgainHoweverSoon) {
     }
 }
 
-TEST(MessageQueue, KeepsTheOrderAndOwnsWhatIsLeft) {
-    MessageQueue<int> queue;
-    queue.enqueue(nullptr);
-    queue.enqueue(new int(1));
-    queue.enqueue(new int(2));
-    for (const int expected : {1, 2}) {
-        const std::unique_ptr<int> item(queue.dequeue());
-        EXPECT_EQ(*item, expected);
-    }
-    queue.mWaitable = false;
-    EXPECT_EQ(queue.dequeue(), nullptr);
-    queue.enqueue(new int(3));  // left for the destructor
-}
-
 }  // namespace
-}  // namespace kelp
+}  // namespace kelp::test
