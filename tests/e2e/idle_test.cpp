@@ -2,26 +2,17 @@
 
 #include "support/bench.h"
 #include "support/procstat.h"
-#include "support/wait.h"
 
 namespace kelp::test {
 namespace {
 
-class Idle : public Bench {
-  protected:
-    void SetUp() override {
-        if (KELP_SANITIZED) {
-            GTEST_SKIP() << "a sanitizer may run a thread of its own";
-        }
-    }
-    std::unique_ptr<Peer> Modem() const {
-        return std::make_unique<Peer>(mDir.Path("modem"), LocalNamespace::kFilesystem,
-                                      Peer::Echo("modem"));
-    }
-};
+using Idle = Bench;
 
 TEST_F(Idle, WithEveryPeerThenWithoutTheForwardingOnes) {
-    const auto modem = Modem();
+    if (KELP_SANITIZED) {
+        GTEST_SKIP() << "a sanitizer may run a thread of its own";
+    }
+    const auto modem = Daemon("modem", Peer::Echo("modem"));
     auto wcn = Wcn(), bench = Default();
     Start(true);
     // Clients, one of them with half a line.
@@ -38,22 +29,6 @@ TEST_F(Idle, WithEveryPeerThenWithoutTheForwardingOnes) {
     EXPECT_TRUE(stations[2].Answers("AT+W\r\n", "Invalid descriptor"));
     EXPECT_TRUE(StaysIdle(mKelp->Pid()));
     EXPECT_TRUE(stations[0].Answers("X\r\n", Unsupported("X")));
-}
-
-TEST_F(Idle, ALostModemDaemonIsLookedForOnceASecond) {
-    auto modem = Modem();
-    Start(true);
-    Station station = Tcp();
-    ASSERT_TRUE(station.Answers("AT+M\r\n", "<modem:AT+M\r\n>"));
-    modem.reset();
-    ASSERT_TRUE(mKelp->WaitForLog(" E KELP    : Run: disconnect ,retry:"));
-    const int64_t before = Switches(mKelp->Pid());
-    Thread::SleepMs(5000);
-    const int64_t switches = Switches(mKelp->Pid()) - before;
-    RecordProperty("switches", std::to_string(switches));
-    EXPECT_LE(switches, 12);
-    modem = Modem();
-    EXPECT_TRUE(station.Answers("AT+M\r\n", "<modem:AT+M\r\n>"));
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <random>
 #include <thread>
 
+#include "platform/uppercase.h"
 #include "support/bench.h"
 #include "support/procstat.h"
 #include "support/wait.h"
@@ -45,10 +46,7 @@ std::string Line(Random& random) {
 
 // What the daemon answers; nothing for what must not be sent.
 std::string Expected(const std::string& line) {
-    std::string upper = line;
-    std::transform(line.begin(), line.end(), upper.begin(), [](char c) {
-        return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
-    });
+    const std::string upper = UpperCase(line);
     const std::string text = upper.c_str();  // test commands end at a zero byte
     const auto begins = [&](const char* prefix) { return upper.rfind(prefix, 0) == 0; };
     if (begins("AT+W") || text == "WT") {

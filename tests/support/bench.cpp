@@ -60,12 +60,29 @@ void Bench::Restart() {
     mDescriptors = mThreads = 1000;
 }
 
-std::unique_ptr<Peer> Bench::Wcn(Peer::Script script) const {
-    return std::make_unique<Peer>(mDir.Path("wcn"), LocalNamespace::kFilesystem, std::move(script));
+void Bench::StartWith(const std::string& old, const std::string& text, bool keepAlive) {
+    Start(keepAlive);
+    std::string file = mDir.Read("kelp.json");
+    for (size_t at = 0; (at = file.find(old, at)) != file.npos; at += text.size()) {
+        file.replace(at, old.size(), text);
+    }
+    mDir.Write("kelp.json", file);
+    Restart();
+}
+
+std::unique_ptr<Peer> Bench::Daemon(const std::string& name, Peer::Script script) const {
+    return std::make_unique<Peer>(mDir.Path(name), LocalNamespace::kFilesystem, std::move(script));
 }
 
 std::unique_ptr<Peer> Bench::Default(Peer::Script script) const {
     return std::make_unique<Peer>(mDefaultPath, LocalNamespace::kAbstract, std::move(script));
+}
+
+void Bench::Switch(Station& local, const std::string& command) {
+    const std::string done = command.back() == '0' ? " deactive communication\n" : " active c";
+    const int before = mKelp->Logged(done);
+    Command(local, command);
+    ASSERT_TRUE(mKelp->WaitForLog(done, before + 1));
 }
 
 void Bench::CheckUnchanged() {

@@ -6,6 +6,7 @@
 
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/kelpprocess.h"
@@ -37,8 +38,23 @@ class Bench : public testing::Test {
                const std::vector<std::string>& environment = {});
     // The same configuration file once more, as it is by now.
     void Restart();
-    std::unique_ptr<Peer> Wcn(Peer::Script script = Peer::Echo("wcn")) const;
+    // Start, and then once more with `text` in the place of every `old` of the file.
+    void StartWith(const std::string& old, const std::string& text, bool keepAlive = true);
+    // The peer of module `name` on its filesystem socket.
+    std::unique_ptr<Peer> Daemon(const std::string& name, Peer::Script script) const;
+    std::unique_ptr<Peer> Wcn(Peer::Script script = Peer::Echo("wcn")) const {
+        return Daemon("wcn", std::move(script));
+    }
     std::unique_ptr<Peer> Default(Peer::Script script = Peer::Echo("bench")) const;
+    static Peer::Script Silent() {
+        return [](const std::string&) { return Peer::Answer{}; };
+    }
+    // Has a control command answered.
+    static void Command(Station& local, const std::string& command) {
+        ASSERT_TRUE(local.Answers(command + "\r\n", Ok(command)));
+    }
+    // Has a console switched, "ZAT+CONSOLE=0" or "=1", and waits until it is.
+    void Switch(Station& local, const std::string& command);
     Station Tcp() const { return Station::Tcp(mPort); }
     void TearDown() override { CheckUnchanged(); }
 

@@ -20,6 +20,14 @@ std::vector<std::string> Words(const std::vector<std::string>& arguments,
 
 }  // namespace
 
+int Occurrences(const std::string& log, const std::string& text) {
+    int count = 0;
+    for (size_t at = log.find(text); at != std::string::npos; at = log.find(text, at + 1)) {
+        ++count;
+    }
+    return count;
+}
+
 KelpProcess::KelpProcess(const std::vector<std::string>& arguments,
                          const std::vector<std::string>& environment)
     : Process(Words(arguments, environment), Path("log")) {}
@@ -31,15 +39,6 @@ const std::string& KelpProcess::Log() {
     // A record that is just being written can be seen up to the end of a page of the file.
     mLog.append(more, 0, more.rfind('\n') + 1);
     return mLog;
-}
-
-int KelpProcess::Logged(const std::string& text) {
-    Log();
-    int count = 0;
-    for (size_t at = mLog.find(text); at != std::string::npos; at = mLog.find(text, at + 1)) {
-        ++count;
-    }
-    return count;
 }
 
 bool KelpProcess::WaitForLog(const std::string& text, int count) {

@@ -9,6 +9,9 @@
 
 namespace kelp::test {
 
+// How often `text` is in `log`.
+int Occurrences(const std::string& log, const std::string& text);
+
 class KelpProcess : private TempDir, public Process {
   public:
     // Starts the daemon with `arguments`, and `environment` ("NAME=value") on top of the test's
@@ -18,8 +21,7 @@ class KelpProcess : private TempDir, public Process {
 
     // Every whole line that it has written to standard error so far.
     const std::string& Log();
-    // How often `text` is in the log.
-    int Logged(const std::string& text);
+    int Logged(const std::string& text) { return Occurrences(Log(), text); }
     // Waits until it is there `count` times.
     bool WaitForLog(const std::string& text, int count = 1);
 

@@ -1,0 +1,110 @@
+// The control commands: what they answer, switch and store.
+
+#include "support/bench.h"
+#include "support/wait.h"
+
+namespace kelp::test {
+namespace {
+
+using Control = Bench;
+
+// What the log says once a switch is done.
+constexpr char kOff[] = ": kelp: tcp deactive communication\n";
+constexpr char kOn[] = ": kelp: tcp active communication\n";
+
+TEST_F(Control, AConsoleSwitchesItselfOffAfterItsAnswer) {
+    Start();
+    Station local = Station::Local();
+    for (int i = 0; i < 100; ++i) {
+        const int offs = mKelp->Logged(kOff);
+        Station self = Tcp();
+        Station other = Tcp();
+        ASSERT_TRUE(other.Answers("X\r\n", Unsupported("X")));
+        // Sometimes with more behind it, which ends in the same state.
+        const bool more = i % 2 == 1;
+        ASSERT_TRUE(self.Send(more ? "ZAT+TCP=0\r\nZAT+TCP=1\r\nZAT+TCP=0\r\n" : "zat+tcp=0\r\n"));
+        EXPECT_EQ(self.ReceiveToEnd().find(Ok(more ? "ZAT+TCP=0" : "zat+tcp=0")), 0u);
+        EXPECT_EQ(other.ReceiveToEnd(), "");
+        // However soon: what was asked for before is done before.
+        const int ons = mKelp->Logged(kOn);
+        Command(local, "ZAT+TCP=1");
+        ASSERT_TRUE(mKelp->WaitForLog(kOff, offs + (more ? 2 : 1)));
+        ASSERT_TRUE(mKelp->WaitForLog(kOn, ons + 1));
+        ASSERT_TRUE(WaitUntil([&] { return !Refused(mPort); }));
+        ASSERT_TRUE(mKelp->WaitForLog(": process kelp command->ZAT+TCP=1", more ? i + 1 : 1));
+    }
+}
+
+TEST_F(Control, TwoConsolesThatSwitchEachOtherOffBothEndOff) {
+    Start();
+    Station local = Station::Local(), usb = Station::Line(mUsb.Master());
+    for (int i = 0; i < 100; ++i) {
+        Station tcp = Tcp();
+        ASSERT_TRUE(tcp.Answers("X\r\n", Unsupported("X")));
+        const int offs = mKelp->Logged(" deactive communication\n");
+        ASSERT_TRUE(usb.Send("ZAT+TCP=0\r\n") && tcp.Send("ZAT+USB=0\r\n"));
+        ASSERT_TRUE(mKelp->WaitForLog(" deactive communication\n", offs + 1));
+        Command(local, "ZAT+TCP=0");
+        Command(local, "ZAT+USB=0");
+        // One of them may have been off before it had read its command; by now both are.
+        tcp.ReceiveToEnd();
+        const int ons = mKelp->Logged(" active communication\n");
+        ASSERT_TRUE(WaitUntil([&] { return Refused(mPort); }));
+        mUsb.Flush();
+        Command(local, "ZAT+USB=1");
+        Command(local, "ZAT+TCP=1");
+        ASSERT_TRUE(mKelp->WaitForLog(" active communication\n", ons + 2));
+        ASSERT_TRUE(usb.Answers("X\r\n", Unsupported("X")));
+    }
+}
+
+TEST_F(Control, AnswersAndWhatTheyPersist) {
+    Start();
+    Station local = Station::Local();
+    const int port = FreePort();
+    const struct {
+        std::string command, answer;
+    } rows[] = {
+        {"zat+Port=" + std::to_string(port), ""},
+        {"ZAT+IP=127.0.0.1", ""},
+        {"ZAT+IP", ""},
+        {"ZAT+PORT", ""},
+        {"ZAT+TCP=2", "Unsupport command"},
+        {"zat+update ", "Unsupport command"},
+        {"ZAT+", "Unsupport command"},
+        {"zat+update", ""},
+    };
+    for (const auto& row : rows) {
+        const std::string head = row.command.substr(3, row.command.find('=') - 3);
+        const std::string value = row.answer.empty() ? "" : "\r\n\r\n" + head + ":" + row.answer;
+        EXPECT_TRUE(local.Answers(row.command + "\r\n", row.command + value + "\r\n\r\nOK\r\n"));
+    }
+    EXPECT_FALSE(Refused(mPort));
+    Switch(local, "ZAT+TCP=0");
+    Switch(local, "ZAT+TCP=1");
+    EXPECT_TRUE(Refused(mPort));
+    EXPECT_FALSE(Refused(port));
+    // What cannot be bound leaves the console off until it is corrected, off and on.
+    const size_t descriptors = mKelp->Descriptors();
+    for (const char* bad : {"ZAT+IP=203.0.113.1", "ZAT+IP=NOWHERE", "ZAT+IP=\xff\xfe"}) {
+        Command(local, bad);
+        Switch(local, "ZAT+TCP=0");
+        const int failures = mKelp->Logged(" E KELP    : Start: tcp-->start fail\n");
+        Switch(local, "ZAT+TCP=1");
+        EXPECT_EQ(mKelp->Logged(" E KELP    : Start: tcp-->start fail\n"), failures + 1);
+        Command(local, "ZAT+IP=0");
+        Command(local, "ZAT+TCP=0");
+        Switch(local, "ZAT+TCP=1");
+        EXPECT_FALSE(Refused(port));
+        EXPECT_TRUE(WaitUntil([&] { return mKelp->Descriptors() <= descriptors; }));
+    }
+    Command(local, "ZAT+PORT=text");
+    Command(local, "ZAT+PORT=99999999999");
+    EXPECT_EQ(mKelp->Logged(": kelp:IP Port: 0\n"), 1);
+    EXPECT_EQ(mKelp->Logged(": kelp:IP Port: 2147483647\n"), 1);
+    Restart();
+    EXPECT_TRUE(WaitUntil([&] { return !Refused(port); }));
+}
+
+}  // namespace
+}  // namespace kelp::test
