@@ -176,8 +176,6 @@ TEST_F(Consoles, ARouteThatIsNoLineIsNeitherServedNorSpunOn) {
         {"/dev/null", "usb-->ioctl read error.errno->25\n", 5, 15},
         {mDir.Write("file", content), " E KELP    : Connect: usb-->route is no line, not served\n",
          1, 1},
-        {mDir.Write("empty", ""), " E KELP    : Connect: usb-->route is no line, not served\n", 1,
-         1},
     };
     for (const auto& row : rows) {
         StartWith(mUsb.Device(), row.route);

@@ -68,7 +68,6 @@ TEST_F(Control, AnswersAndWhatTheyPersist) {
         {"zat+Port=" + std::to_string(port), ""},
         {"ZAT+IP=127.0.0.1", ""},
         {"ZAT+IP", ""},
-        {"ZAT+PORT", ""},
         {"ZAT+TCP=2", "Unsupport command"},
         {"zat+update ", "Unsupport command"},
         {"ZAT+", "Unsupport command"},

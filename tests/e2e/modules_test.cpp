@@ -1,7 +1,5 @@
 // The modem and PCBA modules, each with its daemon in every condition.
 
-#include <sys/socket.h>
-
 #include <atomic>
 #include <cstring>
 #include <thread>
@@ -91,34 +89,6 @@ TEST_F(Modem, ALostDaemonIsServedAgainWhenItReturns) {
     EXPECT_LE(mKelp->Logged("disconnect ,retry:"), 6);
 }
 
-TEST_F(Modem, ARequestWhileTheModuleConnectsDisturbsNothing) {
-    LocalAddress address;
-    ASSERT_TRUE(MakeLocalAddress(mDir.Path("modem"), LocalNamespace::kFilesystem, address));
-    const UniqueFd modem(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    ASSERT_EQ(bind(modem.Get(), address.Get(), address.length), 0);
-    ASSERT_EQ(listen(modem.Get(), 0), 0);
-    UniqueFd queued(
-        ConnectLocal(address));  // fills the backlog: connecting takes a second, in vain
-    Start();
-    Station stations[] = {Tcp(), Station::Local()};
-    for (Station& station : stations) {
-        ASSERT_TRUE(station.Send("AT+M1\r\n"));
-    }
-    Thread::SleepMs(2500);
-    const UniqueFd other(accept(modem.Get(), nullptr, nullptr));  // room for one
-    const UniqueFd kelp(accept(modem.Get(), nullptr, nullptr));
-    ASSERT_TRUE(stations[0].Send("AT+M2\r\n"));
-    for (std::string got; got.find("AT+M2\r\n") == got.npos;) {
-        char bytes[100];
-        const ssize_t n = read(kelp.Get(), bytes, sizeof(bytes));
-        ASSERT_GT(n, 0);
-        got.append(bytes, static_cast<size_t>(n));
-    }
-    ASSERT_EQ(send(kelp.Get(), "OK2", 3, 0), 3);
-    EXPECT_TRUE(stations[0].Answers("", "OK2"));
-    EXPECT_EQ(mKelp->Logged("Receive error"), 0);
-}
-
 TEST_F(Modem, AbsentDaemonIsTried21TimesASecondApart) {
     const int64_t begin = MonotonicMs();
     Start(true);
@@ -170,7 +140,8 @@ TEST_F(Pcba, Records) {
     std::string bytes;
     bool close = false;
     const auto script = [&](const std::string&) { return Peer::Answer{bytes, close}; };
-    const auto daemon = Daemon("pcba", script), fm = Daemon("fm", script);
+    auto daemon = Daemon("pcba", script);
+    const auto fm = Daemon("fm", script);
     Start(true);
     Station station = Tcp();
     for (const auto& row : rows) {
@@ -181,6 +152,12 @@ TEST_F(Pcba, Records) {
     }
     bytes = Record("AT+F?", "hello");
     EXPECT_TRUE(station.Answers("AT+F?\r\n", Value("AT+F?", "+F:hello")));
+    daemon.reset();
+    EXPECT_TRUE(station.Answers(req + "\r\n", Mismatch(req)));
+    for (const std::string error : {"Normal error", "Time out", "Invalid descriptor"}) {
+        EXPECT_TRUE(mKelp->WaitForLog(": Receive: pcba-->Receive error (" + error + ")\n"))
+            << error;
+    }
 }
 
 TEST_F(Pcba, AnswersInOrderOfTheRequestsEachOnItsConsole) {
@@ -209,26 +186,6 @@ TEST_F(Pcba, AnswersInOrderOfTheRequestsEachOnItsConsole) {
         }
         EXPECT_EQ(daemon->Connections(), keepAlive ? 1 : 200);
     }
-}
-
-TEST_F(Pcba, ALateAnswerIsNobodysAndEveryFailureIsRecorded) {
-    bool silent = true;
-    auto daemon = Daemon("pcba", [&](const std::string& request) {
-        return Peer::Answer{silent ? "" : Record(request, "v")};
-    });
-    Start(true);
-    Station station = Tcp();
-    EXPECT_TRUE(station.Answers("AT+P2\r\n", Mismatch("AT+P2")));  // times out
-    daemon->Push(Record("AT+P2", "late"));
-    silent = false;
-    EXPECT_TRUE(station.Answers("AT+P3\r\n", Value("AT+P3", "+P3:v")));
-    daemon.reset();
-    EXPECT_TRUE(station.Answers("AT+P4\r\n", Mismatch("AT+P4")));
-    EXPECT_TRUE(mKelp->WaitForLog(": Receive: pcba-->Receive error (Invalid descriptor)\n"));
-    daemon = Daemon("pcba", [](const std::string&) { return Peer::Answer{"", true}; });
-    EXPECT_TRUE(station.Answers("AT+P5\r\n", Mismatch("AT+P5")));
-    EXPECT_TRUE(mKelp->WaitForLog(": Receive: pcba-->Receive error (Normal error)\n"));
-    EXPECT_EQ(mKelp->Logged(": Receive: pcba-->Receive error (Time out)\n"), 1);
 }
 
 TEST_F(Pcba, BytesThatAnswerNothingAreNobodys) {

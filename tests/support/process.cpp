@@ -12,7 +12,6 @@
 #include <system_error>
 
 #include "platform/uniquefd.h"
-#include "support/procstat.h"
 #include "support/wait.h"
 
 namespace kelp::test {
@@ -58,10 +57,6 @@ int Process::WaitForExit() {
         mPid = -1;
     }
     return status;
-}
-
-int64_t Process::CpuMs() const {
-    return CpuNs(mPid) / 1000000;
 }
 
 size_t Process::CountEntries(const char* directory) const {

@@ -3,7 +3,6 @@
 
 #include <sys/types.h>
 
-#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -24,10 +23,9 @@ class Process {
     // Waits for its end; the status as waitpid gives it, or -1.
     int WaitForExit();
 
-    // Open descriptors, threads, and processor time used.
+    // Open descriptors, and threads.
     size_t Descriptors() const { return CountEntries("fd"); }
     size_t Threads() const { return CountEntries("task"); }
-    int64_t CpuMs() const;
 
   private:
     size_t CountEntries(const char* directory) const;

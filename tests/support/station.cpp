@@ -25,10 +25,7 @@ Station Station::Local(const std::string& abstractName) {
     LocalAddress address;
     MakeLocalAddress(abstractName, LocalNamespace::kAbstract, address);
     Station station((UniqueFd()));
-    EXPECT_TRUE(WaitUntil([&] {
-        station.mFd.Reset(ConnectLocal(address));
-        return station.mFd.Ok();
-    }));
+    EXPECT_TRUE(WaitUntil([&] { return (station.mFd = UniqueFd(ConnectLocal(address))).Ok(); }));
     return station;
 }
 

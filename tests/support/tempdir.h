@@ -38,11 +38,7 @@ class TempDir {
         return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
     }
     size_t Count() const {
-        size_t count = 0;
-        for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(mPath)) {
-            ++count;
-        }
-        return count;
+        return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(mPath), {}));
     }
 
   private:
