@@ -21,9 +21,9 @@ Station Station::Tcp(int port) {
     return station;
 }
 
-Station Station::Local(const std::string& abstractName) {
+Station Station::Local() {
     LocalAddress address;
-    MakeLocalAddress(abstractName, LocalNamespace::kAbstract, address);
+    MakeLocalAddress("/dev/socket/kelp", LocalNamespace::kAbstract, address);
     Station station((UniqueFd()));
     EXPECT_TRUE(WaitUntil([&] { return (station.mFd = UniqueFd(ConnectLocal(address))).Ok(); }));
     return station;

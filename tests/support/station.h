@@ -20,7 +20,7 @@ class Station {
   public:
     // The two connect, again and again until somebody listens.
     static Station Tcp(int port);
-    static Station Local(const std::string& abstractName = "/dev/socket/kelp");
+    static Station Local();
     // On the master of a Pty, which the station duplicates.
     static Station Line(int master);
 
