@@ -12,6 +12,22 @@ using Control = Bench;
 constexpr char kOff[] = ": kelp: tcp deactive communication\n";
 constexpr char kOn[] = ": kelp: tcp active communication\n";
 
+TEST_F(Control, AThousandTimesOffWithCommandsAtSilentPeers) {
+    const auto wcn = Wcn(Silent());
+    const auto pcba = Daemon("pcba", Silent());
+    Start();
+    Station local = Station::Local();
+    for (int i = 0; i < 1000; ++i) {
+        Switch(local, "ZAT+TCP=0");
+        ASSERT_TRUE(Refused(mPort));
+        Switch(local, "ZAT+TCP=1");
+        Station station = Tcp();
+        // Under way at the next switch; a board test holds its connection for a second.
+        const char* const request = i % 250 == 0 ? "AT+P\r\n" : i % 2 == 0 ? "AT+W\r\n" : "X\r\n";
+        ASSERT_TRUE(station.Send(request));
+    }
+}
+
 TEST_F(Control, AConsoleSwitchesItselfOffAfterItsAnswer) {
     Start();
     Station local = Station::Local();

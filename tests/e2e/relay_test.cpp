@@ -102,5 +102,23 @@ TEST_F(Relay, ALongAnswerGoesToASlowReaderWhole) {
     }
 }
 
+TEST_F(Relay, SixThousandCommandsBeforeAnyReadingAreAnsweredInOrder) {
+    const auto wcn = Wcn();
+    Start(true, kTail, {"ANDROID_LOG_TAGS=*:S"});
+    for (Station& station : std::array{Tcp(), Station::Local()}) {
+        std::string request, requests, answers;
+        for (int i = 1; i <= 6000; ++i) {
+            const bool refused = i % 4 != 0;
+            request = (refused ? "AT+X=" : "AT+W=") + std::to_string(i);
+            request.resize(43, '.');
+            requests += request + "\r\n";
+            answers += refused ? Unsupported(request) : "<wcn:" + request + ">";
+        }
+        ASSERT_TRUE(station.Send(requests));
+        ASSERT_TRUE(wcn->WaitForRequest(request));
+        EXPECT_TRUE(station.Answers("", answers));
+    }
+}
+
 }  // namespace
 }  // namespace kelp::test
