@@ -40,5 +40,16 @@ TEST(Messager, SupportsWholeTestCommandsAndPrefixesOfTheWhiteList) {
     }
 }
 
+TEST(Messager, ModulesThatAreDestroyedLogNoError) {
+    ConfigManager config;
+    config.ConstructModuleConfig("pcba");
+    config.GetModuleByName("modem")->path = "/nonexistent/modem";
+    LogCapture log;
+    std::make_unique<MessagerManager>(&config).reset();
+    for (const std::string& record : log.Take()) {
+        EXPECT_NE(record[0], 'E') << record;
+    }
+}
+
 }  // namespace
 }  // namespace kelp::test
