@@ -1,5 +1,5 @@
-// Serves every configured module that has no class of its own: forwards to the socket at its path,
-// one request, one answer, on the receive thread of the console that asked.
+// Serves every configured module without a class of its own: relays to the socket at its path, one
+// request, one answer, on the receive thread of the asking console.
 #pragma once
 
 #include "messager/messager.h"
@@ -8,7 +8,7 @@ namespace kelp {
 
 class DefaultMessager : public Messager {
   public:
-    // The new module belongs to the caller.
+    // The caller owns the new module.
     static Messager* Create(MessagerManager* manager, std::string name);
 
     using Messager::Messager;

@@ -48,7 +48,7 @@ void Formatter::GetResponse(Command* command) {
     std::vector<char>& answer = *command->GetResponse();
     answer = request;
     if (!Matches(*command)) {
-        // The code in digits, where other errors have their text: stations know it that way.
+        // Part of the protocol: the code in digits, not its text.
         Append(answer, kEmptyLine);
         Append(answer, std::to_string(kErrorMismatch));
         Append(answer, kErrorEnd);
@@ -92,7 +92,7 @@ void Formatter::GetCmdValueHead(const std::vector<char>& request, std::string& h
     if (end == std::string_view::npos) {
         end = text.find('?');
     }
-    // One that lies before the '+' is a negative length, which runs to the end.
+    // An end before the '+' would give a negative length: take the rest of the request.
     if (end == std::string_view::npos || end < plus) {
         end = text.size();
     }

@@ -21,17 +21,18 @@ class Formatter {
     void SetRequest(const char* data, int length);
     void SetResponse(const char* data, int length);
 
-    // Whether the stored request begins with the command's: whether the answer is to it.
+    // True when the stored request begins with the command's request, so that the answer belongs to
+    // it.
     bool Matches(const Command& command) const;
 
-    // Replaces the command's response with the whole answer: the echo of its request, the value
-    // line or error line, and OK or ERROR. An answer text that contains the request is a whole
-    // answer itself and goes out as it is. A stored request that does not begin with the command's
-    // gives the mismatch answer. Request and text are empty afterwards; the result stays.
+    // Replaces the command's response with the complete answer: the echo of its request, the value
+    // line or error line, and OK or ERROR. An answer text that contains the request is already
+    // complete and is sent unchanged. A stored request that does not begin with the command's gives
+    // the mismatch answer. Clears request and text; keeps the result.
     void GetResponse(Command* command);
 
-    // Appends what a value line begins with: the request from its first '+' up to its first '='
-    // (else '?', else the end), and a ':'. Nothing without a '+'.
+    // Appends the head of a value line: the request from its first '+' up to its first '=' (else
+    // '?', else the end), and a ':'. Nothing without a '+'.
     static void GetCmdValueHead(const std::vector<char>& request, std::string& head);
 
   private:

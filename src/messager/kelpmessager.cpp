@@ -24,7 +24,7 @@ struct CommucationCmd {
     bool active;
 };
 
-// The local console has no row: it is the one that always stays.
+// No row for the local console: it cannot be switched.
 constexpr CommucationCmd CommucationCmdTable[] = {
     {"ZAT+TCP=1", "tcp", true},  {"ZAT+TCP=0", "tcp", false},  {"ZAT+USB=1", "usb", true},
     {"ZAT+USB=0", "usb", false}, {"ZAT+UART=1", "uart", true}, {"ZAT+UART=0", "uart", false},
@@ -34,13 +34,13 @@ constexpr char kUpdate[] = "ZAT+UPDATE";
 constexpr char kPort[] = "ZAT+PORT";
 constexpr char kIp[] = "ZAT+IP";
 
-// A switch that its own send thread found somebody else at.
+// A switch handed to the thread that is already switching.
 struct HandedOver {
     KELPMessager* module;
     std::string command;
 };
 
-// A leaf: never held while a console is started or stopped.
+// Innermost lock: never held while a console is started or stopped.
 Mutex sPendingMutex;
 bool sSwitching KELP_GUARDED_BY(sPendingMutex) = false;
 
@@ -82,7 +82,7 @@ unsigned KELPMessager::HandleMessager(Command* command, void* processor) {
     return SendMessager(command, processor);
 }
 
-// Does what the command asks for, or queues it; returns the answer text.
+// Executes the command or queues it; returns the answer text.
 std::string KELPMessager::Serve(const std::string& command) {
     if (FindRow(command) != nullptr) {
         MutexLock lock(sPendingMutex);
@@ -102,7 +102,7 @@ std::string KELPMessager::Serve(const std::string& command) {
     return std::string();
 }
 
-// The record "tcp", with what stands behind the '=' of `command`; null when there is no such thing.
+// The record "tcp" and the text after the '=' of `command`; null when either is missing.
 CommonConfig* KELPMessager::FindTcpConfig(const char* function, const std::string& command,
                                           std::string& value) {
     const size_t equals = command.find('=');

@@ -10,28 +10,27 @@ namespace kelp {
 
 struct CommonConfig;
 
-// Serves the commands that begin with "ZAT+": consoles on and off, the TCP console's address and
-// port, and the write-back of both.
+// Serves the commands that begin with "ZAT+": switch consoles on and off, set the TCP console's
+// address and port, and write these settings back.
 //
-// A switch is never done while its command is served: the answer leaves first, and the switch
-// follows on the send thread of the console that carried the command. Switches are carried out one
-// at a time, in the order in which they were asked for, by one thread at a time: a send thread that
-// finds another one at it leaves its turn to that one and goes on. So two consoles that switch each
-// other off never wait for each other.
+// A switch is never done while its command is served: the answer is sent first, then the send
+// thread of the console that carried the command does the switch. Switches run one at a time, in
+// the order of the requests. A send thread that finds another thread switching hands its switch to
+// that thread and goes on, so two consoles that switch each other off never wait for each other.
 class KELPMessager : public Messager {
   public:
-    // The new module belongs to the caller.
+    // The caller owns the new module.
     static Messager* Create(MessagerManager* manager, std::string name);
 
     using Messager::Messager;
 
     unsigned HandleMessager(Command* command, void* processor) override;
 
-    // Performs at most one queued switch for its caller. Always 0. May block for as long as the
-    // threads of a console need to end.
+    // Performs at most one queued switch for its caller. Always returns 0. May block until the
+    // threads of a console have ended.
     unsigned HandleComplete() override;
 
-    // All four work on the configuration in memory only; names and commands are in upper case.
+    // All four change the configuration in memory only; names and commands are in upper case.
     virtual void UpdateTCPIPConfig(std::string command);
     virtual void UpdateTCPPortConfig(std::string command);
     // False when there is no such console record.

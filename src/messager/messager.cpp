@@ -18,7 +18,7 @@ namespace kelp {
 
 namespace {
 
-// Whether the upper-cased request begins with `entry`.
+// True when the request, in upper case, begins with `entry`.
 bool HasPrefix(std::string_view request, std::string_view entry) {
     return request.size() >= entry.size() &&
            std::equal(entry.begin(), entry.end(), request.begin(),
@@ -79,7 +79,7 @@ int32_t Messager::Send(Command* command) {
     } else if (DropStaleBytes(*mClient) != LocalResult::kDone) {
         mClient->sclose();
     }
-    // A peer that went away shows when it is written to at the latest.
+    // A closed peer is detected by the write at the latest.
     LocalResult result = mClient->ssend(*command->GetRequest());
     if (result == LocalResult::kLost || result == LocalResult::kClosed) {
         mClient->sclose();

@@ -16,7 +16,7 @@ namespace kelp {
 
 namespace {
 
-// A class of modules, by the name of their record.
+// A module class and the record name that selects it.
 struct Factory {
     const char* name;
     Messager* (*create)(MessagerManager* manager, std::string name);
@@ -28,7 +28,7 @@ constexpr Factory kFactories[] = {
     {"modem", ModemMessager::Create, PeerE::kOther},
     {"pcba", PCBAMessager::Create, PeerE::kOther},
     {"kelp", KELPMessager::Create, PeerE::kNone},
-    // The tuner's test daemon speaks the board test's protocol.
+    // The tuner's test daemon uses the PCBA protocol.
     {"fm", PCBAMessager::Create, PeerE::kOther},
 };
 constexpr Factory kDefault = {"", DefaultMessager::Create, PeerE::kRelayed};

@@ -18,8 +18,8 @@ namespace {
 
 constexpr int kMaxRetries = 20;
 constexpr int kRetryPauseMs = 1000;
-constexpr size_t kMaxMessageBytes = 256u << 10;  // the rest is simply the next message
-// Results of an exchange that mean a lost connection.
+constexpr size_t kMaxMessageBytes = 256u << 10;  // the rest becomes the next message
+// Results that mean a lost connection.
 constexpr int kResultLost = 1;
 constexpr int kResultInterrupted = 4;
 
@@ -55,8 +55,8 @@ ModemMessager::Connection ModemMessager::Current() {
     return mConnection;
 }
 
-// Whether there is a connection, after an attempt to open one if need be. The caller holds
-// the PeerTurn, so there is one attempt at a time.
+// True when there is a connection, opened now if needed. The caller holds the PeerTurn, so there is
+// one attempt at a time.
 bool ModemMessager::Open() {
     if (Current()->Descriptor() != -1) {
         return true;
@@ -86,7 +86,7 @@ ModemMessager::Connection ModemMessager::NextToRead() {
     return next;
 }
 
-// Any thread; one that still waits on the connection sees its end.
+// Any thread; a thread that waits on the connection sees end of file.
 void ModemMessager::Drop(const Connection& lost) {
     lost->Shutdown();
     auto none = std::make_shared<LocalSocketClient>(mSocketPath);
@@ -136,7 +136,7 @@ void ModemMessager::Run() {
             (result == kErrorInvalidDescriptor && mFd != -1)) {
             Drop(reading);
             reading.reset();
-            // mFd stays.
+            // mFd is kept.
             KLOG(kLogError) << "disconnect ,retry:" << mFd.load();
             reading = AwaitConnection();
         } else {
@@ -144,7 +144,7 @@ void ModemMessager::Run() {
         }
     }
     Drop(Current());
-    // Given up, or destroyed: the thread ends here.
+    // Given up or destroyed: end this thread.
     mThread->Stop();
 }
 
@@ -159,9 +159,8 @@ int ModemMessager::ReceiveMessage(LocalSocketClient& connection, Command& comman
     return result;
 }
 
-// The next connection, which a request has opened meanwhile or the thread opens, once a second at
-// most: whatever the daemon does, the loop around this does not spin. Null when the thread is asked
-// to stop.
+// The next connection: opened by a request meanwhile, or by this thread, at most one attempt per
+// second, so that the caller's loop never spins. Null when the thread is told to stop.
 ModemMessager::Connection ModemMessager::AwaitConnection() {
     while (!Thread::StopRequested()) {
         Connection next = NextToRead();
@@ -190,7 +189,7 @@ void ModemMessager::Relay(std::unique_ptr<Command> command) {
     }
     command->mClientFd = last.client != nullptr ? last.client->Number() : -1;
     command->mClient = std::move(last.client);
-    Command* const handed = command.release();  // the console's, unless it is refused
+    Command* const handed = command.release();  // the console owns it, unless refused
     if (SendMessager(handed, last.processor) != kSuccess) {
         delete handed;
     }
@@ -203,7 +202,7 @@ unsigned ModemMessager::HandleMessager(Command* command, void* processor) {
     }
     const std::unique_ptr<Command> owned(command);
     KLOG(kLogDebug) << " <<<<<<<";
-    // Held over all of it: who is stored last has written last.
+    // Held for all of it: the client stored last is the one that wrote last.
     const PeerTurn turn(this);
     if (turn.Held()) {
         Remember(processor, *command);
@@ -218,9 +217,8 @@ unsigned ModemMessager::HandleMessager(Command* command, void* processor) {
 }
 
 void ModemMessager::Remember(void* processor, const Command& command) {
-    // The handle is kept for what the daemon will say, even when the client has half-closed: its
-    // number alone could come to mean somebody else. Once the module has given up there is nothing
-    // to say.
+    // Keep the handle for later messages, even after the client has half-closed: the number alone
+    // could be reused by another client. No messages follow once the module has given up.
     Last last = {processor, mRunning ? command.mClient : nullptr};
     MutexLock lock(mMutex);
     std::swap(mLast, last);

@@ -17,12 +17,12 @@ namespace {
 
 constexpr size_t kMaxPlaces = 256;
 constexpr size_t kMaxPlaceBytes = 4u << 20;
-// Those count, too, that are owed to nobody any more and whose records are still awaited.
+// Includes abandoned requests whose records are still awaited.
 constexpr size_t kMaxUnderWay = 16384;
 constexpr int kWriteMs = 1000;
 constexpr int kRefusedLogPauseMs = 10000;
 
-// Whether the answer could reach nobody: its client is gone, or its console was switched off.
+// True when nobody can get the answer: the client is gone, or its console was switched off.
 bool IsAbandoned(const Command& command) {
     return command.mClient != nullptr && command.mClient->Gone();
 }
@@ -34,7 +34,7 @@ struct PCBAConnection {
     explicit PCBAConnection(std::shared_ptr<LocalSocketClient> socket)
         : client(std::move(socket)) {}
 
-    // Nothing more is received; what has come is nobody's.
+    // Stops receiving and drops what was received.
     void GiveUp() {
         client->Shutdown();
         givenUp = true;
@@ -43,7 +43,8 @@ struct PCBAConnection {
 
     const std::shared_ptr<LocalSocketClient> client;
     size_t waiting = 0;  // requests without their records; guarded by the module's mMutex
-    // Both the module's thread's while requests wait, else that of whoever writes the next one.
+    // Both used by the module's thread while requests wait, else by the thread that writes the next
+    // one.
     std::vector<char> bytes;  // received, not yet cut into records
     bool givenUp = false;
 };
@@ -128,8 +129,8 @@ void PCBAMessager::GivePlaceBack(size_t bytes) {
     mPlaceBytes -= bytes;
 }
 
-// Requests whose answers could reach nobody give their places back. Their tokens stay: on a kept
-// connection their records are still to come; one of their own is closed.
+// Abandoned requests free their places. Their tokens stay: on a kept connection their records are
+// still to come; a connection of their own is closed.
 std::vector<PCBAMessager::Owed> PCBAMessager::TakeAbandoned() {
     std::vector<Owed> abandoned;
     for (MessagerToken* token : mUnderWay) {
@@ -144,8 +145,8 @@ std::vector<PCBAMessager::Owed> PCBAMessager::TakeAbandoned() {
     return abandoned;
 }
 
-// The module's thread waits for the record of the first request; on a connection of its own it need
-// not when nobody is left to get it.
+// The module's thread waits for the record of the first request. Without keep-alive the wait ends
+// when that request is abandoned.
 void PCBAMessager::EndAbandonedWait() {
     if (mFd != -1 || mUnderWay.empty()) {
         return;
@@ -156,10 +157,10 @@ void PCBAMessager::EndAbandonedWait() {
     }
 }
 
-// kDone: written on the token's connection. kLost and kClosed: there is no daemon.
+// kDone: written on the token's connection. kLost and kClosed: no daemon.
 LocalResult PCBAMessager::Write(MessagerToken& token, int64_t deadlineMs) {
     LocalResult result = LocalResult::kClosed;
-    // A kept daemon that went away shows when it is written to: one more try on a new connection.
+    // A closed peer is detected by the write: one retry on a new connection.
     for (int tries = 0; tries < 2; ++tries) {
         const std::shared_ptr<PCBAConnection> connection = ConnectionForRequest(deadlineMs);
         if (connection == nullptr) {
@@ -206,7 +207,7 @@ std::shared_ptr<PCBAConnection> PCBAMessager::ConnectionForRequest(int64_t deadl
     return connection;
 }
 
-// What came while no request was under way answers none.
+// Bytes received while no request was pending answer none.
 LocalResult PCBAMessager::DropStale(PCBAConnection& connection) {
     {
         MutexLock lock(mMutex);
@@ -230,7 +231,7 @@ void PCBAMessager::Enqueue(std::unique_ptr<MessagerToken> token) {
     mTokenQueue.enqueue(token.release());
 }
 
-// Answers a request that is not under way, before those that are.
+// Answers a request that was not queued, ahead of the pending ones.
 void PCBAMessager::Refuse(Owed owed, const char* why) {
     Formatter().GetResponse(owed.command.get());
     HandBack(std::move(owed));
@@ -248,7 +249,7 @@ void PCBAMessager::Refuse(Owed owed, const char* why) {
     KLOG(kLogError) << mModuleName << "-->" << refused << " requests refused: " << why;
 }
 
-// The connection takes no more requests. It is closed with the last token that holds it.
+// The connection takes no more requests; it is closed with its last token.
 void PCBAMessager::Retire(const std::shared_ptr<PCBAConnection>& connection) {
     MutexLock lock(mMutex);
     if (mKept == connection) {
@@ -258,7 +259,7 @@ void PCBAMessager::Retire(const std::shared_ptr<PCBAConnection>& connection) {
 
 void PCBAMessager::HandBack(Owed owed) {
     if (SendMessager(owed.command.get(), owed.processor) == kSuccess) {
-        static_cast<void>(owed.command.release());  // the console's now
+        static_cast<void>(owed.command.release());  // the console owns it
     }
 }
 
@@ -309,8 +310,8 @@ void PCBAMessager::Answer(MessagerToken& token) {
         }
     }
     if (connection != nullptr && (command == nullptr || !formatter.Matches(*command))) {
-        // A record too many shifts all that follow; it must not shift later requests', too. What an
-        // abandoned request's record echoes cannot be told any more.
+        // One record too many shifts all later answers: keep later requests off this connection.
+        // The echo in the record of an abandoned request cannot be checked any more.
         Retire(connection);
     }
     {
@@ -326,8 +327,8 @@ void PCBAMessager::Answer(MessagerToken& token) {
     }
 }
 
-// Takes the next record from the connection, put together from as many pieces as it takes within
-// the module's time-out. 0 or an error code.
+// Takes the next record from the connection, in any number of pieces, within the module's time-out.
+// Returns 0 or an error code.
 int PCBAMessager::ReceiveRecord(PCBAConnection& connection, std::vector<char>& record) {
     const int64_t deadlineMs = MonotonicMs() + int64_t{mTimeout} * 1000;
     while (!connection.givenUp) {
@@ -370,7 +371,7 @@ void PCBAMessager::Decode(std::vector<char>& record, Formatter* formatter) {
     }
     const std::string_view bytes(record.data(), record.size());
     int64_t position = ReadResult(record.data(), formatter);
-    // A negative length moves the position backwards, perhaps out of the record.
+    // A negative length moves the position backwards, possibly out of the record.
     if (!PcbaTextFits(bytes, position)) {
         return;
     }

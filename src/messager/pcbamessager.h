@@ -20,18 +20,19 @@ class Formatter;
 struct MessagerToken;
 struct PCBAConnection;
 
-// Requests are written on the console's receive thread; a thread of the module's own waits for the
-// answers, in the order in which the requests were written, each on the connection that its request
-// was written on. With keep-alive that is one connection for all; it takes no more requests once it
-// is lost, timed out, brought a damaged record or one that echoes another request, or got half a
-// request, and is closed when those on it are answered. Without keep-alive each has its own.
+// Requests are written on the console's receive thread. The module's own thread waits for the
+// answers in the order of the requests, each on the connection that its request was written on.
+// With keep-alive all share one connection. It takes no more requests after it is lost, timed out,
+// brought a damaged record or one that echoes another request, or took only part of a request; it
+// is closed when its pending requests are answered. Without keep-alive each request has its own
+// connection.
 //
-// Requests under way are bounded in number and bytes; what is beyond that, and what the daemon does
-// not take within a second, is answered with the mismatch answer at once. So a console waits for
-// the daemon to read, a second at most, and never for an answer.
+// Pending requests are bounded in number and bytes. A request beyond that, or one that the daemon
+// does not read within a second, gets the mismatch answer at once. So a console waits at most a
+// second for the daemon to read, and never for an answer.
 class PCBAMessager : public Messager {
   public:
-    // The new module belongs to the caller; its thread is running.
+    // The caller owns the new module; its thread is running.
     static Messager* Create(MessagerManager* manager, std::string name);
 
     PCBAMessager(MessagerManager* manager, const std::string& name);
@@ -44,19 +45,19 @@ class PCBAMessager : public Messager {
     virtual void Run();
 
     // Each reads one field of a record at `p`, sets it in the formatter, and returns the number of
-    // bytes it consumed: 4 for the result; length + 4 for the texts, for a negative length, too.
-    // The caller has checked that the field lies inside the record.
+    // bytes consumed: 4 for the result; length + 4 for the texts, also for a negative length. The
+    // caller has checked that the field lies inside the record.
     virtual int32_t ReadResult(char* p, Formatter* formatter);
     virtual int32_t ReadReqCommand(char* p, Formatter* formatter);
     virtual int32_t ReadResCommand(char* p, Formatter* formatter);
 
-    // Sets what a complete record holds, field by field as above.
+    // Decodes a complete record, field by field as above.
     void Decode(std::vector<char>& record, Formatter* formatter);
 
   private:
     using PCBAMsgRunnable = MemberRunnable<PCBAMessager, &PCBAMessager::Run>;
 
-    // A command and the console that gets it back.
+    // A command and the console that gets the answer.
     struct Owed {
         std::unique_ptr<Command> command;
         void* processor;
@@ -83,14 +84,14 @@ class PCBAMessager : public Messager {
 
     std::atomic<bool> mRunning{true};
     Mutex mMutex;  // a leaf
-    // Takes requests; null without keep-alive, and when there is none that does.
+    // The connection for new requests; null without keep-alive, and when there is none.
     std::shared_ptr<PCBAConnection> mKept KELP_GUARDED_BY(mMutex);
-    // What mTokenQueue holds or held and is not answered yet, in its order. Not owned.
+    // Unanswered requests, in the order of mTokenQueue. Not owned.
     std::deque<MessagerToken*> mUnderWay KELP_GUARDED_BY(mMutex);
-    // Of the requests under way that are still owed to somebody, and of those being written.
+    // Pending requests that still need an answer, and those being written.
     size_t mPlaces KELP_GUARDED_BY(mMutex) = 0;
     size_t mPlaceBytes KELP_GUARDED_BY(mMutex) = 0;
-    int64_t mRefused KELP_GUARDED_BY(mMutex) = 0;          // since the last record of it
+    int64_t mRefused KELP_GUARDED_BY(mMutex) = 0;          // since the last log record
     int64_t mRefusedLoggedMs KELP_GUARDED_BY(mMutex) = 0;  // 0: never
     MessageQueue<MessagerToken> mTokenQueue;
     const std::unique_ptr<PCBAMsgRunnable> mRunnable;

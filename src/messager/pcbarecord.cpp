@@ -18,7 +18,7 @@ int32_t ReadPcbaInt(const char* data) {
 }
 
 PCBARecordState FindPcbaRecord(std::string_view bytes, size_t& length) {
-    size_t end = kIntBytes;  // behind the result
+    size_t end = kIntBytes;  // after the result
     for (int text = 0; text < 2; ++text) {
         if (bytes.size() < end + kIntBytes) {
             return PCBARecordState::kIncomplete;

@@ -1,5 +1,5 @@
-// The binary answer record of the PCBA test daemon, as it lies in the byte stream. Integers are
-// 32-bit, signed, in the host's byte order:
+// The binary answer record of the PCBA test daemon on the wire. Integers are 32-bit, signed, in the
+// host's byte order:
 //
 //     0                  result
 //     4                  L1, length of the echoed request
@@ -14,7 +14,7 @@
 
 namespace kelp {
 
-// A longer text than this cannot be received: its length is damage.
+// The longest text that can be received; a greater length means a damaged record.
 inline constexpr int32_t kMaxPcbaTextBytes = 1 << 20;
 
 enum class PCBARecordState { kIncomplete, kComplete, kDamaged };
@@ -25,8 +25,8 @@ PCBARecordState FindPcbaRecord(std::string_view bytes, size_t& length);
 // The 32-bit integer at `data`, which need not be aligned.
 int32_t ReadPcbaInt(const char* data);
 
-// Whether a text with its length in front, read at `position` (which a negative length before it
-// may have moved backwards), lies inside `bytes`.
+// True when a text with its length in front, read at `position`, lies inside `bytes`. A negative
+// length before it may have moved `position` backwards.
 bool PcbaTextFits(std::string_view bytes, int64_t position);
 
 }  // namespace kelp

@@ -14,12 +14,12 @@ constexpr int64_t kMaxReadOnMs = 30000;
 constexpr int64_t kFlowMs = 1000;
 constexpr size_t kFlowBytes = 4096;
 
-// What an answer without a bound in time brings, second by second.
+// Bytes per second of an answer without a time-out.
 class Flow {
   public:
     Flow(int64_t nowMs, size_t bytes) : mSinceMs(nowMs), mSinceBytes(bytes) {}
 
-    // Whether the last whole second brought too little to wait for more.
+    // True when the last full second brought too little to keep waiting.
     bool IsDry(int64_t nowMs, size_t bytes) {
         if (nowMs - mSinceMs < kFlowMs) {
             return false;
@@ -34,7 +34,7 @@ class Flow {
     size_t mSinceBytes;
 };
 
-// Whether the answer ended by itself.
+// True when the answer ended by itself.
 bool ReadOn(LocalSocketClient& client, std::vector<char>& bytes, size_t maxSize, int64_t deadlineMs,
             const AnswerEnd& end) {
     const int quietMs = end.quietMs > 0 ? end.quietMs : kLongQuietMs;
@@ -50,7 +50,7 @@ bool ReadOn(LocalSocketClient& client, std::vector<char>& bytes, size_t maxSize,
         const int waitMs = static_cast<int>(std::min<int64_t>(quietMs, deadlineMs - nowMs));
         const LocalResult result = client.sreceive(bytes, {waitMs / 1000, waitMs % 1000 * 1000});
         if (result == LocalResult::kLost) {
-            return true;  // the next call tells
+            return true;  // reported by the next call
         }
         if (result != LocalResult::kDone) {
             return result == LocalResult::kTimeOut && waitMs == quietMs;

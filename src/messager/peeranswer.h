@@ -1,4 +1,4 @@
-// Reading an answer that does not tell its own length.
+// Reads an answer that does not carry its length.
 #pragma once
 
 #include <cstddef>
@@ -9,20 +9,19 @@
 
 namespace kelp {
 
-// Where an answer ends. What is there when the peer has said something is taken. From 4 KiB on, or
-// with `quietMs`, it is read on until the peer closes or has been quiet: for 20 ms, or `quietMs`.
+// When an answer is complete. Normally after the first read. From 4 KiB on, or with `quietMs`,
+// reading continues until the peer closes or is quiet for 20 ms, or for `quietMs`.
 struct AnswerEnd {
-    int32_t quietMs = 0;          // above 0: for peers that write one answer in several pieces
-    size_t maxBytes = 64u << 20;  // then an answer is cut
+    int32_t quietMs = 0;          // above 0: the peer may write one answer in several pieces
+    size_t maxBytes = 64u << 20;  // a longer answer is cut
 };
 
-// Appends the next answer of the peer to `bytes`: kDone. Else nothing came, for the reason
-// returned. `seconds` bounds the whole; 0: the wait for the first bytes has no bound.
+// Appends the peer's next answer to `bytes` and returns kDone. Any other result: no bytes came, and
+// the result is the reason. `seconds` bounds the whole call; 0: no limit for the first bytes.
 //
-// Sets `whole` to false when what came was handed on because it would not end: the time was over;
-// or, with neither a time-out nor `quietMs`, the last second brought less than 4 KiB; or, with
-// `quietMs`, reading on had lasted for 30 seconds; or there were `maxBytes`. What follows then
-// belongs to the same answer.
+// Sets `whole` to false when reading stopped before the end of the answer: time-out; or, with
+// neither a time-out nor `quietMs`, less than 4 KiB in the last second; or, with `quietMs`, 30
+// seconds of further reading; or `maxBytes` reached. Bytes that follow belong to the same answer.
 LocalResult ReceiveAnswer(LocalSocketClient& client, std::vector<char>& bytes, int seconds,
                           const AnswerEnd& end, bool& whole);
 

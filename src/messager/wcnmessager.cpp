@@ -10,7 +10,7 @@ Messager* WCNMessager::Create(MessagerManager* manager, std::string name) {
 }
 
 unsigned WCNMessager::HandleMessager(Command* command, void* processor) {
-    // Always the record of this name, whatever the module's own; asked afresh for every request.
+    // Always the record of this name, whatever the module's name; looked up for every request.
     const ModuleInfo* const record = mManager->GetConfigManager()->GetModuleByName("wcn");
     return Exchange(command, processor, record != nullptr && record->keepAlive);
 }

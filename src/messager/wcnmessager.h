@@ -1,5 +1,5 @@
-// Forwards to the wireless-connectivity daemon: one request, one answer, on the receive thread of
-// the console that asked.
+// Relays to the wireless-connectivity daemon: one request, one answer, on the receive thread of the
+// asking console.
 #pragma once
 
 #include "messager/messager.h"
@@ -8,7 +8,7 @@ namespace kelp {
 
 class WCNMessager : public Messager {
   public:
-    // The new module belongs to the caller.
+    // The caller owns the new module.
     static Messager* Create(MessagerManager* manager, std::string name);
 
     using Messager::Messager;
