@@ -13,7 +13,7 @@ namespace {
 
 constexpr int kQuietMs = 100;
 
-// Reads away what a socket has. False when there was nothing.
+// Discards what a socket has received. False when there was nothing.
 bool Drain(int fd) {
     char scratch[16384];
     bool any = false;
@@ -64,8 +64,8 @@ void ClientHandle::HangUp() {
 void ClientHandle::Close(int64_t deadlineMs) {
     const Hold hold = Acquire();
     mGone = true;
-    // Closing a TCP socket with unread bytes, or one that more bytes arrive for, resets the
-    // connection, and what the client has not taken yet is lost. ENOTSOCK on a tty.
+    // A TCP socket that is closed with unread bytes, or that gets more bytes afterwards, resets the
+    // connection; data that the client has not read is lost. ENOTSOCK on a tty.
     if (hold != nullptr && shutdown(hold->Get(), SHUT_WR) == 0) {
         struct pollfd more = {hold->Get(), POLLIN, 0};
         while (Drain(hold->Get()) && MonotonicMs() < deadlineMs && poll(&more, 1, kQuietMs) > 0) {

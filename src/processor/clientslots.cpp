@@ -10,7 +10,7 @@ namespace kelp {
 
 namespace {
 
-// For all clients together, while some of them go on sending.
+// For all clients together, while some keep sending.
 constexpr int kMaxCloseMs = 500;
 
 }  // namespace

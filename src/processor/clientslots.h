@@ -12,7 +12,7 @@ namespace kelp {
 
 class ClientHandle;
 
-// Four slots for clients that are read, and a list of those that have left and are still owed an
+// Four slots for clients that are read, and a list of clients that have left and still wait for an
 // answer. A device console has one client, its device. Any thread may use it; while the console
 // runs only the receive thread changes it.
 class ClientSlots {
@@ -20,20 +20,19 @@ class ClientSlots {
     static constexpr int kSlots = 4;
     using Handle = std::shared_ptr<ClientHandle>;
 
-    // Takes the first free slot. False when there is none; `client` is then not taken.
+    // Uses the first free slot. False when there is none; `client` is then not added.
     bool Add(Handle client);
 
     bool Full() const;
 
-    // Frees the slot of the client known by `number`. The descriptor is closed now if the client
-    // has ended, else with the last holder of the handle.
+    // Frees the slot of the client with this `number`. Closes the descriptor now if the client has
+    // ended, else with the last holder of the handle.
     void Remove(int number);
 
-    // Frees the slot without giving the client up: the handle is to be used on. Null when there is
-    // none.
+    // Frees the slot and returns the handle, still usable. Null when there is none.
     Handle Take(int number);
 
-    // Null when no slot holds a client of that number.
+    // Null when no slot holds a client with this number.
     Handle Find(int number) const;
 
     // Slot by slot; -1 where one is free.
@@ -42,8 +41,8 @@ class ClientSlots {
     // The largest number in a slot, -1 without one. Takes no lock.
     int MaxNumber() const { return mMaxNumber; }
 
-    // Closes the descriptors of all clients, those that have left included. Blocks for 0.3 seconds
-    // at most, while clients go on sending.
+    // Closes the descriptors of all clients, including those that have left. Blocks for at most 0.3
+    // seconds, while clients keep sending.
     void CloseAll();
 
   private:

@@ -9,15 +9,15 @@ namespace kelp {
 class ClientHandle;
 class Messager;
 
-// Created with new by the console's framing (or by a module that speaks unasked) and handed on as a
-// plain pointer; it has exactly one holder at a time: framing, a MessageQueue, the routing, a
-// module, the send queue, and at last the console's send thread, which deletes it. Not locked.
+// Created with new by the console's framing (or by a module for an unsolicited message) and passed
+// on as a plain pointer. Exactly one owner at a time: framing, a MessageQueue, the routing, a
+// module, the send queue, and last the console's send thread, which deletes it. Not locked.
 class Command {
   public:
     Command() = default;
-    // For a descriptor that somebody else keeps open until the answer is written.
+    // For a descriptor that the caller keeps open until the answer is written.
     explicit Command(int fd);
-    // From a client of the console; null: nobody to answer.
+    // From a client of the console; null: no answer is written.
     explicit Command(std::shared_ptr<ClientHandle> client);
     ~Command();
     Command(const Command&) = delete;
@@ -28,9 +28,9 @@ class Command {
 
     std::vector<char> mRequest;     // as framed, without the terminator
     std::vector<char> mResponse;    // complete on the wire; the console adds nothing
-    int mClientFd = -1;             // the client's number when it asked; -1: nobody to answer
-    Messager* mMessager = nullptr;  // told when the answer is out; not owned
-    std::shared_ptr<ClientHandle> mClient;  // null: the answer goes to mClientFd itself
+    int mClientFd = -1;             // the client's number when it asked; -1: no answer is written
+    Messager* mMessager = nullptr;  // told when the answer has been sent; not owned
+    std::shared_ptr<ClientHandle> mClient;  // null: the answer is written to mClientFd itself
 };
 
 }  // namespace kelp

@@ -56,7 +56,7 @@ void ConsoleAttribute::OnConfig(const struct termios* settings, unsigned int inS
         return;
     }
     cfmakeraw(&raw);
-    // The line's own words win over the raw ones: only what the daemon needs is forced.
+    // The caller's flags win; c_cflag and c_cc stay raw.
     raw.c_iflag = settings->c_iflag;
     raw.c_oflag = settings->c_oflag;
     raw.c_lflag = settings->c_lflag;

@@ -9,9 +9,9 @@ namespace kelp {
 
 class SFIOChannel;
 
-// Puts an opened line into the daemon's settings: 115200 baud both ways, 8 data bits, no parity,
-// non-canonical, no echo, no CR/LF translation, no XON/XOFF. A failure only leaves a record. Used
-// by one console at a time.
+// Sets an opened line to the daemon's settings: 115200 baud both ways, 8 data bits, no parity,
+// non-canonical, no echo, no CR/LF translation, no XON/XOFF. A failure is only logged. Used by one
+// console at a time.
 class ConsoleAttribute {
   public:
     using ConfigHook = void (*)(struct termios* settings, unsigned* inSpeed, unsigned* outSpeed);
@@ -19,7 +19,7 @@ class ConsoleAttribute {
     // `channel` is not owned and must outlive this object.
     ConsoleAttribute(SFIOChannel* channel, RecModeE mode, unsigned long value);
 
-    // Applies the daemon's settings, or what mConfigHook makes of the current ones.
+    // Applies the daemon's settings, or those that mConfigHook makes of the current ones.
     void OnConfig();
     // Applies the given flag words (input, output, local) and speeds over raw settings.
     void OnConfig(const struct termios* settings, unsigned int inSpeed, unsigned int outSpeed);

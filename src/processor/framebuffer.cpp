@@ -6,14 +6,14 @@ namespace kelp {
 
 namespace {
 
-// What an emptied buffer may keep allocated: one station's giant line is not held for ever.
+// Capacity kept by an emptied buffer: one giant line must not hold its memory for ever.
 constexpr size_t kKeptCapacity = 256 * 1024;
 
 }  // namespace
 
 void FrameBuffer::Append(const char* data, size_t length) {
     if (mHead > 0) {
-        // At most the rest of one read: everything before it was consumed.
+        // Moves at most the rest of one read: everything before it was consumed.
         mBytes.erase(mBytes.begin(), mBytes.begin() + static_cast<ptrdiff_t>(mHead));
         mHead = 0;
     }
@@ -41,7 +41,7 @@ size_t FrameBuffer::FindTail(std::string_view tail) {
     if (bytes.size() <= std::max<size_t>(2, tail.size())) {
         return kNotFound;
     }
-    // The last position that is searched and has a whole terminator's room behind it.
+    // The last position where a terminator may begin.
     const size_t last = bytes.size() - std::max<size_t>(2, tail.size());
     const size_t found = bytes.substr(0, last + tail.size()).find(tail, mSearched);
     if (found == std::string_view::npos) {

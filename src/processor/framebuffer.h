@@ -1,4 +1,4 @@
-// The bytes that a console has received and not yet cut into commands.
+// Received bytes that are not yet cut into commands.
 #pragma once
 
 #include <cstddef>
@@ -7,9 +7,9 @@
 
 namespace kelp {
 
-// Pure bytes: no descriptor, no log. Consuming only moves an offset and searching resumes where it
-// left off, so the cost of framing is linear in the bytes however they arrive. One thread at a
-// time. Views are valid until the next change.
+// No descriptor, no log. Consuming only moves an offset, and a search resumes where the last one
+// stopped, so framing is linear in the bytes however they arrive. One thread at a time. Views are
+// valid until the next change.
 class FrameBuffer {
   public:
     void Append(const char* data, size_t length);
@@ -17,11 +17,11 @@ class FrameBuffer {
     size_t Size() const { return mBytes.size() - mHead; }
     std::string_view View() const { return {mBytes.data() + mHead, Size()}; }
 
-    // Cuts the next command off the front; false when none is complete. `line` is the command with
-    // its terminator, and what remains no longer begins with a terminator. A command has at least
-    // one byte, and a terminator is looked for up to two bytes before the end only: one of a single
-    // byte at the very end is found when more bytes follow. `tail` is not empty, and stays the same
-    // until the buffer has been cleared or a command was cut.
+    // Cuts the first complete command; false when there is none. `line` is the command with its
+    // terminator; the remaining bytes do not begin with a terminator. A command has at least one
+    // byte. The search for a terminator stops two bytes before the end: a one-byte terminator at
+    // the very end is found when more bytes follow. `tail` is not empty, and must not change until
+    // the buffer has been cleared or a command was cut.
     bool CutLine(std::string_view tail, std::string_view& line);
 
   private:
@@ -31,8 +31,8 @@ class FrameBuffer {
     size_t FindTail(std::string_view tail);
 
     std::vector<char> mBytes;
-    size_t mHead = 0;      // bytes consumed and not yet moved out
-    size_t mSearched = 1;  // positions below hold no terminator, counted from mHead
+    size_t mHead = 0;      // bytes consumed and not yet removed
+    size_t mSearched = 1;  // no terminator below this position, counted from mHead
 };
 
 }  // namespace kelp

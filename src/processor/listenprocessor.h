@@ -1,4 +1,4 @@
-// What the consoles that accept clients have in common.
+// Common base of the consoles that accept clients.
 #pragma once
 
 #include <string>
@@ -14,7 +14,7 @@ class ListenProcessor : public Processor {
     void DisConnect(int& fd) override;
 
   protected:
-    // `name` is that of the console's record.
+    // `name` is the name of the console's record.
     ListenProcessor(ConfigManager* configManager, MessagerManager* messagerManager,
                     const std::string& name);
 };

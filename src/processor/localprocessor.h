@@ -5,8 +5,8 @@
 
 namespace kelp {
 
-// Listens on the abstract local stream socket that the record "local" names as its route; no file
-// is made.
+// Listens on the abstract local stream socket named by the route of the record "local"; creates no
+// file.
 class LocalProcessor : public ListenProcessor {
   public:
     LocalProcessor(ConfigManager* configManager, MessagerManager* messagerManager);

@@ -10,8 +10,8 @@
 
 namespace kelp {
 
-// Items come out in the order in which they went in. Any thread may call enqueue, dequeue and
-// clear; before the queue is destroyed its users are stopped.
+// First in, first out. Any thread may call enqueue, dequeue and clear; all users must have stopped
+// before the queue is destroyed.
 template <typename T>
 class MessageQueue {
   public:
@@ -20,7 +20,7 @@ class MessageQueue {
     MessageQueue(const MessageQueue&) = delete;
     MessageQueue& operator=(const MessageQueue&) = delete;
 
-    // Takes ownership of `item`; null is ignored. Never blocks for space.
+    // Takes ownership of `item`; ignores null. Never blocks for space.
     void enqueue(T* item) {
         if (item == nullptr) {
             return;
@@ -30,18 +30,18 @@ class MessageQueue {
             mQueue.push_back(item);
             mSize = mQueue.size();
         }
-        // Outside the lock, so that the consumer does not wake up only to wait for it.
+        // Unlocked, so that the woken consumer does not wait for the lock.
         if (mWaitable.load(std::memory_order_relaxed)) {
             mCond.Signal();
         }
     }
 
-    // The front item, now the caller's, or null. While mWaitable is set an empty queue is waited
-    // on for one wake-up, never two: null then means that the wake-up brought nothing (another
-    // consumer was faster, or the thread is asked to stop), and the caller decides what next.
+    // Returns the front item, which the caller then owns, or null. While mWaitable is set, an empty
+    // queue waits for one wake-up, never two: null then means a spurious wake-up (another consumer
+    // was faster, or the thread is told to stop), and the caller decides what to do.
     T* dequeue() {
         if (mSize == 0 && !mWaitable) {
-            return nullptr;  // seen without the lock
+            return nullptr;  // checked without the lock
         }
         MutexLock lock(mMutex);
         if (mQueue.empty() && mWaitable.load(std::memory_order_relaxed)) {
@@ -50,7 +50,7 @@ class MessageQueue {
         return TakeFront();
     }
 
-    // Like dequeue, but never waits, whatever mWaitable says.
+    // Like dequeue, but never waits, regardless of mWaitable.
     T* poll() {
         MutexLock lock(mMutex);
         return TakeFront();
@@ -69,7 +69,7 @@ class MessageQueue {
         }
     }
 
-    // Whether dequeue waits. Switched by the owner while no thread is inside dequeue.
+    // Sets whether dequeue waits. Called by the owner while no thread is inside dequeue.
     std::atomic<bool> mWaitable{true};
 
   private:
@@ -83,7 +83,7 @@ class MessageQueue {
         return item;
     }
 
-    Mutex mMutex;  // a leaf, but for the state of the thread that waits on mCond
+    Mutex mMutex;  // a leaf, except for the state of the thread that waits on mCond
     CondVar mCond;
     std::deque<T*> mQueue KELP_GUARDED_BY(mMutex);
     std::atomic<size_t> mSize{0};  // of mQueue; written under mMutex

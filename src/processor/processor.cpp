@@ -1,5 +1,5 @@
-// Life and connections of a console. What its receive thread does is in processor_receive.cpp, what
-// its send thread does in processor_send.cpp.
+// Start, stop and connections of a console. The receive thread is in processor_receive.cpp, the
+// send thread in processor_send.cpp.
 
 #include "processor/processor.h"
 
@@ -56,7 +56,7 @@ int Processor::Start() {
         return -1;
     }
     if (mRecvRunning && !IsConnect()) {
-        // The console lost its descriptor and its loop has nothing to watch: begin afresh.
+        // The descriptor is lost and the loop has nothing to watch: restart.
         EndThreads();
     }
     if (!mRecvRunning) {
@@ -75,7 +75,7 @@ int Processor::Start() {
         return -1;
     }
     if (!mConsoleConfig->active) {
-        // Switched off while it was being opened, by one who saw it closed.
+        // Switched off while opening, by a caller that saw it still closed.
         EndThreads();
         return -1;
     }
@@ -104,16 +104,16 @@ void Processor::Stop() {
     {
         const TurnHolder life(mLife);
         if (!life.Held()) {
-            // On the console's own send thread, which another Stop is waiting for.
+            // The console's own send thread, and another Stop waits for it.
             return;
         }
         EndThreads();
     }
-    // Outside the turn: completing a command may start or stop a console, this one included.
+    // Without the turn: completing a command may start or stop a console, this one included.
     DropAnswers();
 }
 
-// Connect; for a device also what reads and writes go through: `device` once more, or a new handle.
+// Connects; on a device console also sets the handle: `device` reopened, or a new one.
 int Processor::Open(const std::shared_ptr<ClientHandle>& device) {
     MutexLock lock(mFdMutex);
     int fd = Connect();
@@ -125,18 +125,18 @@ int Processor::Open(const std::shared_ptr<ClientHandle>& device) {
     return fd;
 }
 
-// False when there is nothing to serve; `fd` is -1 then, but for a file.
+// False when there is nothing to serve; `fd` is then -1, except for a regular file.
 bool Processor::ServeDevice(int& fd, const std::shared_ptr<ClientHandle>& device) {
     struct stat status = {};
     if (fd == -1 || fstat(fd, &status) != 0) {
         return false;
     }
     if (!S_ISCHR(status.st_mode)) {
-        // What is written to a file would be read back as commands, without end.
+        // Answers written to a file would be read back as commands, without end.
         KLOG_AS("Connect", kLogError) << GetName() << "-->route is no line, not served";
         return false;
     }
-    // A duplicate, so that closing the line waits for a write that is under way.
+    // A duplicate, so that the line is closed only after a write in progress.
     UniqueFd duplicate(fcntl(fd, F_DUPFD_CLOEXEC, 0));
     if (!duplicate.Ok()) {
         KLOG_AS("Connect", kLogError) << GetName() << "-->no second descriptor, errno = " << errno;
@@ -173,8 +173,8 @@ void Processor::ReConnect() {
     mRecvBuffer.Clear();
 }
 
-// The handle of a device outlives its descriptors while the console runs: what is answered later
-// goes to the new opening.
+// The handle of a device outlives its descriptors while the console runs: later answers go to the
+// reopened device.
 std::shared_ptr<ClientHandle> Processor::TakeDevice() {
     auto device = mMode == DEVICE_MODE ? mSlots.Take(mServerFd) : nullptr;
     if (device != nullptr) {
@@ -223,7 +223,7 @@ int Processor::AcceptClient(fd_set& ready) {
         OnAcceptFailure(fd.Ok() ? EMFILE : errno);
         return 1;
     }
-    // Urgent bytes come in their place in the stream: FIONREAD would count what read does not give.
+    // Urgent data stays in line: FIONREAD would count bytes that read does not return.
     const int on = 1;
     setsockopt(fd.Get(), SOL_SOCKET, SO_OOBINLINE, &on, sizeof(on));
     if (!AddClient(fd.Get())) {
@@ -233,7 +233,7 @@ int Processor::AcceptClient(fd_set& ready) {
         ClientHandle(std::move(fd), number).Close(0);
         return 2;
     }
-    const int number = fd.Release();  // the slot's now
+    const int number = fd.Release();  // the slot owns it
     KLOG(kLogInfo) << GetName() << "-->"
                    << "connect to new client socket[" << number << "]";
     FdSetInsert(number, mReadFds);
@@ -241,7 +241,7 @@ int Processor::AcceptClient(fd_set& ready) {
 }
 
 void Processor::OnAcceptFailure(int error) {
-    // A client that was gone before it was accepted, or a spurious wake-up.
+    // The client left before it was accepted, or a spurious wake-up.
     if (error == EAGAIN || error == ECONNABORTED || error == EINTR) {
         return;
     }
@@ -251,8 +251,8 @@ void Processor::OnAcceptFailure(int error) {
         KLOG(kLogError) << GetName() << "-->"
                         << "accept error: " << error;
     }
-    // The connection stays in the backlog and keeps the listening socket readable; without a pause
-    // the loop would spin until descriptors return.
+    // The connection stays in the backlog and keeps the listening socket readable: pause, or the
+    // loop spins until descriptors are free.
     Thread::SleepMs(kAcceptPauseMs);
 }
 

@@ -27,25 +27,25 @@ struct ReceiveConfig;
 
 enum ProcessorModeE {
     SERVER_MODE = 0,  // mServerFd listens, clients are accepted into slots
-    DEVICE_MODE = 1,  // mServerFd is a device that is itself read and written
+    DEVICE_MODE = 1,  // mServerFd is a device, itself read and written
 };
 
-// A console has two threads while it runs. The receive thread selects, accepts, reads, cuts the
-// bytes into commands and routes them; whatever a module does at once for a command happens on it.
-// The send thread writes answers and tells modules when theirs is out. Created stopped by the
+// A running console has two threads. The receive thread selects, accepts, reads, cuts the bytes
+// into commands and routes them; all that a module does at once for a command runs on it. The send
+// thread writes answers and tells modules when theirs has been sent. Created stopped by the
 // ProcessorManager, which owns it; must be stopped before it is destroyed.
 //
 // Start and Stop may be called from any thread that is not a console's, and from the consoles' send
-// threads (the console's own included) as long as only one of those at a time starts or stops
-// consoles; the control module sees to that. They take turns. SendDataDone and IsConnect: any
+// threads (including the console's own) as long as only one of those at a time starts or stops
+// consoles; the control module ensures that. Calls are serialised. SendDataDone and IsConnect: any
 // thread. Everything else belongs to the console's own threads.
 //
-// What select watches is closed by the receive thread only, or by Stop when that thread has ended.
-// The send thread gives a client up (HangUp); the receive thread sees the end of the stream then
-// and frees the slot.
+// Descriptors that select watches are closed by the receive thread only, or by Stop after that
+// thread has ended. The send thread only hangs up a client (HangUp); the receive thread then sees
+// end of file and frees the slot.
 class Processor {
   public:
-    static constexpr int READ_BUF_SIZE = 65535;  // bytes of one read at most
+    static constexpr int READ_BUF_SIZE = 65535;  // maximum bytes of one read
     static constexpr int MAX_CLIENT_NUM = ClientSlots::kSlots;
 
     // Neither manager is owned; both outlive the console.
@@ -54,44 +54,44 @@ class Processor {
     Processor(const Processor&) = delete;
     Processor& operator=(const Processor&) = delete;
 
-    // Opens the main descriptor and returns it, or -1. One that is open is returned as it is.
+    // Opens the main descriptor and returns it, or -1. Returns an open one unchanged.
     virtual int Connect() = 0;
     // Closes `fd` if it is not -1 and sets it to -1.
     virtual void DisConnect(int& fd) = 0;
 
-    // Closes every client and the main descriptor. mReadFds keeps what it holds.
+    // Closes every client and the main descriptor. Does not change mReadFds.
     virtual void DisConnect();
-    // After a device error, on the receive thread: closes and tries once to open again. When that
-    // fails the process ends, because a closed descriptor cannot be watched. Answers under way and
-    // later messages go to the device as it was opened anew.
+    // After a device error, on the receive thread: closes, and tries once to reopen. If that fails
+    // the process ends, because a closed descriptor cannot be watched. Pending answers and later
+    // messages go to the reopened device.
     virtual void ReConnect();
     virtual bool IsConnect();
-    // Reads what is pending on `fd`. 0, or a code for ThrowException: an errno value, or an error
-    // code of the daemon. A descriptor at its end gives 5 (EIO).
+    // Reads the pending bytes of `fd`. Returns 0, or a code for ThrowException: an errno value or
+    // an error code of the daemon. End of file gives 5 (EIO).
     virtual int ReceiveCmdData(int fd);
-    // Takes ownership of `fd` when it returns true; false when all slots are taken.
+    // Takes ownership of `fd` if it returns true; false when all slots are used.
     virtual bool AddClient(int fd);
-    // Frees the slot. The descriptor is closed when the last answer to the client is out.
+    // Frees the slot. The descriptor is closed after the last answer to the client.
     virtual void RemoveClient(int fd);
     virtual int GetMaxFd();
-    // 0: accepted; 1: nothing to accept, or accepting failed; 2: rejected, all slots are taken.
+    // 0: accepted; 1: nothing to accept, or accept failed; 2: rejected, all slots are used.
     virtual int AcceptClient(fd_set& ready);
-    // Open and close the descriptors beside the threads. Nothing in the daemon calls them.
+    // Open and close the descriptors without the threads. The daemon itself does not call them.
     virtual int ConnectByApp();
     virtual void DisConnectByApp();
     // Opens the console and starts its threads. 0, or -1 when it is not active or does not open, or
-    // when the calling thread is asked to stop meanwhile.
+    // when the calling thread is told to stop meanwhile.
     virtual int Start();
-    // Ends both threads, whatever they wait in, and closes every descriptor of the console. Returns
-    // when that is done; commands that were framed before have been routed by then, without an
-    // exchange with a peer. On the console's own send thread that thread ends after the command it
-    // is at; when another Stop is under way there, this one leaves everything to it.
+    // Ends both threads, also blocked ones, and closes every descriptor of the console. On return
+    // all framed commands have been routed, without an exchange with a peer. On the console's own
+    // send thread, that thread ends after its current command; if another Stop is already under
+    // way, this call returns and leaves all work to it.
     virtual void Stop();
-    // Takes over an answered command, to be written by the send thread.
+    // Takes ownership of an answered command; the send thread writes it.
     virtual void SendDataDone(Command* command);
     // Routes one command; answers it at once when no module takes it.
     virtual void ProcessCmdData(Command* command);
-    // Frames and routes everything buffered.
+    // Frames and routes all buffered bytes.
     virtual void ProcessCmdData();
     virtual void ReceiveCmd();
     virtual void SendCmd();
@@ -107,9 +107,9 @@ class Processor {
     std::atomic<int> mServerFd{-1};  // written under mFdMutex
     ConfigManager* const mConfigManager;
     MessagerManager* const mMessagerManager;
-    const ReceiveConfig* mReceiveConfig = nullptr;  // the receive thread's while it runs
+    const ReceiveConfig* mReceiveConfig = nullptr;  // used by the receive thread while it runs
     CommonConfig* mConsoleConfig = nullptr;         // set once by the subclass's constructor
-    // How long a client may take no byte of an answer, in milliseconds; set before Start.
+    // Time-out in milliseconds for a client that takes no byte of an answer; set before Start.
     int mWriteStallMs = 30000;
 
   private:
@@ -145,27 +145,27 @@ class Processor {
     std::atomic<bool> mRecvRunning{false};
     std::atomic<bool> mSendRunning{false};
 
-    Turn mLife;      // Start, Stop and the ByApp pair, one at a time; before mFdMutex
-    Mutex mFdMutex;  // held while the main descriptor is opened or closed; before the slots' lock
+    Turn mLife;          // Start, Stop and the ByApp pair, one at a time; before mFdMutex
+    Mutex mFdMutex;      // opening and closing the main descriptor; before the slots' lock
     ClientSlots mSlots;  // of a device console: the device
 
-    // The receive thread's own while it runs, else the starting thread's; Thread::Start and
+    // Used by the receive thread while it runs, else by the starting thread; Thread::Start and
     // Thread::Stop order the two.
     fd_set mReadFds;
-    std::shared_ptr<ClientHandle> mCurrentClient;  // who was read last; null after a failed read
+    std::shared_ptr<ClientHandle> mCurrentClient;  // last client read; null after a failed read
     int64_t mQuietDeadlineMs =
-        -1;  // MonotonicMs at which the buffer is a command; -1: not waited for
+        -1;  // MonotonicMs at which the buffer becomes a command; -1: no deadline
     FrameBuffer mRecvBuffer;
     const std::unique_ptr<char[]> mReadBuf;
     int64_t mAcceptFailureLoggedMs = 0;
 
-    // Part of the interface: held while the buffer is cut. Only the receive thread does that, so
-    // nobody ever waits for it.
+    // Part of the interface: held while the buffer is cut. Only the receive thread does that, so it
+    // is never contended.
     Mutex mBufferMutex;
     SendQueue mSendCmdQueue;
     MessageQueue<Command> mRecvCmdQueue;
 
-    // The threads last, so that they are gone before anything that they use.
+    // Declared last: the threads are destroyed before everything that they use.
     const std::unique_ptr<SendRunnable> mSendRunnable;
     const std::unique_ptr<ReceiveRunnable> mRecvRunnable;
     const std::unique_ptr<Thread> mSendThread;

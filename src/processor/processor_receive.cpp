@@ -23,10 +23,9 @@ namespace kelp {
 namespace {
 
 constexpr int kRetryPauseMs = 10;
-// Between two looks at a device that fails, so that one that is no line does not spin the loop.
+// Pause between retries on a failing device, so that the loop does not spin.
 constexpr int kDevicePauseMs = 100;
-// Tries of one read that bring nothing, one after the other, before it is given up: the bytes that
-// the descriptor announced went elsewhere.
+// Give a read up after so many empty tries in a row: another reader took the announced bytes.
 constexpr int kMaxFruitlessReads = 100;
 constexpr size_t kMaxUnframedBytes = 16u << 20;
 
@@ -43,7 +42,7 @@ void Processor::ReceiveCmd() {
         return;
     }
     FD_ZERO(&mReadFds);
-    if (IsConnect()) {  // not closed again since the start
+    if (IsConnect()) {  // not closed since the start
         WatchServer();
     }
     mQuietDeadlineMs = -1;
@@ -53,7 +52,7 @@ void Processor::ReceiveCmd() {
 }
 
 void Processor::WatchServer() {
-    // A device that is not served has no handle.
+    // An unserved device has no handle: do not watch it.
     if (mMode == SERVER_MODE || mServerFd == -1 || mSlots.Find(mServerFd) != nullptr) {
         FdSetInsert(mServerFd, mReadFds);
     }
@@ -82,8 +81,8 @@ void Processor::ReceiveOnce() {
         OnSelectFailure(error);
         return;
     }
-    // Also when something is ready: stations that connect, or send to other clients' commands,
-    // must not keep a command waiting.
+    // Also when a descriptor is ready: new clients, or other clients' bytes, must not delay a
+    // command.
     if (mQuietDeadlineMs >= 0 && MonotonicMs() >= mQuietDeadlineMs) {
         mQuietDeadlineMs = -1;
         if (mReceiveConfig->mode == kReceiveTimeTick) {
@@ -96,12 +95,12 @@ void Processor::ReceiveOnce() {
 }
 
 void Processor::OnSelectFailure(int error) {
-    // Pace the loop, and with it this record.
+    // Limits the rate of the loop and of this record.
     Thread::SleepMs(kRetryPauseMs);
     KLOG_AS("ReceiveCmd", kLogError) << GetName() << "-->Fail to monitor, errno = " << error;
     if (IsConnect()) {
         FdSetRemove(mServerFd, mReadFds);
-        // Not watched again on purpose: the console stays deaf until it is switched off and on.
+        // Not watched again on purpose: the console reads nothing until it is switched off and on.
         const auto device = TakeDevice();
         CloseServer();
         Open(device);
@@ -129,13 +128,13 @@ void Processor::OnReadable(fd_set& ready) {
     }
 }
 
-// Reads all clients that have something, and those that have left to their end, which frees their
-// slots: a station that connects anew for each command is in the backlog before its last connection
-// was seen to end.
+// Reads all ready clients, and those that have left until end of file, which frees their slots: a
+// station that reconnects for each command can be in the backlog before the end of its last
+// connection was seen.
 void Processor::ReadOutLeavers() {
     for (const int fd : mSlots.Numbers()) {
         struct pollfd client = {fd, POLLIN | POLLRDHUP, POLLRDHUP};
-        // Bounded: a client that has left sends nothing more.
+        // Bounded: a client that has left sends no more.
         while ((client.revents & POLLRDHUP) != 0 && FdSetContains(fd, mReadFds) &&
                !Thread::StopRequested() && poll(&client, 1, 0) > 0) {
             ReceiveFrom(fd);
@@ -180,7 +179,7 @@ int Processor::ReceiveCmdData(int fd) {
     }
     const ClientHandle::Hold hold = client->Acquire();
     if (hold == nullptr) {
-        return EIO;  // given up by the send thread; what it still sends is not read
+        return EIO;  // hung up by the send thread; its further bytes are not read
     }
     int pending = 0;
     if (ioctl(hold->Get(), FIONREAD, &pending) < 0) {
@@ -261,7 +260,7 @@ int Processor::FlushBuffer() {
     MutexLock lock(mBufferMutex);
     if (mReceiveConfig->mode == kReceiveTimeTick) {
         // The bytes stay: the next command of this mode begins with them again, until a failure
-        // empties the buffer. Stations that use the mode rely on it.
+        // clears the buffer. Stations rely on it.
         EnqueueCommand(mRecvBuffer.View());
         mCurrentClient.reset();
     } else if (mReceiveConfig->mode == kReceiveTail && mReceiveConfig->tailLength >= 1) {
@@ -299,7 +298,7 @@ void Processor::ProcessCmdData() {
 void Processor::ProcessCmdData(Command* command) {
     const unsigned result = mMessagerManager->HandleRequest(command, this);
     if (result != kErrorUnsupportCommand && result != kErrorRequestNull) {
-        return;  // the module has it
+        return;  // the module owns it
     }
     ErrorBuffer text;
     GetStringByErrCode(static_cast<int>(result), kErrorBase, text);

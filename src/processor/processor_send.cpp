@@ -1,4 +1,4 @@
-// The send thread of a console: write answers, complete commands.
+// The send thread of a console: writes answers, completes commands.
 
 #include <errno.h>
 #include <poll.h>
@@ -25,7 +25,7 @@ void Processor::SendDataDone(Command* command) {
         return;
     }
     if (!mSendRunning && command->mMessager == nullptr) {
-        // Switched off, and no completion is waited for: a peer that goes on talking must not fill
+        // Switched off, and no module waits for completion: a peer that keeps sending must not fill
         // a queue that nobody empties.
         delete command;
         return;
@@ -58,12 +58,12 @@ void Processor::SendCmd() {
     }
 }
 
-// Writes the answer; nothing to a client that is gone.
+// Writes the answer; writes nothing to a client that is gone.
 void Processor::Answer(const Command& command) {
     ClientHandle* const client = command.mClient.get();
     ClientHandle::Hold hold;
     while (client != nullptr && (hold = client->Acquire()) == nullptr) {
-        // Not gone: the device is just being opened anew, or the process is about to end.
+        // Not gone: the device is being reopened, or the process is about to end.
         if (client->Gone() || !Thread::SleepMs(kRetryPauseMs)) {
             return;
         }
@@ -74,11 +74,11 @@ void Processor::Answer(const Command& command) {
         return;
     }
     if (mMode == DEVICE_MODE) {
-        // The rest of a broken answer is of no use, and would hold up the closing of the line for
-        // as long as the host does not take it.
+        // The rest of a broken answer is useless, and would block the close of the line until the
+        // host reads it.
         tcflush(fd, TCOFLUSH);
     } else if (client != nullptr) {
-        // One client that does not read must not hold up the others again and again.
+        // A client that does not read must not delay the others again and again.
         client->HangUp();
     }
 }
@@ -88,8 +88,8 @@ void Processor::Complete(Command& command) {
     mMessagerManager->HandleComplete(&command);
 }
 
-// What is still queued when the console is off: nobody is there to read it, but a module that
-// waits for its answer to be done is told.
+// Answers still queued when the console is off: nobody can read them, but a module that waits for
+// completion is told.
 void Processor::DropAnswers() {
     while (Command* command = mSendCmdQueue.poll()) {
         const std::unique_ptr<Command> owned(command);
@@ -133,7 +133,7 @@ int Processor::WriteBuffer(int fd, const char* data, int length) {
     return written;
 }
 
-// 0 when the next write is due, else why there will be none.
+// 0 when the next write may be tried, else the error.
 int Processor::WaitWritable(int fd, int64_t& stalledSinceMs, bool wasReady) {
     const int64_t now = MonotonicMs();
     if (stalledSinceMs < 0) {
@@ -143,7 +143,7 @@ int Processor::WaitWritable(int fd, int64_t& stalledSinceMs, bool wasReady) {
     if (left <= 0) {
         return ETIMEDOUT;
     }
-    // A tty may call itself writable and still take nothing.
+    // A tty may report that it is writable and still take nothing.
     if (wasReady && !Thread::SleepMs(kRetryPauseMs)) {
         return ECANCELED;
     }

@@ -17,8 +17,8 @@ std::unique_ptr<Processor> Make(ConfigManager* configManager, MessagerManager* m
     return std::make_unique<T>(configManager, manager);
 }
 
-// The transports by the name of their record. "local" is made before the list is walked, and "udp"
-// is a name without a console.
+// Consoles by record name. "local" is created before the list is walked, and "udp" is a name
+// without a console.
 struct Transport {
     const char* name;
     const char* record;

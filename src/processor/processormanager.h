@@ -1,4 +1,4 @@
-// Turns the console list of the configuration into running consoles.
+// Creates and runs the consoles of the configuration.
 #pragma once
 
 #include <memory>
@@ -15,7 +15,7 @@ class Processor;
 // changes after construction, so looking one up needs no lock.
 class ProcessorManager {
   public:
-    // Creates the consoles and makes itself known to `manager`.
+    // Creates the consoles and registers itself with `manager`.
     explicit ProcessorManager(MessagerManager* manager);
     // Stops and deletes every console.
     ~ProcessorManager();
@@ -24,10 +24,10 @@ class ProcessorManager {
 
     void CreateProcessorObjects(MessagerManager* manager);
 
-    // Starts every console; one that does not start keeps no other from starting.
+    // Starts every console; a failure does not stop the others from starting.
     void Start();
 
-    // The first console of that name (exact), or null. It stays the manager's.
+    // The first console with exactly this name, or null. Owned by the manager.
     Processor* GetProcessorByName(const std::string& name);
 
   private:

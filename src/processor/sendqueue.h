@@ -1,4 +1,4 @@
-// The answers of a console that wait to be written, within bounds.
+// A bounded queue of a console's answers that wait to be written.
 #pragma once
 
 #include <atomic>
@@ -10,28 +10,28 @@
 
 namespace kelp {
 
-// Any thread may put answers in; the console's send thread takes them out. An answer counts until
-// it is reported as done, so the one that is being written counts, too.
+// Any thread may enqueue answers; the console's send thread dequeues them. An answer counts until
+// it is reported as done, so the one being written counts, too.
 //
-// The bounds hold back the receive thread and drop what nobody asked for; an answer to a request is
-// never dropped here.
+// At the limits the receive thread blocks and unsolicited messages are dropped; an answer to a
+// request is never dropped here.
 class SendQueue {
   public:
     static constexpr int64_t kMaxAnswers = 16384;
     static constexpr int64_t kMaxBytes = 4 << 20;
 
-    // Takes ownership. Returns 0; or, at most once in ten seconds, how many unasked messages (those
-    // without a request) were deleted since it last told, because the bounds were met.
+    // Takes ownership. Returns 0; or, at most once in ten seconds, how many unsolicited messages
+    // (those without a request) were deleted at the limits since the last report.
     int64_t enqueue(Command* command);
 
     // MessageQueue::dequeue and poll.
     Command* dequeue() { return mQueue.dequeue(); }
     Command* poll() { return mQueue.poll(); }
 
-    // The command that was taken out no longer counts.
+    // A dequeued command no longer counts.
     void Done(const Command& command);
 
-    // Blocks the receive thread while the bounds are met; Thread::Stop ends the wait.
+    // Blocks the receive thread while a limit is exceeded; Thread::Stop ends the wait.
     void WaitForRoom() {
         if (Full()) {
             WaitUntilNotFull();

@@ -26,7 +26,7 @@ int SerialProcessor::Connect() {
 }
 
 void SerialProcessor::DisConnect(int& fd) {
-    // The channel owns the descriptor; closing the number once more could hit a stranger's.
+    // The channel owns the descriptor; a second close could hit another file.
     mChannel->Close();
     fd = -1;
 }

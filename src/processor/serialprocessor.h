@@ -1,4 +1,4 @@
-// What the consoles on a tty have in common.
+// Common base of the consoles on a tty.
 #pragma once
 
 #include <memory>
@@ -11,7 +11,7 @@ namespace kelp {
 class ConsoleAttribute;
 class SFIOChannel;
 
-// A device console on the node that its record names as the route.
+// A device console on the node given by its record's route.
 class SerialProcessor : public Processor {
   public:
     ~SerialProcessor() override;
@@ -21,7 +21,7 @@ class SerialProcessor : public Processor {
     void DisConnect(int& fd) override;
 
   protected:
-    // `name` is that of the console's record.
+    // `name` is the name of the console's record.
     SerialProcessor(ConfigManager* configManager, MessagerManager* messagerManager,
                     const std::string& name);
 

@@ -11,10 +11,9 @@ class SFIOChannel {
     SFIOChannel(const SFIOChannel&) = delete;
     SFIOChannel& operator=(const SFIOChannel&) = delete;
 
-    // Returns the descriptor, which stays the channel's; -1 on failure; 0, not the descriptor, when
-    // the channel is open already (callers have always been given that 0).
-    // With `blocking` unset the node is opened without waiting, without becoming the controlling
-    // terminal, and with synchronous writes.
+    // Returns the descriptor, which the channel owns; -1 on failure; 0, not the descriptor, when
+    // the channel is open already (0 is part of the interface). With `blocking` unset the node is
+    // opened without waiting, not as the controlling terminal, and with synchronous writes.
     int Open(const char* path, bool blocking);
     int Close();  // always 0
 

@@ -19,11 +19,11 @@ void SetOption(int fd, int level, int option, int value) {
     setsockopt(fd, level, option, &value, sizeof(value));
 }
 
-// Accepted sockets inherit these. Answers leave at once, and a station that lost its power frees
-// its slot within about a minute, whether it owes the daemon data or only silence.
+// Accepted sockets inherit these. Answers leave at once, and a station that lost power frees its
+// slot within about a minute, idle or with unacknowledged data.
 void SetStationOptions(int fd) {
     SetOption(fd, IPPROTO_TCP, TCP_NODELAY, 1);
-    SetOption(fd, SOL_SOCKET, SO_OOBINLINE, 1);  // also for what comes before accept
+    SetOption(fd, SOL_SOCKET, SO_OOBINLINE, 1);  // also for bytes that arrive before accept
     SetOption(fd, SOL_SOCKET, SO_KEEPALIVE, 1);
     SetOption(fd, IPPROTO_TCP, TCP_KEEPIDLE, 20);
     SetOption(fd, IPPROTO_TCP, TCP_KEEPINTVL, 10);
@@ -36,7 +36,7 @@ int BindTo(int fd, const std::string& ip, int port) {
     address.sin_family = AF_INET;
     address.sin_port = htons(static_cast<uint16_t>(port & 0xffff));
     address.sin_addr.s_addr = ip.empty() ? htonl(INADDR_ANY) : inet_addr(ip.c_str());
-    // What inet_addr rejects is the broadcast address, and that Linux would bind.
+    // INADDR_NONE means invalid text, but it is also the broadcast address, which Linux would bind.
     if (address.sin_addr.s_addr == INADDR_NONE) {
         errno = EADDRNOTAVAIL;
         return -1;
@@ -53,7 +53,7 @@ int TCPProcessor::Connect() {
     if (mServerFd != -1) {
         return mServerFd;
     }
-    // Looked up afresh: address and port may have been changed since the console last opened.
+    // Read again: address and port may have changed since the console was last opened.
     const CommonConfig* config = mConfigManager->GetConfigByName(GetName());
     if (config == nullptr) {
         KLOG(kLogError) << GetName() << "-->Get config failed";

@@ -5,7 +5,7 @@
 
 namespace kelp {
 
-// Listens on the IPv4 address and port of the record "tcp"; an empty address is any address.
+// Listens on the IPv4 address and port of the record "tcp"; an empty address means any address.
 class TCPProcessor : public ListenProcessor {
   public:
     TCPProcessor(ConfigManager* configManager, MessagerManager* messagerManager);
