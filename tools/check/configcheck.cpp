@@ -29,14 +29,14 @@ const ConfigMember* Find(const std::vector<ConfigMember>& members, const char* k
     return nullptr;
 }
 
-// Told from the kernel's list of terminal drivers: opening a line would raise its signals.
+// Uses the kernel's list of terminal drivers: opening a line would raise its signals.
 bool ExistsWithoutBeingTty(const std::string& path) {
     struct stat status;
     if (stat(path.c_str(), &status) != 0) {
         return false;
     }
     std::ifstream drivers("/proc/tty/drivers");
-    bool known = false;  // that there is such a list
+    bool known = false;  // the list exists
     std::string name, node;
     for (unsigned number; drivers >> name >> node >> number; drivers.ignore(INT_MAX, '\n')) {
         known = true;
@@ -47,7 +47,7 @@ bool ExistsWithoutBeingTty(const std::string& path) {
     return known || !S_ISCHR(status.st_mode);
 }
 
-// By one path, or on this machine by two that lead to one device.
+// The same path, or on this machine two paths to one device.
 bool NameOneTty(const std::string& a, const std::string& b, bool paths) {
     struct stat first, second;
     return a == b ||
@@ -70,7 +70,7 @@ void ConfigCheck::Run() {
             CheckReceiveMode(member);
         } else if (member.key == kKeyModule) {
             mModules.CheckMember(member);
-        } else if (member.key != "$schema") {  // where editors look for the schema
+        } else if (member.key != "$schema") {  // for editors: the location of the schema
             mText.Warn(member.keyOffset, "unknown key " + Quoted(member.key));
         }
     }
@@ -115,8 +115,7 @@ void ConfigCheck::CheckConsole(const ConfigMember& console, const CommonConfig& 
     }
     const ConfigMember* const active = Find(members, kKeyActive);
     if (active == nullptr) {
-        // Only the presence of the console's object makes this a trap: without it the default
-        // stays.
+        // Only when the console's object is present: without the object the default stays.
         mText.Warn(console.keyOffset,
                    Quoted(console.key) + " without " + Quoted(kKeyActive) + " is off");
     } else if (record.active && !record.support) {
@@ -160,8 +159,8 @@ void ConfigCheck::CheckPort(const std::string& what, size_t value, int port) {
     }
 }
 
-// As the TCP console reads it: text without its zero byte and what follows, in all the spellings
-// that inet_addr knows.
+// As the TCP console reads it: the text up to its first zero byte, in any notation that inet_addr
+// accepts.
 void ConfigCheck::CheckAddress(const std::string& what, size_t value, const std::string& route) {
     struct in_addr address = {};
     if (!route.empty()) {
@@ -184,8 +183,8 @@ void ConfigCheck::CheckTty(const std::string& what, size_t value, const std::str
     }
 }
 
-// The daemon writes the record of the local console into the file with the others: what says
-// nothing else than the record is no finding.
+// The daemon also writes the record of the local console into the file: values equal to the record
+// are no finding.
 void ConfigCheck::CheckLocalMember(const ConfigMember& member, const CommonConfig& record) {
     const size_t value = member.valueOffset;
     bool same = false;
@@ -275,7 +274,7 @@ void ConfigCheck::CheckTail(size_t value) {
     } else if (tail.size() % 2 != 0) {
         wrong = "has an odd digit";
     } else if (tail.size() == 2 && mResult.GetReceiveConfig()->mode == kReceiveTail) {
-        // Framing needs a byte behind it, which a station that waits for its answer never sends.
+        // Framing needs a further byte, which a station that waits for its answer never sends.
         wrong = "of one byte is found only when more bytes follow";
     } else {
         return;

@@ -1,4 +1,4 @@
-// What the daemon's tolerant reader passes over in silence, told in the words of the file.
+// Reports what the daemon's tolerant reader ignores, in terms of the file.
 #pragma once
 
 #include <string>
@@ -13,14 +13,14 @@ struct CommonConfig;
 
 namespace kelp::tools {
 
-// Reads only the text and what the daemon's own reader made of it. One thread.
+// Uses only the text and the result of the daemon's own reader. One thread.
 class ConfigCheck {
   public:
-    // `result` has read the same file. Both must outlive this object. `paths` adds what shows only
-    // on the machine that the file is for: peers without a socket, routes that are no tty.
+    // `result` has read the same file. Both must outlive this object. `paths` adds checks that only
+    // work on the target machine: peers without a socket, routes that are no tty.
     ConfigCheck(ConfigText& text, ConfigManager& result, bool paths);
 
-    // Leaves each finding in the text.
+    // Adds each finding to the text.
     void Run();
 
   private:

@@ -29,10 +29,10 @@ std::string Json(const std::vector<std::string>& entries) {
     return "[" + list + "]";
 }
 
-// The members of an object, each a name and a value that is JSON already.
+// The members of an object, each a name and a value in JSON.
 class Members {
   public:
-    explicit Members(const char* indent) : mIndent(indent) {}  // of each line; null: all on one
+    explicit Members(const char* indent) : mIndent(indent) {}  // of each line; null: one line
 
     void Add(const std::string& name, const std::string& value) {
         mText += (mText.empty()        ? ""
@@ -40,7 +40,7 @@ class Members {
                                        : ", ") +
                  std::string(mIndent != nullptr ? mIndent : "") + Json(name) + ": " + value;
     }
-    // The object, with `indent` in front of its end.
+    // The object, with `indent` before its closing brace.
     std::string Object(const std::string& indent = "") const {
         return mIndent != nullptr ? "{\n" + mText + "\n" + indent + "}" : "{ " + mText + " }";
     }

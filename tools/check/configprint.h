@@ -9,11 +9,11 @@ struct ReceiveConfig;
 
 namespace kelp::tools {
 
-// The configuration as a file that gives this configuration again, with every key written out and
-// "active" as it was found. "mode" is left out when none is set.
+// The configuration as a file that yields the same configuration, with every key written out and
+// "active" as read. "mode" is left out when none is set.
 std::string PrintConfig(ConfigManager& config);
 
-// The terminator as "tail" spells it.
+// The terminator in the notation of "tail".
 std::string TailDigits(const ReceiveConfig& receive);
 
 }  // namespace kelp::tools

@@ -1,4 +1,4 @@
-// The text of a configuration file, with what is to be said about it.
+// The text of a configuration file and the findings in it.
 #pragma once
 
 #include <cstddef>
@@ -19,7 +19,7 @@ struct ConfigMember {
 
 enum class ConfigType { kFlag, kText, kObject, kArray };
 
-// Sees values as the daemon's reader does, but knows where they stand. Made for a text that
+// Reads values as the daemon's reader does, but knows their positions. For a text that
 // neb::CJsonObject accepts. One thread.
 class ConfigText {
   public:
@@ -28,14 +28,14 @@ class ConfigText {
     ConfigText& operator=(const ConfigText&) = delete;
 
     size_t Root() const { return mLocator.Root(); }
-    // The object's members in the order in which they are read: of several with one name the last
-    // value, at the place of the first, and a warning for each further one. None, with a warning
-    // that calls the value `what`, for what is no object. Once for each object.
+    // The object's members in reading order. Of duplicates the last value counts, at the position
+    // of the first, with a warning for each further one. Any other type gives none, and a warning
+    // that calls the value `what`. Call once for each object.
     std::vector<ConfigMember> Members(size_t object, const std::string& what);
     std::vector<size_t> Elements(size_t array) const { return mLocator.Elements(array); }
 
     std::optional<std::string> String(size_t value) const;
-    std::optional<int> Number(size_t value) const;  // a whole one of 32 bits
+    std::optional<int> Number(size_t value) const;  // an integer of 32 bits
     bool Is(size_t value, ConfigType type) const;
     bool IsTrue(size_t value) const { return mLocator.First(value) == 't'; }
     // The same with a warning that calls the value `what`.
@@ -43,10 +43,10 @@ class ConfigText {
     std::optional<int> ExpectNumber(size_t value, const std::string& what);
 
     void Warn(size_t offset, std::string message);
-    void Note(size_t offset, std::string message);  // of what may well be meant
+    void Note(size_t offset, std::string message);  // for what may be intended
     bool HasWarnings() const;
-    // "file:line:column: warning: message" of each, or "note", in the order of the text, as lines.
-    // Linear in the text and the findings, but for their sorting.
+    // One line for each, "file:line:column: warning: message" (or "note"), in the order of the
+    // text. Linear in the text and the findings, except for sorting.
     std::string Findings(const std::string& file) const;
 
   private:

@@ -1,4 +1,4 @@
-// Tells what the daemon makes of a configuration file: see kHelp.
+// Reports how the daemon reads a configuration file: see kHelp.
 
 #include <errno.h>
 
@@ -38,7 +38,7 @@ constexpr char kHelp[] =
     "  2   a file that the daemon refuses: it takes its defaults\n"
     "  64  a usage error; 74 a failure to print\n";
 
-constexpr int kNoPaths = 256;  // no letter's
+constexpr int kNoPaths = 256;  // without a letter
 constexpr struct argp_option kOptions[] = {
     {"no-paths", kNoPaths, nullptr, 0,
      "do not look for peers' sockets and ttys: the file is for another machine", 0},
@@ -102,7 +102,7 @@ int Check(const std::string& file, bool paths, bool title) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    // The records of the daemon's own reader would only repeat what is told here, less exactly.
+    // The log records of the daemon's own reader would only repeat these findings, less exactly.
     kelp::SetLogFilter("*:S");
     kelp::SystemProperty::SetFile(getenv("KELP_PROPERTIES"));
     CheckOptions options;

@@ -19,10 +19,10 @@ namespace kelp::tools {
 
 namespace {
 
-// How long an answer is read on at most, in milliseconds.
+// Maximum time for further reading of an answer, in milliseconds.
 constexpr int kMaxQuietMs = 30000;
 
-// The modules that come first with an entry, by their place in the order.
+// The first module with each entry, by its index in the order.
 class Owners {
   public:
     static constexpr size_t kNobody = SIZE_MAX;
@@ -35,7 +35,7 @@ class Owners {
         const auto found = mModules.find(text);
         return found != mModules.end() ? found->second : kNobody;
     }
-    // Of an entry that `text` begins with.
+    // The first module with an entry that `text` begins with.
     size_t OfPrefix(const std::string& text) const {
         size_t first = kNobody;
         for (const size_t length : mLengths) {
@@ -57,8 +57,8 @@ bool IsSocketName(const std::string& path) {
     return MakeLocalAddress(path, LocalNamespace::kFilesystem, address);
 }
 
-// A socket file, or an abstract name that somebody listens on, as the daemon would try them. Only
-// looks: a peer would notice a connection.
+// A socket file, or an abstract name with a listener, in the order in which the daemon tries them.
+// Does not connect, because a peer would notice.
 bool SocketIsThere(const std::string& path) {
     struct stat status;
     if (stat(path.c_str(), &status) == 0 && S_ISSOCK(status.st_mode)) {
@@ -118,7 +118,7 @@ void ModuleCheck::CheckSupportModules(const ConfigMember& names) {
         const std::string name = *mText.String(element);
         Module* const module = Find(name);
         if (module == nullptr) {
-            continue;  // the file has changed since the daemon's reader saw it
+            continue;  // the file has changed since the daemon's reader read it
         }
         if (module->nameOffset != 0) {
             mText.Warn(element, Quoted(name) + " is named twice");
@@ -238,7 +238,7 @@ void ModuleCheck::CheckMatches(std::vector<Entry>& list, bool mayBeEmpty) {
     }
 }
 
-// A module gets only what no module before it accepts, whichever fits better.
+// A module gets only what no earlier module accepts, even if it fits better.
 void ModuleCheck::CheckHidden() {
     Owners prefixes;
     Owners commands;

@@ -1,4 +1,4 @@
-// The part of a configuration check that is about modules.
+// The module part of a configuration check.
 #pragma once
 
 #include <string>
@@ -16,24 +16,24 @@ namespace kelp::tools {
 
 class ModuleCheck {
   public:
-    // As ConfigCheck; knows only the built-in modules before CheckMember.
+    // As ConfigCheck; before CheckMember it knows only the built-in modules.
     ModuleCheck(ConfigText& text, ConfigManager& result);
 
     // The member "module" of the configuration.
     void CheckMember(const ConfigMember& member);
-    // What shows only when everything has been read: once, at the end. `root` is the place of what
-    // the file does not mention.
+    // Checks across members: call once, at the end. `root` is the position for what the file does
+    // not mention.
     void CheckTogether(size_t root, bool paths);
 
   private:
     struct Entry {
         std::string text;
         size_t offset;
-        bool matches;  // some request
+        bool matches;  // at least one request
     };
     struct Module {
         const ModuleInfo* info = nullptr;
-        bool exists = false;    // when the reader is where the check is
+        bool exists = false;    // known to the reader at this point of the file
         size_t nameOffset = 0;  // in "support-modules"; 0: not named there
         size_t pathOffset = 0;  // in "interaction"; 0: not set there
         std::vector<Entry> whiteList;
@@ -52,7 +52,7 @@ class ModuleCheck {
 
     ConfigText& mText;
     ConfigManager& mResult;
-    std::vector<Module> mModules;  // in the order in which requests are offered to them
+    std::vector<Module> mModules;                     // in the order in which modules are asked
     std::unordered_map<std::string, size_t> mPlaces;  // in mModules, by name
 };
 

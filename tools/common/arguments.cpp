@@ -24,7 +24,7 @@ void PrintVersion(FILE* stream, struct argp_state* state) {
 }  // namespace
 
 void ReadArguments(int argc, char** argv, struct argp program, void* input) {
-    // argp itself takes only -? beside --help.
+    // argp itself accepts only -? besides --help.
     static constexpr struct argp_option kOptions[] = {
         {nullptr, 'h', nullptr, 0, "the same as --help", -1},
         {nullptr, 0, nullptr, 0, nullptr, 0},

@@ -69,7 +69,7 @@ std::vector<size_t> JsonLocator::Elements(size_t array) const {
     size_t i = SkipBlanks(array + 1);
     while (i < mText.size() && mText[i] != ']') {
         elements.push_back(i);
-        // Behind the comma, or behind the array when there is none.
+        // After the comma, or after the array if there is none.
         i = SkipBlanks(End(i));
         if (First(i) != ',') {
             break;

@@ -1,4 +1,4 @@
-// Where in a JSON text its members and elements stand, for messages that name line and column.
+// Positions of members and elements in a JSON text, for messages with line and column.
 #pragma once
 
 #include <cstddef>
@@ -10,21 +10,21 @@
 namespace kelp::tools {
 
 struct JsonMember {
-    std::string_view key;  // as it is spelled between its quotes
+    std::string_view key;  // as spelled between its quotes
     size_t keyOffset;
     size_t valueOffset;
 };
 
-// Pure, without recursion. Made for a text that neb::CJsonObject has parsed, and free of byte-order
-// marks; any other text gives nonsense, but never a read outside of it. `text` must outlive it.
+// Not recursive. For a text that neb::CJsonObject has parsed and that has no byte-order mark; any
+// other text gives wrong results, but no read outside it. `text` must outlive the object.
 class JsonLocator {
   public:
     explicit JsonLocator(std::string_view text) : mText(text) {}
 
     // Offsets name the first byte of a value. Each call takes time linear in the value's length.
     size_t Root() const { return SkipBlanks(0); }
-    std::vector<JsonMember> Members(size_t object) const;  // empty for what is no object
-    std::vector<size_t> Elements(size_t array) const;      // empty for what is no array
+    std::vector<JsonMember> Members(size_t object) const;  // empty for any other type
+    std::vector<size_t> Elements(size_t array) const;      // empty for any other type
     std::string_view Value(size_t value) const { return mText.substr(value, End(value) - value); }
     // The value's first byte, which tells its type: { [ " t f n, else a number.
     char First(size_t value) const { return value < mText.size() ? mText[value] : '\0'; }

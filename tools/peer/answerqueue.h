@@ -1,4 +1,4 @@
-// What one connection has still to send, and when.
+// Pending output of one connection, with its times.
 #pragma once
 
 #include <cstddef>
@@ -11,22 +11,22 @@
 
 namespace kelp::tools {
 
-// Pure: told the time, in milliseconds of MonotonicMs. Answers leave in the order of their
-// requests; what is unsolicited leaves before answers that have not begun, and never inside one.
+// The caller passes the time, in milliseconds of MonotonicMs. Answers leave in the order of their
+// requests; unsolicited output leaves before answers that have not begun, never inside one.
 class AnswerQueue {
   public:
     void AddAnswer(Output output);
     void AddUnsolicited(Output output);
 
-    // The next bytes to be written in one piece; empty while nothing is due. Valid until the next
-    // call that changes the queue.
+    // The next bytes to write in one piece; empty while nothing is due. Valid until the next call
+    // that changes the queue.
     std::string_view Due(int64_t nowMs);
     // `count` bytes of Due() have been written.
     void Sent(size_t count, int64_t nowMs);
 
-    // The time of the next bytes, or of the next close; -1 when there will be none.
+    // The time of the next bytes or the next close; -1: none.
     int64_t NextDueMs() const;
-    // An output that closes is out (known once Due has been asked): nothing more may be sent.
+    // True when an output that closes has been sent (known after a call of Due): send nothing more.
     bool Ended() const { return mEnded; }
     bool Empty() const { return !mCurrent && mAnswers.empty() && mUnsolicited.empty(); }
     uint64_t WaitingBytes() const { return mWaitingBytes; }

@@ -21,7 +21,7 @@ void HandleStop(int) {
     sStop = 1;
 }
 
-// Blocked but for the server's wait, so that a signal is never lost between test and wait.
+// Blocked except during the server's wait, so that no signal is lost between test and wait.
 sigset_t CatchStopSignals() {
     signal(SIGPIPE, SIG_IGN);
     sigset_t stopping;

@@ -11,7 +11,7 @@ namespace kelp::tools {
 
 namespace {
 
-// A short pattern is laid out often enough that a flood is not sent byte by byte.
+// A short pattern is repeated up to this size, so that a flood is not sent byte by byte.
 constexpr size_t kRunBytes = 65536;
 
 void AppendInt(std::string& record, int32_t value) {

@@ -1,4 +1,4 @@
-// Which answer a request gets, and the bytes of it.
+// Selects the answer to a request and builds its bytes.
 #pragma once
 
 #include <cstddef>
@@ -10,11 +10,11 @@
 
 namespace kelp::tools {
 
-// Bytes to be sent: `pattern` over and over until `total` are out.
+// Bytes to send: `pattern` repeated until `total` bytes are sent.
 struct Output {
     std::string pattern;  // not empty unless total is 0
     uint64_t total = 0;
-    size_t pieceBytes = 0;  // 0: no pieces
+    size_t pieceBytes = 0;  // 0: in one piece
     int pauseMs = 0;
     bool close = false;
     int64_t dueMs = 0;  // of MonotonicMs
@@ -23,13 +23,13 @@ struct Output {
 // The first answer that matches, or null.
 const Answer* FindAnswer(const Role& role, std::string_view request);
 
-// What a request that nothing matches gets.
+// The answer to a request that nothing matches.
 Answer AnswerToUnknown(RoleKind kind);
 
-// What `answer` says to `request`, which is without its end; due at `nowMs` plus its delay.
+// The output of `answer` to `request` (without its end); due at `nowMs` plus its delay.
 Output Compose(const Role& role, const Answer& answer, std::string_view request, int64_t nowMs);
 
-// What `answer` says by itself; due at once.
+// The unsolicited output of `answer`; due at once.
 Output ComposeUnsolicited(const Answer& answer, int64_t nowMs);
 
 // The binary answer of a board-test daemon. Integers are 32 bits wide, signed, in the host's byte

@@ -16,12 +16,12 @@ namespace kelp::tools {
 namespace {
 
 constexpr size_t kReadBytes = 65536;
-// Without an end, a request that fills the buffer goes on with what arrived behind it.
+// Without an end, reads that fill the buffer are joined into one request up to this size.
 constexpr size_t kMaxTogetherBytes = 1024 * 1024;
 constexpr size_t kMaxRequestBytes = 64 * 1024 * 1024;
 constexpr uint64_t kMaxWaitingBytes = 1024 * 1024;
 constexpr size_t kMaxWaitingOutputs = 4096;
-// Of one turn, so that nobody's flood keeps the others waiting.
+// For one turn, so that a flood does not delay the other connections.
 constexpr int kMaxWrites = 64;
 
 }  // namespace
@@ -131,13 +131,13 @@ void PeerConnection::SayUnsolicited(int64_t nowMs) {
         if (timer.dueMs < 0 || timer.dueMs > nowMs) {
             continue;
         }
-        // What a client that does not read misses counts as said.
+        // Messages skipped for a client that does not read count as sent.
         if (mQueue.WaitingBytes() <= kMaxWaitingBytes) {
             Output output = ComposeUnsolicited(*timer.answer, nowMs);
             mLog.Answer(mName, output.pattern, output.total);
             mQueue.AddUnsolicited(std::move(output));
         }
-        // A beat that was missed is not made up for.
+        // Missed repetitions are not sent later.
         timer.dueMs =
             timer.left == 1 ? -1 : std::max(timer.dueMs + timer.answer->everyMs, nowMs + 1);
         timer.left -= timer.left > 0 ? 1 : 0;

@@ -13,8 +13,8 @@
 
 namespace kelp::tools {
 
-// Never blocks. A client that does not read stops being read, and misses unsolicited lines, once
-// much waits for it. Times are milliseconds of MonotonicMs. One thread.
+// Never blocks. While too much output waits for a client that does not read, its requests are not
+// read and unsolicited messages are skipped. Times are milliseconds of MonotonicMs. One thread.
 class PeerConnection {
   public:
     // `role` and `log` must outlive it. `fd` is a stream socket.
@@ -24,11 +24,11 @@ class PeerConnection {
     PeerConnection& operator=(const PeerConnection&) = delete;
 
     int Fd() const { return mFd.Get(); }
-    // The poll(2) events that it waits for, besides hang-up and errors.
+    // The poll(2) events to wait for, besides hang-up and errors.
     short Events() const;
-    // When Serve is to be called without any event; -1: never.
+    // When to call Serve without an event; -1: never.
     int64_t NextDueMs() const;
-    // Does all that can be done. False when the connection is over and to be destroyed.
+    // Does all work that is due. False when the connection has ended and must be destroyed.
     bool Serve(short revents, int64_t nowMs);
 
   private:
@@ -52,7 +52,7 @@ class PeerConnection {
     AnswerQueue mQueue;
     std::vector<Timer> mTimers;
     bool mInputEnded = false;
-    bool mBlocked = false;  // the last write would have waited
+    bool mBlocked = false;  // the last write would have blocked
 };
 
 }  // namespace kelp::tools

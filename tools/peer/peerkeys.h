@@ -1,5 +1,5 @@
-// The words in which a peer is described. A script uses them as member names, the command line as
-// options, so both always know the same ones.
+// The keys that describe a peer. Scripts use them as member names, the command line as options, so
+// both always have the same keys.
 #pragma once
 
 #include <string>
@@ -17,7 +17,7 @@ enum class KeyType {
     kFlag,
 };
 
-// The converted value; the member of the key's type counts.
+// The converted value, in the member that fits the key's type.
 struct KeyValue {
     std::string text;  // kText, and the bytes of kHex
     int number = 0;
@@ -46,7 +46,7 @@ enum AnswerUse : unsigned {
 struct AnswerKey {
     KeyInfo info;
     unsigned use;          // of AnswerUse
-    const char* excludes;  // a key that must not stand beside this one; may be null
+    const char* excludes;  // a key that must not be used together with this one; may be null
     void (*set)(Answer&, const KeyValue&);
 };
 
@@ -60,11 +60,11 @@ const AnswerKey* FindAnswerKey(std::string_view name, AnswerUse use);
 bool FindRoleKind(std::string_view name, RoleKind& kind);
 const char* RoleKindName(RoleKind kind);
 
-// With the settings that this kind begins with.
+// With the default settings of this kind.
 Role MakeRole(RoleKind kind);
 Answer MakeAnswer(RoleKind kind);
 
-// Empty, or what is wrong with the whole.
+// Empty, or the error in the complete description.
 std::string CheckAnswer(const Answer& answer, AnswerUse use, RoleKind kind);
 std::string CheckRole(const Role& role);
 

@@ -1,4 +1,4 @@
-// What kelp-peer tells of its traffic.
+// The traffic log of kelp-peer.
 #pragma once
 
 #include <cstdint>
@@ -7,7 +7,7 @@
 
 namespace kelp::tools {
 
-// One line for each event on standard error. One thread.
+// One line per event on standard error. One thread.
 class PeerLog {
   public:
     explicit PeerLog(bool enabled) : mEnabled(enabled) {}
@@ -15,7 +15,7 @@ class PeerLog {
     bool Enabled() const { return mEnabled; }
     // "WHO TEXT"; nothing when the log is off.
     void Line(const std::string& who, const std::string& text) const;
-    // "WHO < BYTES" and "WHO > BYTES", escaped and cut. `total` is told when it is more.
+    // "WHO < BYTES" and "WHO > BYTES", escaped and cut. Adds `total` when it is more.
     void Request(const std::string& who, std::string_view bytes) const;
     void Answer(const std::string& who, std::string_view bytes, uint64_t total) const;
 

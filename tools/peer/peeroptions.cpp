@@ -51,7 +51,7 @@ constexpr KindOption kKinds[] = {
     {RoleKind::kPcba, "answer with binary records: result, request, response"},
 };
 
-// Options other than those made from the tables of keys; theirs count from kFirstKey.
+// Options beside those from the key tables, which start at kFirstKey.
 enum OptionCode { kLog = 256, kUnsolicited, kNoEcho, kFirstKind, kFirstKey = 300 };
 
 // The sections of the help.
@@ -115,7 +115,7 @@ class Parser {
 
     PeerOptions& mOptions;
     struct argp_state* mState = nullptr;
-    bool mBySelf = false;  // the last thing begun is unsolicited
+    bool mBySelf = false;  // the last answer begun is unsolicited
 };
 
 error_t Parser::Take(int key, char* value, struct argp_state* state) {
@@ -226,7 +226,7 @@ void Parser::Check() {
 }
 
 void Parser::CheckRole(Role& role) {
-    // What answers everything must not stand in the way of those that answer something.
+    // Move the answer to every request after the specific ones.
     std::vector<Answer>& answers = role.answers;
     if (answers.size() > 1 && answers[0].isPrefix && answers[0].match.empty()) {
         std::rotate(answers.begin(), answers.begin() + 1, answers.end());

@@ -9,11 +9,11 @@ namespace kelp::tools {
 
 struct PeerOptions {
     bool log = false;
-    std::string file;  // of the script; empty: it was given by options
+    std::string file;  // of the script; empty: the options describe it
     Script script;
 };
 
-// Ends the process when there is nothing to do: see ReadArguments. Does not read the file.
+// Ends the process on --help, --version and errors: see ReadArguments. Does not read the file.
 PeerOptions ReadPeerOptions(int argc, char** argv);
 
 }  // namespace kelp::tools

@@ -1,4 +1,4 @@
-// What a bench peer is to play: plain data, filled from a script file or from options.
+// The description of a bench peer, filled from a script file or from options.
 #pragma once
 
 #include <optional>
@@ -9,29 +9,29 @@ namespace kelp::tools {
 
 enum class RoleKind { kWcn, kModem, kPcba };
 
-// One thing that a peer says: to a request, or by itself at a time.
+// One output of a peer: the answer to a request, or an unsolicited message.
 struct Answer {
-    std::string match;     // the request this answers; with isPrefix its beginning
-    bool isPrefix = true;  // an empty prefix answers everything
+    std::string match;     // the request; with isPrefix its beginning
+    bool isPrefix = true;  // an empty prefix matches every request
 
     std::string text;
-    bool isRaw = false;  // `text` is all that is sent: nothing echoed, no record around it
-    bool echo = false;   // the request stands in front of the text, or in the record
+    bool isRaw = false;  // only `text` is sent: no echo, no record around it
+    bool echo = false;   // the request precedes the text, or is in the record
     bool silent = false;
-    bool close = false;   // the connection, once the answer is out
+    bool close = false;   // the connection, after the answer
     int delayMs = 0;      // after the request
-    int repeat = 1;       // times the whole answer is sent
+    int repeat = 1;       // how often the whole answer is sent
     int totalBytes = -1;  // not negative: the answer is cut or repeated to this length
     int pieceBytes = 0;   // not 0: written in pieces of this length ...
     int pauseMs = 0;      // ... with this pause between them
 
-    // In the record of a pcba peer. The lengths, when given, stand in place of the true ones.
+    // In the record of a pcba peer. Lengths, when given, replace the true ones.
     int result = 0;
     std::optional<std::string> echoText;
     std::optional<int> requestLength;
     std::optional<int> responseLength;
 
-    // When it is said by itself, counted from the making of each connection.
+    // Times of an unsolicited message, counted from the start of each connection.
     int afterMs = -1;  // the first time; -1: after everyMs
     int everyMs = 0;   // 0: once
     int times = 0;     // 0: without end
@@ -42,9 +42,9 @@ struct Role {
     std::string name;             // in the log
     std::string socket;           // a path, or '@' and an abstract name
     std::string requestEnd;       // empty: a request is what arrives together ...
-    std::string requestStart;     // ... cut, when this is not empty, wherever this begins again
+    std::string requestStart;     // ... cut, unless this is empty, wherever this occurs again
     bool deaf = false;            // never reads
-    std::vector<Answer> answers;  // the first that matches counts
+    std::vector<Answer> answers;  // the first match is used
     std::vector<Answer> unsolicited;
 };
 

@@ -13,7 +13,7 @@ namespace kelp::tools {
 
 namespace {
 
-constexpr int kMaxAccepts = 64;     // of one turn and socket
+constexpr int kMaxAccepts = 64;     // per turn and socket
 constexpr int kAcceptRestMs = 100;  // after descriptors or memory ran out
 constexpr int kFailedWaitMs = 10;
 
@@ -57,7 +57,7 @@ int64_t PeerServer::NextDueMs() const {
     return next;
 }
 
-// False when there is nothing to serve: a signal or a failure ended the wait.
+// False when a signal or an error ended the wait.
 bool PeerServer::Wait(const sigset_t& duringWait) {
     const short acceptEvents = mNowMs < mAcceptFromMs ? 0 : POLLIN;
     mPolled.clear();
@@ -73,7 +73,7 @@ bool PeerServer::Wait(const sigset_t& duringWait) {
     const bool ok =
         ppoll(mPolled.data(), mPolled.size(), next < 0 ? nullptr : &timeout, &duringWait) >= 0;
     if (!ok && errno != EINTR) {
-        // Out of memory, say. Rest, so that it does not become a spin.
+        // Out of memory, for example: pause, so that the loop does not spin.
         timeout = {0, kFailedWaitMs * 1000000};
         ppoll(nullptr, 0, &timeout, &duringWait);
     }

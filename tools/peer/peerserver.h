@@ -16,16 +16,16 @@
 
 namespace kelp::tools {
 
-// One thread, which waits in one place. `script` and `log` must outlive it.
+// One thread, with one place that waits. `script` and `log` must outlive it.
 class PeerServer {
   public:
     PeerServer(const Script& script, const PeerLog& log) : mScript(script), mLog(log) {}
 
-    // Opens every socket. False with a message when one fails; those before it are removed.
+    // Opens every socket. False with a message when one fails; sockets opened before are removed.
     bool Open(std::string& error);
 
-    // Serves until `stop` is set. A signal handler may set it, for a signal that is blocked outside
-    // of this call and let through by `duringWait`: so none is missed.
+    // Serves until `stop` is set. A signal handler may set it; to miss none, block the signal
+    // outside this call and let `duringWait` unblock it.
     void Run(const volatile sig_atomic_t& stop, const sigset_t& duringWait);
 
   private:
@@ -36,11 +36,11 @@ class PeerServer {
 
     const Script& mScript;
     const PeerLog& mLog;
-    std::vector<PeerSocket> mSockets;  // one for each role
+    std::vector<PeerSocket> mSockets;  // one per role
     std::vector<std::unique_ptr<PeerConnection>> mConnections;
     std::vector<struct pollfd> mPolled;  // the sockets, then the connections
     int64_t mNowMs = 0;
-    int64_t mAcceptFromMs = 0;  // accepting rests until then
+    int64_t mAcceptFromMs = 0;  // no accept before this time
     unsigned mAccepted = 0;
 };
 

@@ -18,7 +18,7 @@ bool IsAbstract(const std::string& name) {
     return !name.empty() && name[0] == '@';
 }
 
-// True when the name was freed of a socket that nobody serves.
+// True when the name is free: unused, or its stale socket was removed.
 bool RemoveStale(const std::string& path, const LocalAddress& address, std::string& error) {
     struct stat status;
     if (lstat(path.c_str(), &status) != 0) {

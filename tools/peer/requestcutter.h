@@ -1,4 +1,4 @@
-// Cuts what a peer receives into requests.
+// Cuts the bytes that a peer receives into requests.
 #pragma once
 
 #include <cstddef>
@@ -7,8 +7,8 @@
 
 namespace kelp::tools {
 
-// Pure. With an end, a request is what stands before each one; without, it is all that has been
-// appended, cut wherever `start` begins again. Linear in the bytes for each end or start.
+// With an end, a request is the text before each end. Without, it is everything appended so far,
+// cut wherever `start` occurs again. Linear in the bytes for each end or start.
 class RequestCutter {
   public:
     RequestCutter(std::string end, std::string start);
@@ -22,7 +22,7 @@ class RequestCutter {
     const std::string mEnd;
     const std::string mStart;
     std::string mBuffer;
-    size_t mHead = 0;      // bytes handed out and not yet removed
+    size_t mHead = 0;      // bytes returned and not yet removed
     size_t mSearched = 0;  // no end begins below
 };
 

@@ -53,7 +53,7 @@ bool ScriptReader::ReadRole(size_t object, Script& script) {
     if (!OpenObject(object, json, members)) {
         return false;
     }
-    // The kind decides what the other members mean, wherever it stands.
+    // The kind decides what the other members mean, wherever it is in the object.
     std::string kindName;
     RoleKind kind = RoleKind::kWcn;
     if (!json.Get("role", kindName) || !FindRoleKind(kindName, kind)) {

@@ -16,11 +16,11 @@ namespace kelp::tools {
 
 class ScriptReader {
   public:
-    // `file` is only named in messages.
+    // `file` is used in messages only.
     ScriptReader(std::string file, std::string text);
 
-    // False when anything at all is wrong, an unknown word included: a script that is not played
-    // as it was meant would make a test lie.
+    // False on any error, including an unknown word: a script that is not played as intended would
+    // give false test results.
     bool Read(Script& script);
     // "file:line:column: message" after a failed Read.
     const std::string& Error() const { return mError; }
@@ -37,7 +37,7 @@ class ScriptReader {
                    KeyValue& value);
     bool ReadNumber(const neb::CJsonObject& json, const JsonMember& member, const KeyInfo& info,
                     int& number);
-    // The object's members, each once, and a handle to read them with.
+    // The object's members, each once, and a handle to read them.
     bool OpenObject(size_t object, neb::CJsonObject& json, std::vector<JsonMember>& members);
     bool Expect(size_t value, char first, const char* what);
     bool Fail(size_t offset, const std::string& message);

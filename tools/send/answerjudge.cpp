@@ -13,7 +13,7 @@ namespace kelp::tools {
 namespace {
 
 constexpr char kLineEnds[] = "\r\n";
-constexpr size_t kMaxTailBytes = 1024;  // within which the last lines are looked for
+constexpr size_t kMaxTailBytes = 1024;  // the last lines are searched within this
 
 bool EndsWith(std::string_view text, std::string_view end) {
     return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
@@ -31,7 +31,7 @@ bool IsBlank(std::string_view text) {
     return text.find_first_not_of(kLineEnds) == text.npos;
 }
 
-// The peers' echoes need not keep to the case in which a command was typed.
+// Peers may echo a command in another case.
 bool SameText(std::string_view a, std::string_view b) {
     return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
 }
@@ -57,7 +57,7 @@ std::string_view WithoutBlanks(std::string_view text) {
     return text.substr(0, text.find_last_not_of(" \t") + 1);
 }
 
-// How long the "+NAME" is with which a text begins; 0 when there is none.
+// Length of the "+NAME" at the start of a text; 0 if there is none.
 size_t NameLength(std::string_view text) {
     if (text.size() < 2 || !Contains("+^$#%*", text.substr(0, 1)) || !IsAlnum(text[1]) ||
         isdigit(static_cast<unsigned char>(text[1])) != 0) {
@@ -116,8 +116,8 @@ AnswerJudge::Parts AnswerJudge::Split() const {
         IsResultLine(last) ? static_cast<size_t>(last.data() - answer.data()) : answer.size();
     Parts parts;
     size_t echoEnd = isEchoed ? common : 0;
-    size_t end = echoEnd;  // of what is in the parts already
-    bool isText = false;   // a line that is neither echo nor report has come
+    size_t end = echoEnd;  // of the bytes already in the parts
+    bool isText = false;   // a line that is neither echo nor report was found
     for (size_t at = echoEnd; (at = answer.find_first_not_of(kLineEnds, at)) != answer.npos;) {
         const size_t lineEnd = std::min(answer.find_first_of(kLineEnds, at), answer.size());
         const std::string_view line = answer.substr(at, lineEnd - at);
@@ -125,7 +125,7 @@ AnswerJudge::Parts AnswerJudge::Split() const {
             echoEnd = lineEnd;
             parts.proper.clear();
         } else if (IsReport(line) && (at > resultAt || IsAsked({}))) {
-            // It goes with the CR LF in front of it; the one behind it stays for the next line.
+            // Dropped with the CR LF before it; the one after it stays for the next line.
         } else {
             isText = true;
             parts.proper += answer.substr(end, lineEnd - end);
@@ -171,7 +171,7 @@ bool AnswerJudge::MayEndInSilence() const {
 
 bool AnswerJudge::IsError(std::string_view answer) const {
     const std::string_view line = ResultLine(answer);
-    // Where a peer failed, the daemon's own text is the answer, or the end of a piece of one.
+    // When a peer fails, the daemon's error text is the answer, or follows a part of one.
     bool told = Contains(answer, "Unsupport command");
     for (const ErrorText& row : kErrorTexts) {
         told = told || EndsWith(line, row.text);

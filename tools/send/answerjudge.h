@@ -1,4 +1,4 @@
-// When an answer is complete, and what it says.
+// Decides when an answer is complete, and its result.
 #pragma once
 
 #include <cstddef>
@@ -15,37 +15,35 @@ enum class Verdict {
     kUnexpected,  // not what was expected
 };
 
-// What makes an answer pass. Without texts it is an answer that ends in OK.
+// The condition for an answer to pass. Without texts: it ends in OK.
 struct Expectation {
-    std::vector<std::string> texts;  // all of them, in the answer proper
+    std::vector<std::string> texts;  // all must be in the answer proper
     bool error = false;              // with texts: the command must be refused, else it must not be
     bool inSilence = false;          // with texts: an answer without a result line may pass
 };
 
-// Collects one answer, however it arrives. The answer proper, which alone is judged, begins behind
-// the command's echo: the command in front of everything, or on a line of its own, behind a prompt
-// without letters and digits or none, that follows only empty lines and reports. A report is an
-// unsolicited message: a line "+NAME:..." (or with one of ^ $ # % * in place of the '+') whose name
-// is none of those in the command. It is no part of the answer proper, wherever it stands; but
-// where the command has no name, as ATI, only those behind the result can be told from what it
-// asked for.
+// Collects one answer, in any number of pieces. Only the answer proper is judged; it begins after
+// the command's echo: the command at the very front, or on a line of its own after nothing but
+// empty lines and reports; a prompt without letters and digits may precede it on that line. A
+// report is an unsolicited message: a line "+NAME:..." (or with one of ^ $ # % * in place of the
+// '+') whose name does not occur in the command. Reports are never part of the answer proper. If
+// the command has no name, such as ATI, only reports after the result can be told from the answer.
 class AnswerJudge {
   public:
     AnswerJudge(std::string command, Expectation expectation);
 
     void Append(std::string_view bytes) { mAnswer += bytes; }
-    const std::string& Answer() const { return mAnswer; }  // all that came
+    const std::string& Answer() const { return mAnswer; }  // all received bytes
 
-    // Nothing came but echo and empty lines.
+    // Only echo and empty lines were received.
     bool IsEmpty() const;
     // It ends in a result line between CR LFs: OK, ERROR, +CME ERROR... or +CMS ERROR...; reports
-    // may follow. Looks at no more than the last KiB.
+    // may follow. Checks only the last KiB.
     bool IsFinal() const;
-    // Silence means that it is complete: there is more than an echo and, where something is
-    // expected, it is an error, or it passes and may do so without a result line. Linear in the
-    // answer, as Judge.
+    // Silence completes the answer: there is more than an echo and, with an expectation, it is an
+    // error, or it passes and needs no result line. Linear in the answer, like Judge.
     bool MayEndInSilence() const;
-    // Of an answer that is complete.
+    // For a complete answer.
     Verdict Judge() const;
 
   private:
@@ -56,11 +54,11 @@ class AnswerJudge {
 
     Parts Split() const;
     bool IsReport(std::string_view line) const;
-    // The command has this name in it, or for an empty one any name.
+    // The command contains this name; for an empty one, any name.
     bool IsAsked(std::string_view name) const;
-    // A line that is not whole may be the first part of an echo.
+    // An incomplete line may be the beginning of an echo.
     bool IsEcho(std::string_view line, bool isWhole) const;
-    // The last line of a text that is no report; empty when there is none.
+    // The last line of a text that is no report; empty if none.
     std::string_view ResultLine(std::string_view text) const;
     bool IsError(std::string_view answer) const;
 

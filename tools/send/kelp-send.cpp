@@ -59,7 +59,7 @@ std::string Hex(std::string_view bytes) {
     return hex;
 }
 
-// What an object keeps of a text when it is written: not all of it when it is no UTF-8.
+// True when a JSON object keeps the whole text; text that is not UTF-8 is cut when written.
 bool IsUtf8(const std::string& text) {
     neb::CJsonObject written;
     neb::CJsonObject read;
@@ -77,7 +77,7 @@ class Program {
 
   private:
     bool SendLines();
-    // False when the series is over.
+    // False when the series must stop.
     bool Send(const std::string& command);
     void Print(std::string_view bytes) {
         mPrinted = fwrite(bytes.data(), 1, bytes.size(), stdout) == bytes.size() &&
@@ -90,7 +90,7 @@ class Program {
     const kelp::tools::SendOptions& mOptions;
     kelp::tools::Station mStation;
     const bool mForEyes = isatty(STDOUT_FILENO) == 1;  // standard output is a terminal
-    int mExitStatus = -1;                              // the worst; nothing was sent yet
+    int mExitStatus = -1;                              // the worst; -1: nothing sent yet
     bool mPrinted = true;
 };
 
@@ -119,7 +119,7 @@ bool Program::SendLines() {
     size_t capacity = 0;
     ssize_t length;
     bool more = true;
-    // Line by line, so that standard input may be a conversation.
+    // Line by line, so that standard input may be interactive.
     while (more && (length = getline(&line, &capacity, file)) >= 0) {
         std::string command(line, static_cast<size_t>(length));
         command.erase(command.find_last_not_of("\r\n") + 1);

@@ -17,10 +17,10 @@ struct SendOptions {
     std::string targetText;
     StationSettings settings;
     std::vector<std::string> commands;
-    std::string file;  // of further commands; "-" is standard input, empty none
+    std::string file;  // with further commands; "-": standard input, empty: none
 };
 
-// Ends the process when there is nothing to do: see ReadArguments.
+// Ends the process on --help, --version and errors: see ReadArguments.
 SendOptions ReadSendOptions(int argc, char** argv);
 
 }  // namespace kelp::tools

@@ -14,9 +14,9 @@ namespace kelp::tools {
 
 namespace {
 
-// An answer beyond this is a flood: it is cut, and the connection with it.
+// A longer answer is a flood: it is cut and the connection closed.
 constexpr size_t kMaxAnswerBytes = 64 * 1024 * 1024;
-// What is taken as unasked before a command, so that a flood cannot hold it up for ever.
+// Limit for unsolicited bytes before a command, so that a flood cannot block it for ever.
 constexpr int kMaxUnaskedReads = 1024;
 
 Outcome OutcomeOf(Verdict verdict) {
@@ -109,7 +109,7 @@ void Station::Write(std::string_view& unsent) {
     if (n >= 0) {
         unsent.remove_prefix(static_cast<size_t>(n));
     } else if (errno != EINTR && errno != EAGAIN) {
-        // Nobody takes the rest; what the other side said before it left can still be read.
+        // The rest cannot be sent; what the other side sent before it left can still be read.
         unsent = {};
     }
 }
@@ -117,7 +117,7 @@ void Station::Write(std::string_view& unsent) {
 Outcome Station::Converse(AnswerJudge& judge, std::string_view unsent, int64_t& lastByteMs,
                           const Listener& heard) {
     for (;;) {
-        // Reading goes on while writing: the other side may stop reading until it is heard.
+        // Keep reading while writing: the other side may stop reading until its output is read.
         Write(unsent);
         std::string_view bytes;
         const Input input = Read(bytes);

@@ -1,4 +1,4 @@
-// A test station: sends commands and takes their answers.
+// A test station: sends commands and receives their answers.
 #pragma once
 
 #include <cstdint>
@@ -15,31 +15,31 @@ namespace kelp::tools {
 struct StationSettings {
     std::string terminator = "\r\n";
     Expectation expectation;
-    int timeoutMs = 10000;  // for one command, connecting included
-    int quietMs = 500;      // silence that completes an answer without a result line; 0: none does
+    int timeoutMs = 10000;  // for one command, including the connect
+    int quietMs = 500;      // silence that ends an answer without a result line; 0: never
 };
 
 enum class Outcome { kOk, kError, kText, kUnexpected, kTimeOut, kLost, kNoConnection };
 
 struct Exchange {
     Outcome outcome = Outcome::kNoConnection;
-    std::string answer;        // all that came, of whatever outcome
+    std::string answer;        // all received bytes, whatever the outcome
     std::string error;         // the reason of kNoConnection and kLost
-    int64_t milliseconds = 0;  // from the sending to the last byte that came
+    int64_t milliseconds = 0;  // from sending to the last received byte
 };
 
-// One thread. The connection is made by the first command and kept; one that was lost, or (but for
-// a tty) one on which an answer is overdue, is made anew by the next. Opening a tty drops what it
-// had received by then: an answer to somebody else.
+// One thread. The first command connects, and the connection is kept. The next command reconnects
+// after a lost connection or (except on a tty) an overdue answer. Opening a tty drops the bytes it
+// has received: they answer somebody else.
 class Station {
   public:
     Station(Target target, StationSettings settings);
 
-    // Called with bytes as they arrive, inside of Send.
+    // Called with bytes as they arrive, inside Send.
     using Listener = std::function<void(std::string_view)>;
 
-    // Sends a command and waits for its answer, for at most the time-out. `unasked` gets what had
-    // arrived since the last answer.
+    // Sends a command and waits for its answer, at most for the time-out. `unasked` gets the bytes
+    // that arrived since the last answer.
     Exchange Send(const std::string& command, const Listener& unasked, const Listener& heard);
 
   private:

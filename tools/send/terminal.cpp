@@ -19,7 +19,7 @@ bool IsControl(unsigned char byte) {
     return byte < ' ' || byte == 0x7f;
 }
 
-// How many bytes of UTF-8 a text begins with: those of one character, 0 when they are none.
+// Length in bytes of the first UTF-8 character; 0 when it is invalid.
 size_t CharacterLength(std::string_view bytes) {
     const auto lead = static_cast<unsigned char>(bytes[0]);
     const size_t length = lead < 0x80 ? 1 : lead < 0xc2 ? 0 : lead < 0xe0 ? 2 : lead < 0xf0 ? 3 : 4;
@@ -31,8 +31,8 @@ size_t CharacterLength(std::string_view bytes) {
     return lead < 0xf5 ? length : 0;
 }
 
-// Noise must not switch the terminal into another mode: only layout is passed on to it. Controls
-// are those of ASCII, and 0x80 to 0x9f as bytes of their own or as characters in UTF-8.
+// Noise must not switch the terminal's mode: only layout characters pass. Controls are those of
+// ASCII, and 0x80 to 0x9f as single bytes or as UTF-8 characters.
 std::string WithoutControls(std::string_view bytes) {
     std::string shown;
     for (; !bytes.empty();) {
@@ -64,14 +64,14 @@ bool Terminal::Run(std::string& error) {
     const int64_t startMs = MonotonicMs();
     error = "the connection ended";
     for (;;) {
-        // Nothing more is read from the keyboard before the other side has taken what was typed.
+        // Read no more from the keyboard until the typed bytes have been written.
         struct pollfd polled[2] = {
             {mFd.Get(), static_cast<short>(POLLIN | (mUnsent.empty() ? 0 : POLLOUT)), 0},
             {mUnsent.empty() ? STDIN_FILENO : -1, POLLIN, 0},
         };
         const int ready = poll(polled, 2, mInLine ? mSettings.quietMs : -1);
         if (ready == 0) {
-            Show("\n");  // so that what is typed next begins a line
+            Show("\n");  // so that typed text begins a new line
         }
         if (ready <= 0) {
             continue;

@@ -11,15 +11,15 @@
 
 namespace kelp::tools {
 
-// Sends the lines of standard input, with the settings' terminator in place of their ends, and
-// shows on standard output everything that comes, asked for or not. No line waits for the answer to
-// the one before. One thread.
+// Sends the lines of standard input, with the settings' terminator in place of the line ends, and
+// writes everything received to standard output, unsolicited or not. Does not wait for an answer
+// before the next line. One thread.
 class Terminal {
   public:
     Terminal(Target target, StationSettings settings);
 
-    // Returns at the end of standard input (true), or with a reason when the connection cannot be
-    // made or ends.
+    // Returns true at the end of standard input, or false with a reason when the connection fails
+    // or ends.
     bool Run(std::string& error);
 
   private:
@@ -32,10 +32,10 @@ class Terminal {
     const StationSettings mSettings;
     const bool mForEyes;  // standard output is a terminal
     UniqueFd mFd;
-    std::string mTyped;  // not a whole line yet
+    std::string mTyped;  // not a complete line yet
     std::string mUnsent;
-    bool mHeard = false;   // something came
-    bool mInLine = false;  // what was shown last did not end a line
+    bool mHeard = false;   // something was received
+    bool mInLine = false;  // the last output did not end a line
 };
 
 }  // namespace kelp::tools
