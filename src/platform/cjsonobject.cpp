@@ -20,7 +20,7 @@ using Json = nlohmann::ordered_json;
 
 constexpr auto kReplaceBadBytes = Json::error_handler_t::replace;
 
-// What the parser reads through: where it has got to can be told from a callback.
+// Input iterator for the parser; it also stores the parser's position in *mReached.
 class Cursor {
   public:
     using iterator_category = std::input_iterator_tag;
@@ -44,7 +44,7 @@ class Cursor {
 };
 
 // Builds the document from the parser's callbacks (their names are the library's). The library's
-// own builder knows no limit of depth, and looks for a duplicate of each member from the front.
+// own builder has no depth limit, and finds duplicate names by a linear search.
 class Builder {
   public:
     explicit Builder(Json& root) : mRoot(root) {}
@@ -65,7 +65,7 @@ class Builder {
         constexpr int kNumberOverflow = 406;
         const char* const message = error.what();
         const char* const found = strstr(message, "invalid string: surrogate");
-        const char* const quoted = strstr(message, "; last read: ");  // the text's own words follow
+        const char* const quoted = strstr(message, "; last read: ");  // the input follows
         mErrorBytes = bytesRead;
         if (error.id == kNumberOverflow) {
             mReason = "a number beyond the range of a double";
@@ -75,8 +75,7 @@ class Builder {
         return false;
     }
 
-    // How many bytes had been read when the parser found the error; none when a callback of this
-    // class refused to go on.
+    // Bytes read when the parser found the error; no value when a callback stopped it.
     std::optional<size_t> ErrorBytes() const { return mErrorBytes; }
     const char* Reason() const { return mReason; }
 
@@ -94,12 +93,12 @@ class Builder {
 
     Json& mRoot;
     struct Level {
-        Json* node;  // stays where it is: only the innermost container grows
+        Json* node;  // stable: only the innermost container grows
         std::unordered_map<std::string, size_t> members;
     };
 
     std::vector<Level> mOpen;
-    size_t mMember = 0;  // of the innermost object: the one whose value comes next
+    size_t mMember = 0;  // index in the innermost object: whose value comes next
     std::optional<size_t> mErrorBytes;
     const char* mReason = "not valid JSON";
 };
@@ -139,7 +138,7 @@ bool Builder::key(std::string& name) {
     return true;
 }
 
-// The place of the last of `bytesRead` bytes; the library counts one more for the end of the text.
+// Position of the last of `bytesRead` bytes; the library counts the end of the text as one more.
 CJsonPosition Locate(const std::string& text, size_t bytesRead) {
     const size_t offset = std::min(bytesRead > 0 ? bytesRead - 1 : 0, text.size());
     const auto begin = text.begin();
@@ -174,15 +173,15 @@ Json& MakeMember(Json& node, const std::string& key) {
 
 }  // namespace
 
-// Members are elements of vectors, so a pointer to one dies when another is added beside it: a
-// handle keeps the way to its value, and the pointer only until the document changes.
+// Members are stored in vectors, so adding one may invalidate pointers to the others: a handle
+// keeps the path to its value, and caches the pointer only until the document changes.
 struct CJsonObject::Document {
     Json root = Json(Json::value_t::discarded);  // until something is parsed or replaced
     CJsonPosition error;
     const char* reason = "";
     unsigned changes = 0;
 
-    // What the handle names; null when it is not there.
+    // The handle's value; null when absent.
     static const Json* Find(const CJsonObject& handle) {
         const Document& document = *handle.mDocument;
         if (handle.mChanges != document.changes) {
@@ -218,7 +217,7 @@ void CJsonObject::Keep(const void* node) const {
 
 bool CJsonObject::Parse(const std::string& text) {
     *this = CJsonObject();
-    // The library takes a zero byte for the end of the text; here it is an error like any other.
+    // The library takes a zero byte for the end of the text; here it is a syntax error.
     const size_t length = std::min(text.find('\0'), text.size());
     const char* reached = text.data();
     Builder builder(mDocument->root);

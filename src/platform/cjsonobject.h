@@ -8,34 +8,33 @@
 
 namespace neb {
 
-// A place in a text: lines and columns count from 1, columns in bytes (a byte-order mark in front
-// of the first line does not count). 0 and 0 when there is no place to name.
+// A position in a text: lines and columns count from 1, columns in bytes (a byte-order mark in
+// front of the first line does not count). 0 and 0 when there is no position.
 struct CJsonPosition {
     int line = 0;
     int column = 0;
 };
 
-// A handle to one value of a shared document. Copies, and what operator[] returns, name a value of
-// the same document by the way to it, so that
+// A handle to one value of a shared document. Copies, and the results of operator[], refer to a
+// value of the same document by its path, so that
 //
 //     doc["console"]["tcp"].Replace("active", true);
 //
-// changes `doc`; Parse gives the handle a new document and leaves other handles with the old one.
-// A handle may name a value that is not there: reading it finds nothing and makes nothing.
+// changes `doc`; Parse gives the handle a new document and leaves other handles with the old one. A
+// handle may refer to an absent value: reading it finds nothing and creates nothing.
 //
-// No operation throws, aborts or recurses with the text. Objects keep the order of their members;
-// of several members with one name the last value counts, at the place of the first. Numbers keep
-// their value, not their spelling; what does not fit 64 bits becomes a double.
+// No operation throws, aborts or recurses over the text. Objects keep the order of their members;
+// of members with the same name the last value wins, at the first one's place. Numbers keep their
+// value, not their spelling; an integer beyond 64 bits becomes a double.
 //
 // Handles to one document may be used by one thread at a time.
 class CJsonObject {
   public:
-    // Arrays and objects inside each other, the outermost included. A text that nests deeper is
-    // refused; a Replace that would, too.
+    // Limit of nested arrays and objects, the outermost included. Parse and Replace refuse more.
     static constexpr int kMaxDepth = 64;
 
     CJsonObject();
-    // Copies only: a handle that was moved from would name no document.
+    // Copies only: a moved-from handle would have no document.
     CJsonObject(const CJsonObject&) = default;
     CJsonObject& operator=(const CJsonObject&) = default;
 
@@ -43,22 +42,21 @@ class CJsonObject {
     // empty document, for anything else: malformed or truncated text, invalid UTF-8, a zero byte,
     // a number beyond the range of a double, nesting beyond kMaxDepth. Time is linear in `text`.
     bool Parse(const std::string& text);
-    // After a failed Parse: the last byte that was read when the error showed, or the place behind
-    // the last byte of a text that is cut short.
+    // After a failed Parse: the last byte read when the error was found, or the position after the
+    // last byte of a truncated text.
     CJsonPosition ErrorPosition() const;
-    // What it was refused for, in a few words: "not valid JSON", or the limit that valid JSON
-    // broke.
+    // The reason of the failure: "not valid JSON", or the limit that valid JSON exceeded.
     const char* ErrorReason() const;
 
-    // The names of the object's members, one per call in their order; false after the last (the
-    // next call begins again) and for what is no object. Each handle counts for itself.
+    // The names of the object's members in order, one per call; false after the last (the next call
+    // starts over) and for a value that is no object. Each handle has its own position.
     bool GetKey(std::string& key);
-    // One of these names by its place; false behind the last.
+    // The name at `index`; false beyond the last.
     bool GetKeyAt(size_t index, std::string& key) const;
     CJsonObject operator[](const std::string& key) const;
-    // An array element; nothing when the element is no string or not there.
+    // A string in an array; no value when the element is absent or of another type.
     std::optional<std::string> operator()(int index) const;
-    int GetArraySize() const;  // in elements; 0 for what is no array
+    int GetArraySize() const;  // in elements; 0 when not an array
 
     // A member's value. False, leaving `value` as it was, when the member is absent or of another
     // type; a number is an int when it is integral (3.0 is) and in range.
@@ -75,9 +73,9 @@ class CJsonObject {
     // accepts, come out as U+FFFD here and in ToString: the result can always be parsed.
     std::string ToFormattedString() const;
 
-    // Sets a member of this object, adding it at the end when it is absent. This object and those
-    // on the way to it are made when absent, and replace what is there but no object. False, with
-    // nothing changed, only beyond kMaxDepth.
+    // Sets a member of this object; an absent one is added at the end. This object and those on its
+    // path are created when absent, and replace a value of another type. False, with nothing
+    // changed, only beyond kMaxDepth.
     bool Replace(const std::string& key, bool value);
     bool Replace(const std::string& key, int value);
     bool Replace(const std::string& key, const std::string& value);
@@ -92,7 +90,8 @@ class CJsonObject {
 
     std::shared_ptr<Document> mDocument;  // never null
     std::vector<std::string> mPath;       // from the document's outermost value to this one
-    // The value that the path leads to, null without one, while the document counts mChanges.
+    // Cache of the value at mPath, null when absent; valid while the document's `changes` is
+    // mChanges.
     mutable const void* mNode = nullptr;
     mutable unsigned mChanges = 0;
     size_t mNextKey = 0;

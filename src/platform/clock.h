@@ -1,4 +1,4 @@
-// The one clock that every deadline in the daemon is measured with.
+// The clock of all deadlines in the daemon.
 #pragma once
 
 #include <time.h>

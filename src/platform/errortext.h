@@ -5,7 +5,7 @@
 
 namespace kelp {
 
-// Room for each of the texts.
+// Large enough for every text.
 using ErrorBuffer = char[32];
 
 // Writes the text of `code` to `buffer`, terminated: the text of `code`, else that of `base + code`

@@ -1,13 +1,13 @@
 // fd_set operations that check their descriptor in every build type. A descriptor below 0 or not
-// below FD_SETSIZE would be written outside the set: the process ends instead (abort, after a
-// severity-4 record that names the descriptor), and its supervisor starts it afresh.
+// below FD_SETSIZE would be written outside the set: the process aborts instead, after a severity-4
+// record with the descriptor, and its supervisor restarts it.
 #pragma once
 
 #include <sys/select.h>
 
 namespace kelp {
 
-// What may be offered to the functions below.
+// True when the functions below accept `fd`.
 inline bool FdFitsSet(int fd) {
     return fd >= 0 && fd < FD_SETSIZE;
 }

@@ -16,7 +16,7 @@ constexpr int kBusyPauseMs = 10;
 }  // namespace
 
 bool MakeLocalAddress(const std::string& name, LocalNamespace space, LocalAddress& out) {
-    // An abstract name is led by a NUL, a path is ended by one: one more byte in both cases.
+    // An abstract name starts with a NUL, a path ends with one: one extra byte in both cases.
     const bool isPath = space == LocalNamespace::kFilesystem;
     if (name.empty() || (isPath && name.find('\0') != std::string::npos)) {
         errno = EINVAL;
@@ -42,7 +42,7 @@ int ConnectLocal(const LocalAddress& address, int busyMs) {
         if (errno == EINTR) {
             continue;
         }
-        // A full backlog is EAGAIN here, where TCP would say EINPROGRESS.
+        // On AF_UNIX a full backlog is EAGAIN, not EINPROGRESS as on TCP.
         if (errno != EAGAIN || waitedMs >= busyMs || !Thread::SleepMs(kBusyPauseMs)) {
             return -1;
         }

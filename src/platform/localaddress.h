@@ -24,12 +24,12 @@ struct LocalAddress {
 };
 
 // False (errno ENAMETOOLONG or EINVAL) when `name` is empty, does not fit, or is a path with a NUL
-// byte in it: a name is never cut.
+// byte in it. Names are never truncated.
 bool MakeLocalAddress(const std::string& name, LocalNamespace space, LocalAddress& out);
 
 // Connects a new stream socket (non-blocking, close-on-exec). Returns the descriptor, which the
-// caller owns, or -1 with errno. A listener whose backlog is full is tried again for up to `busyMs`
-// milliseconds; Thread::Stop ends that.
+// caller owns, or -1 with errno. Retries for up to `busyMs` milliseconds while the listener's
+// backlog is full; Thread::Stop ends the retries.
 int ConnectLocal(const LocalAddress& address, int busyMs = 1000);
 
 }  // namespace kelp

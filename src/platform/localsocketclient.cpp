@@ -23,7 +23,7 @@ constexpr int kSendStallMs = 30000;
 constexpr size_t kMaxStaleBytes = 1u << 20;
 constexpr size_t kChunkBytes = 16384;
 
-// recv that only EINTR repeats; -1 with EAGAIN when nothing is there.
+// Non-blocking recv, repeated on EINTR; -1 with EAGAIN when there is no data.
 ssize_t ReceiveNow(int fd, void* buffer, size_t size) {
     ssize_t n;
     do {
@@ -32,7 +32,7 @@ ssize_t ReceiveNow(int fd, void* buffer, size_t size) {
     return n;
 }
 
-// As long as poll may wait: until `deadlineMs`, but at most `limitMs`.
+// Time-out for poll: until `deadlineMs`, but at most `limitMs`.
 int LeftMs(int64_t deadlineMs, int limitMs) {
     return static_cast<int>(std::clamp<int64_t>(deadlineMs - MonotonicMs(), 0, limitMs));
 }
@@ -64,7 +64,7 @@ int LocalSocketClient::sopen(int busyMs) {
             continue;
         }
         UniqueFd fd(ConnectLocal(address, busyMs));
-        // A wait without limit is in recv itself; all else is asked for with MSG_DONTWAIT.
+        // Blocking mode: sreceive without a time-out blocks in recv; all else uses MSG_DONTWAIT.
         if (fd.Ok() && fcntl(fd.Get(), F_SETFL, 0) == 0) {
             mFd = std::move(fd);
             return mFd.Get();
@@ -94,7 +94,7 @@ LocalResult LocalSocketClient::ssend(const std::vector<char>& data, int64_t dead
         const WaitResult wait =
             Thread::WaitFd(mFd.Get(), POLLOUT, LeftMs(deadlineMs, kSendStallMs));
         if (wait != WaitResult::kReady && sent > 0) {
-            // Nothing may follow the part: the peer would take it for the rest.
+            // Send nothing after a partial message: the peer would take it for the rest.
             shutdown(mFd.Get(), SHUT_WR);
             return LocalResult::kCut;
         }

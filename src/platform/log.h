@@ -3,10 +3,10 @@
 //
 //     KLOG(kLogError) << name << "-->start fail";
 //
-// A record is emitted when the statement ends. All operations but the first two may be called from
-// any thread, and leave errno as it was. A record that finds no room waits 50 ms for it and is then
-// dropped; after that the next ones are dropped at once until there is room again, and one record
-// of severity 4 tells how many were.
+// A record is emitted when the statement ends. All functions except SetLogFilter and OpenLog may be
+// called from any thread, and preserve errno. When the sink is full, a record waits for 50 ms and
+// is then dropped; later ones are dropped at once until there is room again, and one record of
+// severity 4 reports their number.
 #pragma once
 
 #include <charconv>
@@ -27,21 +27,20 @@ enum LogSeverity : int {
 inline constexpr char kLogTag[] = "KELP";
 
 // Both are called by main before any other thread runs, and do nothing on Android, where liblog has
-// a filter of its own and never waits for its reader.
+// its own filter and never waits for its reader.
 //
-// Sets which records are dropped, by a list in the form of ANDROID_LOG_TAGS ("KELP:E *:S"); null,
-// like no call, lets all pass.
+// Sets the filter, a list in the form of ANDROID_LOG_TAGS ("KELP:E *:S"). Null, or no call: all
+// records pass.
 void SetLogFilter(const char* list);
-// Makes writing to standard error non-blocking for the log alone. Without it a record may wait as
-// long as its reader likes.
+// Makes writes to standard error non-blocking, for the log only. Without it a record may block
+// without limit.
 void OpenLog();
 
-// False when the filter drops records of this severity; a caller that
-// asks first spends nothing on a record that nobody sees.
+// False when the filter drops records of this severity: callers then need not build them.
 bool LogEnabled(LogSeverity severity);
 
 // The text of one record under construction, in a buffer of fixed size: a record that does not fit
-// is cut, never lost.
+// is truncated, not dropped.
 class LogStream {
   public:
     LogStream& operator<<(std::string_view text) {
@@ -76,7 +75,7 @@ class LogStream {
 };
 
 // Control bytes are escaped when the record is emitted (\r \n \t, else \xNN), so that a record is
-// always one line and nothing that a client sends can forge another.
+// always one line and no client can forge another.
 class LogMessage {
   public:
     // `tag` is a literal: it is not copied.
@@ -113,8 +112,8 @@ struct Voidify {
 
 #define DUMPLOG(tag, title, data, length) DUMPLOG_AS(__func__, tag, title, data, length)
 
-// For a helper that writes a record of the operation it is part of: the function's name in a record
-// is as much an interface as its text.
+// For a helper that logs for its caller: the function's name in a record is part of the interface,
+// like its text.
 #define KLOG_AS(function, severity)         \
     !::kelp::LogEnabled(severity)           \
         ? (void)0                           \

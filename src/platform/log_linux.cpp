@@ -25,10 +25,10 @@ namespace kelp {
 
 namespace {
 
-// How long a record may wait for a reader that is slow.
+// Longest wait of a record for a slow reader.
 constexpr int kPatienceMs = 50;
 
-// Android's priorities, as the filter spells them.
+// Android's priorities in the filter, lowest first.
 constexpr char kPriorityLetters[] = "VDIWEFS";
 
 char Letter(LogSeverity severity) {
@@ -49,31 +49,30 @@ int Rank(char letter) {
 
 enum class Sink {
     kBlocking,  // a regular file; anything, before OpenLog
-    kOwn,       // opened anew, so that it can be non-blocking
-    kSocket,    // non-blocking by a flag of each call
-    kShared,    // could not be opened anew: polled before each write
+    kOwn,       // reopened, so that it can be non-blocking
+    kSocket,    // non-blocking by MSG_DONTWAIT
+    kShared,    // could not be reopened: polled before each write
 };
 
-// Set by the main thread while there is no other.
+// Set by the main thread before any other thread runs.
 int sLowestRank = 0;
 Sink sSink = Sink::kBlocking;
 int sFd = STDERR_FILENO;
 bool sTty = false;
-bool sTakesParts = false;  // a tty, a stream socket
+bool sTakesParts = false;  // partial writes happen: a tty, a stream socket
 
-// Records that were dropped since the last one that was written. While there are any, nothing
-// waits.
+// Records dropped since the last successful write. While it is not 0, no record waits.
 std::atomic<size_t> sLost{0};
-// The last record was taken in part: the next one begins with a line end.
+// The last record was written in part: the next one begins with a line end.
 std::atomic<bool> sCut{false};
-// Where half a record may be taken, nothing else comes between that and the rest. Other sinks take
-// a record whole or not at all and need no lock.
+// On sinks with partial writes, keeps the parts of a record together. Other sinks take a record
+// whole or not at all and need no lock.
 Mutex sPartsMutex;
 
-// What the records of one thread and tag begin with during one second:
+// Prefix of the records of one thread and tag, cached for one second:
 // "MM-DD HH:MM:SS.mmm PID TID P TAG     : ". Only milliseconds and priority differ between them.
 struct Head {
-    static constexpr size_t kMilliseconds = 15;  // where they stand
+    static constexpr size_t kMilliseconds = 15;  // their offset in text
 
     void Refresh(time_t now, const char* newTag) {
         struct tm local;
@@ -90,7 +89,7 @@ struct Head {
 
     time_t second = -1;
     const char* tag = nullptr;
-    size_t priority = 0;  // where it stands
+    size_t priority = 0;  // offset of its letter in text
     size_t length = 0;
     char text[128];
 };
@@ -109,7 +108,7 @@ ssize_t WriteSome(const char* text, size_t size) {
             errno = EAGAIN;
             return -1;
         }
-        // A blocking tty would hold up the writer of more than it has room for.
+        // A blocking tty would block on more bytes than it has room for.
         size = sTty ? 1 : size;
     }
     return write(sFd, text, size);
@@ -122,7 +121,7 @@ bool EndCutRecord() {
     return !sCut;
 }
 
-// False when the record, or the rest of it, had to be given up.
+// False when the record, or the rest of it, was dropped.
 bool WriteRecord(const char* text, size_t size) {
     if (sCut.load(std::memory_order_relaxed) && !EndCutRecord()) {
         return false;
@@ -142,7 +141,7 @@ bool WriteRecord(const char* text, size_t size) {
             if (now >= deadlineMs) {
                 break;
             }
-            // Tried again in either case: a tty has some room long before it says so.
+            // Retry after a time-out, too: a tty has room long before poll reports it.
             WaitForRoom(static_cast<int>(deadlineMs - now));
         } else if (n == 0 || errno != EINTR) {
             break;
@@ -157,7 +156,7 @@ bool WriteRecord(const char* text, size_t size) {
 void TellLoss() {
     const size_t lost = sLost.exchange(0);
     if (lost == 0) {
-        return;  // another thread tells it
+        return;  // another thread reports it
     }
     char text[256];
     size_t length = log_backend::Prefix(text, sizeof(text), kLogError, kLogTag, "Log");
@@ -178,8 +177,8 @@ void EmitLine(const char* text, size_t size) {
 
 }  // namespace
 
-// The lowest rank that passes, from a list like "KELP:E *:S": the entry of our tag wins over "*",
-// a later entry over an earlier one, and an entry without a priority lets everything through.
+// Sets the lowest rank that passes, from a list like "KELP:E *:S": the entry of our tag wins over
+// "*", a later entry over an earlier one, and an entry without a priority lets everything through.
 void SetLogFilter(const char* list) {
     int own = -1;
     int all = -1;
@@ -214,18 +213,18 @@ void OpenLog() {
         return;
     }
     sTty = sTakesParts = isatty(STDERR_FILENO) == 1;
-    // Others hold the same open file: making theirs non-blocking would surprise them.
+    // Reopen: O_NONBLOCK on fd 2 would affect all processes that share the open file.
     constexpr int kFlags = O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
     int own = open("/proc/self/fd/2", kFlags);
     if (own < 0 && sTty && tcgetsid(STDERR_FILENO) == getsid(0)) {
-        // Another user's terminal, as after su; this name of it is open to all in its session.
+        // Another user's terminal, as after su: all processes of its session may open /dev/tty.
         own = open("/dev/tty", kFlags);
     }
     sSink = own >= 0 ? Sink::kOwn : Sink::kShared;
     sFd = own >= 0 ? own : STDERR_FILENO;
 }
 
-// The severities are the ranks of Android's debug, info and error.
+// The severities equal the ranks of D, I and E.
 bool LogEnabled(LogSeverity severity) {
     return severity >= sLowestRank;
 }

@@ -7,13 +7,12 @@
 
 namespace kelp::log_backend {
 
-// Writes what stands before the text of a record to `out` and returns its length, at most
-// `capacity`.
+// Writes the prefix of a record to `out` and returns its length, at most `capacity`.
 size_t Prefix(char* out, size_t capacity, LogSeverity severity, const char* tag,
               const char* function);
 
-// Emits one whole record. `text` has room for one more byte behind its `length` bytes, which the
-// backend may overwrite.
+// Emits one whole record. `text` has one spare byte after its `length` bytes, for the backend's
+// use.
 void Emit(LogSeverity severity, const char* tag, char* text, size_t length);
 
 }  // namespace kelp::log_backend

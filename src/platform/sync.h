@@ -36,10 +36,9 @@ class KELP_SCOPED_CAPABILITY MutexLock {
     Mutex& mMutex;
 };
 
-// Waits may wake without a signal: callers re-check their condition. A wait on one of the daemon's
-// own threads goes through Thread::Wait instead, so that Thread::Stop can end it. Signal and
-// Broadcast need not hold the mutex that guards the condition, but the condition must have been
-// changed under it.
+// Spurious wake-ups happen: callers re-check their condition. The daemon's own threads use
+// Thread::Wait instead, so that Thread::Stop can end the wait. Signal and Broadcast need not hold
+// the mutex that guards the condition, but the condition must have been changed under it.
 class CondVar {
   public:
     CondVar() { pthread_cond_init(&mCond, nullptr); }
@@ -55,13 +54,13 @@ class CondVar {
     pthread_cond_t mCond;
 };
 
-// A small value that one thread changes while others read it: copyable, each access a whole copy
-// under the value's own lock, which is a leaf (nothing else is taken while it is held).
+// A small value that one thread changes while others read it: copyable; each access copies it under
+// its own lock, a leaf (no other lock is taken while it is held).
 template <typename T>
 class Shared {
   public:
     Shared() : mValue() {}
-    Shared(T value) : mValue(std::move(value)) {}  // NOLINT: stands for a T on purpose
+    Shared(T value) : mValue(std::move(value)) {}  // NOLINT: implicit on purpose
     Shared(const Shared& other) : mValue(other.Get()) {}
     Shared& operator=(const Shared& other) {
         Set(other.Get());
@@ -80,7 +79,7 @@ class Shared {
         MutexLock lock(mMutex);
         mValue = std::move(value);
     }
-    operator T() const { return Get(); }  // NOLINT: stands for a T on purpose
+    operator T() const { return Get(); }  // NOLINT: implicit on purpose
 
   private:
     mutable Mutex mMutex;

@@ -9,7 +9,7 @@ namespace {
 
 constexpr size_t kMaxFileBytes = 1u << 20;
 
-std::string sPath;  // set while there is one thread only
+std::string sPath;  // set before any other thread runs
 
 std::string_view Trim(std::string_view text) {
     constexpr char kBlanks[] = " \t\r\n\v\f";

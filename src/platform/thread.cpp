@@ -111,12 +111,12 @@ void Thread::Wake() {
         cond = mParkCond;
         const int fd = mParkFd.load();
         if (fd != -1) {
-            // Under the lock: the thread cannot leave Receive, and its socket cannot be closed.
+            // Under the lock: the thread cannot leave Receive, so its socket stays open.
             shutdown(fd, SHUT_RDWR);
         }
     }
     if (mutex != nullptr) {
-        // Parking happens under this mutex, so by now the thread is in the wait or past it.
+        // Wait() registers under this mutex, so by now the thread is in the wait or past it.
         MutexLock lock(*mutex);
         cond->Broadcast();
     }
@@ -164,7 +164,7 @@ int Thread::WakeFd() {
 }
 
 WaitResult Thread::WaitFd(int fd, short events, int timeoutMs) {
-    // poll ignores negative descriptors, which is what SleepMs and foreign threads rely on.
+    // poll ignores negative descriptors; SleepMs and threads without a Thread rely on it.
     struct pollfd fds[2] = {{fd, events, 0}, {WakeFd(), POLLIN, 0}};
     const int64_t deadline = timeoutMs < 0 ? 0 : MonotonicMs() + timeoutMs;
     int left = timeoutMs;
@@ -180,7 +180,7 @@ WaitResult Thread::WaitFd(int fd, short events, int timeoutMs) {
             return WaitResult::kTimeOut;
         }
         if (ready < 0 && errno != EINTR) {
-            // Only the kernel's want of memory. Without poll nothing can be waited on but time.
+            // ENOMEM: pause and retry.
             if (StopRequested()) {
                 return WaitResult::kStopped;
             }
@@ -195,7 +195,7 @@ WaitResult Thread::WaitFd(int fd, short events, int timeoutMs) {
 void Thread::UnparkFd() {
     mParkFd.store(-1);
     if (mStop.load()) {
-        // A Stop that has seen the socket is done with it when it lets go of the lock.
+        // A Stop that has read mParkFd uses the socket under this lock: wait for it.
         MutexLock lock(mMutex);
     }
 }

@@ -16,12 +16,12 @@ namespace kelp {
 class Runnable {
   public:
     virtual ~Runnable() = default;
-    // Called again and again until the thread is stopped; must return soon after
-    // Thread::StopRequested() has become true.
+    // Called repeatedly until the thread is stopped; must return soon after Thread::StopRequested()
+    // becomes true.
     virtual void Run() = 0;
 };
 
-// A Runnable that is one member function of an object, which is not owned.
+// A Runnable that calls a member function of an object, which it does not own.
 template <typename T, void (T::*Method)()>
 class MemberRunnable : public Runnable {
   public:
@@ -34,13 +34,14 @@ class MemberRunnable : public Runnable {
 
 enum class WaitResult { kReady, kTimeOut, kStopped };
 
-// Runs a Runnable on a thread of its own. Start and Stop may be called any number of times from
-// any thread, this one included; the owner destroys the object from another thread, when nobody
-// else calls it any more.
+// Runs a Runnable on its own thread. Start and Stop may be called any number of times from any
+// thread, this one included; the owner destroys the object from another thread, when no other
+// thread calls it any more.
 //
-// Stop is not a signal and not a cancellation: it marks the thread and makes a descriptor readable
-// that every wait below includes, so a mark set just before a wait ends that wait too. Code that
-// runs on a Thread waits only through these functions (or in its own select with WakeFd in it).
+// Stop is not a signal and not a cancellation: it sets the stop flag and makes a descriptor
+// readable that every wait below includes, so a flag set just before a wait ends that wait too.
+// Code that runs on a Thread waits only through these functions (or in its own select with WakeFd
+// in it).
 class Thread {
   public:
     explicit Thread(Runnable* runnable) : Thread(runnable, "kelp") {}
@@ -50,35 +51,35 @@ class Thread {
     Thread(const Thread&) = delete;
     Thread& operator=(const Thread&) = delete;
 
-    // Takes effect when a thread is next made.
+    // Takes effect when the next thread is created.
     void SetName(std::string name);
 
-    // Starts the thread; one that was stopped and has not ended yet is taken up again, as if it had
-    // never been stopped. False when no thread could be made.
+    // Starts the thread; if it was stopped but has not ended yet, the stop is withdrawn. False when
+    // no thread could be created.
     bool Start();
 
-    // From the thread itself: only marks it. From another thread: marks it, ends its wait and
-    // blocks until it has ended (or was started again by somebody else). Two threads must not stop
-    // each other, nor three in a circle: each would wait for the next.
+    // From the thread itself: only sets its stop flag. From another thread: sets the flag, ends its
+    // wait and blocks until it has ended (or was started again by another thread). Two threads must
+    // not stop each other, nor more in a circle: deadlock.
     void Stop();
 
-    // About the calling thread. A thread that is not a Thread is never asked to stop.
+    // For the calling thread; always false on a thread that is no Thread.
     static bool StopRequested() { return sCurrent != nullptr && sCurrent->mStop.load(); }
     // Readable once the calling thread has been asked to stop; -1 on a thread that is no Thread.
     static int WakeFd();
     // Waits for poll(2) `events` on `fd`, or for a hang-up or error of it. `timeoutMs` in
     // milliseconds, negative: without limit.
     static WaitResult WaitFd(int fd, short events, int timeoutMs);
-    // recv(2) on a connected socket in blocking mode, without limit in time: one system call where
-    // WaitFd and recv are two. Stop ends it by shutting the socket down, so the connection is lost
-    // with it. Returns what recv returns; -1 with ECANCELED when the calling thread is asked to
-    // stop, whatever had come. `fd` stays open until this returns.
+    // recv(2) on a connected socket in blocking mode, without time limit: one system call instead
+    // of two (WaitFd, recv). Stop ends it by shutting the socket down, so the connection is lost.
+    // Returns what recv returns; -1 with ECANCELED when the calling thread is asked to stop, even
+    // if data has arrived. Keep `fd` open until this returns.
     static ssize_t Receive(int fd, void* buffer, size_t size);
     // False when the sleep was ended by Stop.
     static bool SleepMs(int milliseconds);
     // Waits on a condition variable whose mutex is held, once: the caller re-checks its condition.
-    // False when the calling thread has been asked to stop. Mutexes waited with here rank before
-    // the thread's own: nobody takes them while holding a Thread's state.
+    // False when the calling thread has been asked to stop. Lock order: `mutex` before a Thread's
+    // mMutex.
     static bool Wait(CondVar& cond, Mutex& mutex) KELP_REQUIRES(mutex);
 
   private:
@@ -95,7 +96,7 @@ class Thread {
     inline static thread_local Thread* sCurrent = nullptr;
 
     Runnable* const mRunnable;
-    UniqueFd mWakeFd;                // eventfd, made once; readable while marked
+    UniqueFd mWakeFd;                // eventfd, made once; readable while mStop is set
     std::atomic<bool> mStop{false};  // written under mMutex
 
     Mutex mMutex;  // a leaf
@@ -106,8 +107,8 @@ class Thread {
     // What this thread waits on in Wait(), so that Stop can wake it there.
     Mutex* mParkMutex KELP_GUARDED_BY(mMutex) = nullptr;
     CondVar* mParkCond KELP_GUARDED_BY(mMutex) = nullptr;
-    // The same in Receive(). The thread writes it and then looks at mStop, Stop writes mStop and
-    // then looks at it: one of the two always sees the other.
+    // The socket in Receive(). The thread writes mParkFd and then reads mStop, Stop writes mStop
+    // and then reads mParkFd: at least one sees the other's write.
     std::atomic<int> mParkFd{-1};
 };
 

@@ -12,7 +12,7 @@ bool Turn::AwaitTurn() {
     } while (mTaken && !stopped);
     --mWaiting;
     if (stopped) {
-        // The signal that woke this thread may have been meant for the next in line.
+        // This thread may have consumed a signal: pass it on to the next waiter.
         mLeft.Signal();
         return false;
     }

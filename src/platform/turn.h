@@ -1,21 +1,20 @@
-// A lock that may be held over a wait.
+// A lock that may be held while waiting for a peer.
 #pragma once
 
 #include "platform/sync.h"
 
 namespace kelp {
 
-// Lets one thread at a time pass, for as long as it likes. Unlike a mutex it may be held over an
-// exchange with a peer that never answers, because Thread::Stop ends the wait for it. Who waits
-// comes before who comes later.
+// Held by one thread at a time, without time limit. Unlike a mutex it may be held during an
+// exchange with a peer that never answers, because Thread::Stop ends the wait for it. Waiting
+// threads go before new callers.
 class Turn {
   public:
-    // Blocks until the turn is the caller's. False when the calling thread has been asked to stop
-    // and would have to wait; the turn is then not taken.
+    // Blocks until the caller holds the turn. False, without the turn, when the calling thread has
+    // been asked to stop and would have to wait.
     bool Enter() {
         MutexLock lock(mMutex);
-        // Who has just left must not come in again past those who wait: a busy console would shut
-        // out all others.
+        // No overtaking: a busy console that leaves and re-enters would starve the others.
         if (!mTaken && mWaiting == 0) {
             mTaken = true;
             return true;

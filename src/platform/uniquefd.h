@@ -6,8 +6,8 @@
 
 namespace kelp {
 
-// Move-only; closes once, keeps errno, and never retries close on EINTR (on Linux the number is
-// gone by then and may already belong to another thread).
+// Move-only; closes once, keeps errno, and never retries close on EINTR (on Linux the descriptor is
+// closed by then, and its number may be in use again).
 class UniqueFd {
   public:
     UniqueFd() = default;

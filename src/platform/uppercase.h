@@ -1,4 +1,4 @@
-// Upper case of ASCII letters, whatever the locale: all other bytes stay.
+// Upper case of ASCII letters, independent of the locale; other bytes stay unchanged.
 #pragma once
 
 #include <string>

@@ -19,8 +19,8 @@ namespace {
 
 constexpr size_t kReadBytes = 64u << 10;
 
-// Never waits: O_NONBLOCK opens a FIFO or a device at once, and the test of the type refuses it
-// before anything is read. It has no effect on regular files.
+// Never blocks: O_NONBLOCK opens a FIFO or a device at once, and the type check refuses it before
+// any read. The flag has no effect on regular files.
 UniqueFd OpenRegular(const std::string& path, int access, struct stat& status) {
     UniqueFd fd(open(path.c_str(), access | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     if (!fd.Ok()) {
@@ -49,10 +49,10 @@ bool WriteAll(int fd, const std::string& content) {
     return true;
 }
 
-// A new, empty file that vanishes unless it was renamed.
+// A new, empty file that is deleted unless it was renamed.
 class TempFile {
   public:
-    // `directory` ends in '/'. The name is short, whatever the name that it will take.
+    // `directory` ends in '/'. The name is short, whatever the length of the final one.
     explicit TempFile(const std::string& directory)
         : mPath(directory + ".kelp-XXXXXX"), mFd(mkostemp(mPath.data(), O_CLOEXEC)) {}
     ~TempFile() {
@@ -65,7 +65,7 @@ class TempFile {
     TempFile(const TempFile&) = delete;
     TempFile& operator=(const TempFile&) = delete;
 
-    int Fd() const { return mFd.Get(); }  // below 0 when the file could not be made
+    int Fd() const { return mFd.Get(); }  // -1 when the file could not be created
     bool RenameTo(const std::string& path) {
         mRenamed = rename(mPath.c_str(), path.c_str()) == 0;
         return mRenamed;
@@ -108,7 +108,7 @@ Renaming ReplaceByRename(const std::string& path, const struct stat& old,
     if (!temp.RenameTo(target)) {
         return Renaming::kImpossible;
     }
-    // Makes the new name last; some filesystems cannot, and need not.
+    // Makes the rename durable; best effort: some filesystems cannot sync a directory.
     const UniqueFd parent(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (parent.Ok()) {
         fsync(parent.Get());
@@ -118,7 +118,7 @@ Renaming ReplaceByRename(const std::string& path, const struct stat& old,
 
 bool RewriteInPlace(int fd, const std::string& content) {
     const auto length = static_cast<off_t>(content.size());
-    // Room for all of it before the first old byte is gone; not every filesystem can tell.
+    // Reserve the space before the first old byte is overwritten; some filesystems cannot.
     if (fallocate(fd, FALLOC_FL_KEEP_SIZE, 0, std::max<off_t>(length, 1)) != 0 &&
         (errno == ENOSPC || errno == EDQUOT || errno == EFBIG)) {
         return false;
@@ -139,7 +139,7 @@ bool ReadWholeFile(const std::string& path, size_t maxBytes, std::string& conten
         errno = EFBIG;
         return false;
     }
-    // The size is a hint: the file may be growing, or be one that the kernel makes up.
+    // The size is a hint: the file may be growing, or be virtual, as in /proc.
     size_t wanted = static_cast<size_t>(status.st_size) + 1;
     size_t got = 0;
     for (;;) {
@@ -168,8 +168,7 @@ bool ReadWholeFile(const std::string& path, size_t maxBytes, std::string& conten
 
 bool ReplaceWholeFile(const std::string& path, const std::string& content) {
     struct stat old;
-    // Opened first, so that a file that its mode protects stays as it is even where its directory
-    // would let it be replaced.
+    // Opened first: a write-protected file is not replaced, even in a writable directory.
     const UniqueFd fd = OpenRegular(path, O_WRONLY, old);
     if (!fd.Ok()) {
         return false;
