@@ -1,4 +1,4 @@
-// The names in the configuration file, for all that read, check or print it.
+// The key names of the configuration file, for all code that reads, checks or prints it.
 #pragma once
 
 namespace kelp {

@@ -15,8 +15,8 @@ namespace {
 constexpr int32_t kDefaultModuleTimeout = 15;
 constexpr unsigned char kDefaultTail[] = {'\r', '\n'};
 
-// Held over a whole reading and writing of the file, so that of two updates at once the second
-// starts from the result of the first. Taken before the locks of the record fields.
+// Held from reading to writing the file, so that of two updates at once the second starts from the
+// result of the first. Lock order: before the locks of the record fields.
 Mutex sRefreshMutex;
 
 CommonConfig MakeConsole(const char* name, bool active, const char* route, int32_t port) {

@@ -1,5 +1,5 @@
-// The owner of the configuration: built-in defaults, the file that overrides them, and the way of
-// changed console records back into the file.
+// The owner of the configuration: built-in defaults, the file that overrides them, and the writing
+// of changed console records back to the file.
 #pragma once
 
 #include <memory>
@@ -15,13 +15,12 @@ class CJsonObject;
 namespace kelp {
 
 // Built and filled by the main thread before any other thread starts. Afterwards any thread may
-// call the getters, the lookups and RefreshConfig; what it reaches through them follows the rules
-// of the records. The pointers that are handed out belong to this object and stay valid as long as
-// it lives.
+// call the getters, the lookups and RefreshConfig; the records' headers say who may read and write
+// their fields. Returned pointers belong to this object and stay valid as long as it lives.
 //
-// The file is read tolerantly: unknown keys are passed over, and a key that is absent or of another
-// type keeps its value. Members count in the order of the file, so the settings of a module that
-// "support-modules" adds must come behind it.
+// Unknown keys in the file are ignored, and a setting that is absent or of another type keeps its
+// value. Members are parsed in file order, so the settings of a module that "support-modules" adds
+// must come after it.
 class ConfigManager {
   public:
     ConfigManager();
@@ -43,14 +42,14 @@ class ConfigManager {
     void InitModuleConfig();  // appends the built-in modules
     void InitCommonConfig();  // replaces the consoles by the built-in ones
 
-    // Remembers `path` unless it is empty, and reads the remembered file into `doc`. False, with
-    // one severity-4 record, when it cannot be read (anything but a regular file of at most
-    // kMaxConfigBytes counts so) or is no JSON; a severity-2 record then tells the reason.
+    // Stores `path` unless it is empty, and reads the stored file into `doc`. False, with one
+    // severity-4 record, when it cannot be read (only a regular file of at most kMaxConfigBytes
+    // can) or is no valid JSON; a severity-2 record then gives the reason.
     bool ReadJSONDoc(const std::string& path, neb::CJsonObject& doc);
-    // Overrides the configuration by the file. False as above, with nothing changed but the path.
+    // Applies the file to the configuration. False as above, with only the path changed.
     bool ParseJSONDoc(const std::string& path);
 
-    // Each takes the value of the key that it is named after.
+    // Each parses the value of the key that it is named after.
     void ParseConsole(neb::CJsonObject& obj);
     void ParseReceiveMode(neb::CJsonObject& obj);
     void ParseModule(neb::CJsonObject& obj);
@@ -61,16 +60,15 @@ class ConfigManager {
     // Plain true or false, or {"PROPERTY": "expected text"}; anything else is false.
     bool ParseActive(neb::CJsonObject& value);
 
-    // Two hexadecimal digits to a byte; an odd digit at the end is dropped, and what is no digit
-    // repeats the byte before (0 at the start). `out` has room for kMaxTailBytes + 1 bytes; longer
-    // texts are cut, and one that gives no byte changes nothing (a severity-4 record each).
+    // Two hexadecimal digits per byte; an odd last digit is dropped, and a pair that is no number
+    // repeats the previous byte (0 at the start). `out` has room for kMaxTailBytes + 1 bytes;
+    // longer texts are cut, and one that gives no byte changes nothing (a severity-4 record each).
     static void HexToString(std::string hex, unsigned char* out, int& length);
 
-    // Writes "support", "active", "route", "port" and "timeout" of every console into the file,
-    // which is read afresh: everything else in it stays. A file that says all that already is not
-    // written. False, with the records of ReadJSONDoc and the file untouched, when it cannot be
-    // read, or cannot be written (more than kMaxConfigBytes counts so). Serialised; blocks for the
-    // disk.
+    // Reads the file again and writes "support", "active", "route", "port" and "timeout" of every
+    // console into it; all other content stays. An unchanged file is not written. False, with the
+    // records of ReadJSONDoc and the file untouched, when it cannot be read or written, or would
+    // exceed kMaxConfigBytes. Serialised; blocks on disk I/O.
     bool RefreshConfig();
 
   private:

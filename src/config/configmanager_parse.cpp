@@ -17,7 +17,8 @@ namespace kelp {
 
 namespace {
 
-// The strings of an array that has elements replace `list`; without any it stays as it was.
+// Replaces `list` by the strings of `array`. False, with `list` unchanged, when that has no
+// elements.
 bool ReadStrings(const neb::CJsonObject& array, std::vector<std::string>& list) {
     const int size = array.GetArraySize();
     if (size < 1) {
@@ -45,7 +46,7 @@ struct MemberParser {
     void (ConfigManager::*parse)(neb::CJsonObject&);
 };
 
-// Hands each member that has a parser to it, in the order of the file.
+// Calls the parser of each member that has one, in file order.
 void ParseMembers(ConfigManager& manager, neb::CJsonObject& obj,
                   std::initializer_list<MemberParser> parsers) {
     std::string key;
@@ -82,7 +83,7 @@ void ConfigManager::ParseConsole(neb::CJsonObject& obj) {
                 continue;
             }
             const neb::CJsonObject member = obj[key];
-            // The local console takes no more than its time-out: it is the one that always stays.
+            // The local console must always be available: only its time-out can be set.
             if (key != "local") {
                 member.Get(kKeySupport, console.support);
                 member.Get(kKeyActive, active);

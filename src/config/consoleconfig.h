@@ -12,11 +12,11 @@
 namespace kelp {
 
 inline constexpr char kDefaultConfigPath[] = "/vendor/etc/kelp.json";
-// What is read and written at most; a configuration is a few KiB.
+// Largest file that is read or written; a configuration is a few KiB.
 inline constexpr size_t kMaxConfigBytes = 1u << 20;
 
-// Neither vector changes its length once the first manager beside the configuration's own exists:
-// everybody keeps plain pointers to the records.
+// Do not resize the vectors once another manager than the configuration's own exists: their
+// elements are pointed to.
 struct ConsoleConfig {
     std::string path = kDefaultConfigPath;
     ReceiveConfig receive;

@@ -1,4 +1,4 @@
-// How the bytes that consoles receive are cut into commands.
+// How received bytes are cut into commands.
 #pragma once
 
 #include <algorithm>
@@ -17,11 +17,11 @@ inline constexpr int32_t kMaxTailBytes = 32;
 // Written before the first console starts, only read afterwards.
 struct ReceiveConfig {
     int32_t mode = kReceiveNone;                           // a RecModeE
-    unsigned char tail[kMaxTailBytes + 1] = {'\r', '\n'};  // zero behind the last byte
+    unsigned char tail[kMaxTailBytes + 1] = {'\r', '\n'};  // zero after the last byte
     int32_t tailLength = 2;                                // in bytes
     int32_t millisecond = 0;                               // the quiet interval, in milliseconds
 
-    // Takes over `length` bytes as the terminator; one that has no room leaves it as it was.
+    // Sets the terminator to `length` bytes; one that does not fit is ignored.
     void SetTail(const unsigned char* bytes, int32_t length) {
         if (length < 0 || length > kMaxTailBytes) {
             return;
