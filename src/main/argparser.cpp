@@ -10,10 +10,10 @@ namespace kelp {
 
 namespace {
 
-// What the options that have no letter set the selector to.
+// Selector values of the options that have no letter.
 enum Selector : int { kIp = 1, kPort, kUsb, kSerial, kOptArg = 20 };
 
-// No case takes this value: "second" is accepted and has no effect.
+// In no row of kEchoes: "second" is accepted and has no effect.
 constexpr int kIgnored = 5;
 
 struct Echo {

@@ -1,4 +1,4 @@
-// The command line, and the configuration file that it leads to.
+// The command line and the path of the configuration file.
 #pragma once
 
 #include <string>

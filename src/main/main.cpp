@@ -1,6 +1,6 @@
-// Start-up: the configuration, the modules, the consoles, and then nothing: all further work
-// happens on the threads that they started. There is no orderly end; the process runs until it is
-// killed.
+// Start-up: the configuration, the modules, the consoles. Then the main thread sleeps, and all work
+// happens on the threads that they started. There is no orderly shutdown: the process runs until it
+// is killed.
 
 #include <fcntl.h>
 #include <signal.h>
@@ -24,8 +24,8 @@
 
 namespace {
 
-// Consoles wait in select, which cannot hold a descriptor that is not below FD_SETSIZE: with this
-// limit there is none, and a socket too many fails to open like any other.
+// Consoles wait in select, which takes only descriptors below FD_SETSIZE: with this limit there are
+// no others, and opening one too many fails with EMFILE.
 void LimitDescriptors() {
     struct rlimit limit;
     if (getrlimit(RLIMIT_NOFILE, &limit) == 0) {
@@ -34,8 +34,8 @@ void LimitDescriptors() {
     }
 }
 
-// A supervisor may start the daemon without them; what is opened first would take their numbers,
-// and a console or a peer would get the log.
+// A supervisor may start the daemon without them. The first files opened would then get their
+// numbers, and a console or a peer would get the log.
 void FillStandardDescriptors() {
     int fd;
     do {
@@ -49,9 +49,9 @@ void FillStandardDescriptors() {
 }  // namespace
 
 int main(int argc, char** argv) {
-    // A client or a peer that goes away in the middle of a write must never end the daemon.
+    // A client or a peer that closes during a write must not kill the daemon.
     signal(SIGPIPE, SIG_IGN);
-    // What the daemon creates is its own alone, unless it says otherwise.
+    // Files are private by default.
     umask(077);
     FillStandardDescriptors();
     LimitDescriptors();
@@ -65,7 +65,7 @@ int main(int argc, char** argv) {
         return -1;
     }
     const auto configManager = std::make_shared<kelp::ConfigManager>();
-    // A file that cannot be read leaves the built-in configuration in force.
+    // On failure the built-in configuration stays in force.
     configManager->ParseJSONDoc(path);
     const auto messagerManager = std::make_shared<kelp::MessagerManager>(configManager.get());
     const auto processorManager = std::make_shared<kelp::ProcessorManager>(messagerManager.get());
