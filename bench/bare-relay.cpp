@@ -1,11 +1,11 @@
-// The echo peer of every measurement, and the bare relays beside which kelp is measured: read, cut
-// at CR LF, send, receive, write. They neither route nor log nor limit times.
+// The echo peer of all measurements, and the bare relays that kelp is compared with: read, cut at
+// CR LF, send, receive, write; no routing, no log, no time-outs.
 //
 // Usage: bare-relay echo PATH PORT DEVICE
 //        bare-relay one-thread|contract local|tcp|pty WHERE kept|per-request PEER
 //
-// "one-thread" is the least that a relay can do. "contract" also makes the system calls that kelp's
-// contract needs: FIONREAD before a read, a look for stale bytes before an exchange on a kept
+// "one-thread" is the minimum for a relay. "contract" also makes the system calls that kelp's
+// contract needs: FIONREAD before a read, a check for stale bytes before an exchange on a kept
 // connection, and a second thread that writes the answers.
 
 #include <fcntl.h>
@@ -29,7 +29,7 @@
 namespace kelp::bench {
 namespace {
 
-// More than the relays of one visit keep open together; some connect once for each client.
+// More than all connections of one visit; some relays open one for each client.
 constexpr int kPoolThreads = 24;
 constexpr size_t kReadBytes = 65535;
 
@@ -63,7 +63,7 @@ int ServeEcho(const std::string& path, int port, const char* device) {
 
 struct Client {
     UniqueFd fd;
-    std::string pending;  // read, and not yet a whole line
+    std::string pending;  // an incomplete line
 };
 
 class Relay {
@@ -152,7 +152,7 @@ class Relay {
     }
 
     static void Write(const Client& client, std::string_view bytes) {
-        // A client that is gone shows on the next read.
+        // The next read reports a client that is gone.
         [[maybe_unused]] const ssize_t n = write(client.fd.Get(), bytes.data(), bytes.size());
     }
 

@@ -1,4 +1,4 @@
-// How measured relays, their clients and their peer are reached.
+// Addresses and connections of the measured relays, their clients and their peer.
 #pragma once
 
 #include <sys/socket.h>
@@ -24,7 +24,7 @@ inline LocalAddress PathAddress(const std::string& path) {
     return address;
 }
 
-// Blocking, unlike the daemon's own; not Ok() on failure.
+// A blocking socket, unlike the daemon's; not Ok() on failure.
 inline UniqueFd Connect(const LocalAddress& address) {
     UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     return connect(fd.Get(), address.Get(), address.length) == 0 ? std::move(fd) : UniqueFd();

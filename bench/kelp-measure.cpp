@@ -1,12 +1,13 @@
-// Measures relays side by side on one road; bench/run.py starts it, visit by visit.
+// Compares relays on one transport with one kind of peer connection; bench/run.py starts it for
+// each visit.
 //
 // Usage: kelp-measure TURNS local|tcp|pty kept|per-request SUBJECT...
 //        kelp-measure calls local|tcp|pty kept|per-request SUBJECT...
 //
 // Prints a line for each figure: subject, figure, value, and the value over that of the first
-// subject (the figures: docs/performance.md). Ratios are formed turn by turn, and a turn takes
-// milliseconds: what disturbs the machine for longer meets all subjects alike. The second form
-// counts the relay's system calls per command. The status is 1 when an answer was wrong or missing.
+// subject (the figures: docs/performance.md). Ratios are formed per turn, and a turn takes
+// milliseconds: a longer disturbance affects all subjects alike. The second form counts the relay's
+// system calls per command. The exit status is 1 when an answer was wrong or missing.
 
 #include <signal.h>
 #include <stdio.h>
@@ -28,11 +29,11 @@ namespace kelp::bench {
 namespace {
 
 constexpr int kWarmUp = 30;
-// The caches are another subject's when a turn begins.
+// When a turn begins, the caches hold another subject's data.
 constexpr int kTurnWarmUp = 5;
 constexpr int kTurn = 50;  // round trips
 constexpr int kWrites = 3;
-constexpr int kPipelined = 16;  // commands in each of them
+constexpr int kPipelined = 16;  // commands per write
 constexpr size_t kClients = 4;  // as many as a console accepts
 constexpr int kEachOfFour = 15;
 constexpr int kCounted = 200;
@@ -64,7 +65,7 @@ double Sum(const std::vector<pid_t>& pids, Read read) {
     return sum;
 }
 
-// A subject under measurement, while the others are silent.
+// A subject under measurement, while the others are idle.
 class Measuring {
   public:
     Measuring(const Subject& subject, Environment& environment, size_t number)
@@ -170,7 +171,7 @@ class Measuring {
 
 using All = std::vector<std::unique_ptr<Measuring>>;
 
-// Each time another one begins, so that none always follows the same other.
+// Each round starts with another subject, so that the order favours none.
 void TakeTurns(All& all, size_t turns, void (Measuring::*turn)()) {
     for (size_t first = 0; first < turns; ++first) {
         for (size_t i = 0; i < all.size(); ++i) {
@@ -206,7 +207,7 @@ bool CountCalls(const Subject& subject, Environment& environment) {
         return !strace.Running() ||
                environment.directory.Read("strace").find("attached") != std::string::npos;
     });
-    // All threads of a process are attached in one go, but not at once.
+    // strace needs a moment to attach all threads of a process.
     Thread::SleepMs(200);
     measuring.RoundTrips(kCounted);
     Thread::SleepMs(20);
@@ -232,7 +233,7 @@ int Main(const std::vector<std::string>& words) {
     signal(SIGPIPE, SIG_IGN);
     umask(077);
     Environment environment;
-    // Relays with a kept connection open it as they start.
+    // Relays with a kept connection open it at start, so the peer must listen.
     test::WaitUntil([&] { return Connect(PathAddress(environment.peer)).Ok(); });
     std::vector<Subject> subjects;
     for (size_t i = 4; i < words.size(); ++i) {

@@ -1,6 +1,6 @@
-// The single steps of a command's path, and how their cost grows with the input: Google Benchmark
-// fits a complexity to each, and the program ends with 1 when one is worse than N log N.
-// Standard error, where the log records go, belongs to /dev/null.
+// The cost of each step of the command path, and its growth with the input: Google Benchmark fits a
+// complexity to each; the exit status is 1 when one is worse than N log N. Redirect standard error,
+// where the log records go, to /dev/null.
 
 #include <benchmark/benchmark.h>
 #include <malloc.h>
@@ -68,7 +68,7 @@ void FrameLongLine(benchmark::State& state) {
 }
 BENCHMARK(FrameLongLine)->RangeMultiplier(4)->Range(4 << 10, 4 << 20)->Complexity();
 
-// Modules with white lists that nothing matches, and a manager that asks them all.
+// No white list matches the request, so the manager asks every module.
 void Refuse(benchmark::State& state, bool byModules) {
     const auto size = static_cast<size_t>(state.range(0));
     const size_t modules = byModules ? size : 1, entries = byModules ? 3 : size;
@@ -132,7 +132,7 @@ void Format(benchmark::State& state) {
 }
 BENCHMARK(Format)->RangeMultiplier(4)->Range(64, 256 << 10)->Complexity();
 
-// Elsewhere records would be most of what is measured.
+// For the other benchmarks: log records would dominate their results.
 constexpr char kNoRecords[] = "*:S";
 
 class Filter {
@@ -161,7 +161,7 @@ void LogDump(benchmark::State& state, const char* filter) {
 BENCHMARK_CAPTURE(LogDump, written, "KELP:V")->Arg(17)->Arg(256);
 BENCHMARK_CAPTURE(LogDump, filtered, "KELP:E")->Arg(17)->Arg(256);
 
-// Reports the runs and counts those that grow too fast or went wrong.
+// Reports the runs and counts those that grow too fast or failed.
 class Judge : public benchmark::ConsoleReporter {
   public:
     void ReportRuns(const std::vector<Run>& runs) override {
@@ -182,7 +182,7 @@ class Judge : public benchmark::ConsoleReporter {
 }  // namespace kelp
 
 int main(int argc, char** argv) {
-    // What one repetition has freed the next one reuses: the price of fresh pages is the kernel's.
+    // Reuse freed memory in the next repetition: the cost of fresh pages is the kernel's.
     mallopt(M_MMAP_MAX, 0);
     mallopt(M_TRIM_THRESHOLD, -1);
     kelp::SetLogFilter(kelp::kNoRecords);

@@ -1,4 +1,4 @@
-# The picture of docs/performance.md. Wants the variables `data` and `out`; scripts/bench sets them.
+# The picture of docs/performance.md. Needs the variables `data` and `out`; scripts/bench sets them.
 set terminal svg size 1000,760 font "sans-serif,13" background "white"
 set output out
 set datafile separator "\t"

@@ -19,7 +19,7 @@ import sys
 import time
 
 REFERENCE = "contract"
-BYTE_RELAYS = ("direct", "socat", "ser2net")  # they know no commands
+BYTE_RELAYS = ("direct", "socat", "ser2net")  # no framing, no routing
 KELP = ("kelp-filtered", "kelp-file")
 SUBJECTS = ("direct", "one-thread", REFERENCE, *KELP, "socat", "ser2net", "python")
 ROADS = [f"{road} {mode}" for mode in ("kept", "per-request") for road in ("local", "tcp", "pty")]
@@ -50,7 +50,7 @@ def table(rows):
 def exists(subject, road):
     if subject in BYTE_RELAYS and not road.endswith("kept"):
         return False
-    return (subject, road) != ("ser2net", "pty kept")  # it accepts from networks only
+    return (subject, road) != ("ser2net", "pty kept")  # it accepts on sockets only
 
 
 class Run:
@@ -77,7 +77,7 @@ class Run:
                 self.ratios[placement, road, subject, figure].append(float(ratio[0]))
 
     def measure(self, placement):
-        # Side by side with the reference, and one kelp at a time.
+        # Each group runs beside the reference and holds at most one kelp.
         groups = []
         for road in ROADS:
             most = [s for s in SUBJECTS if s not in (REFERENCE, KELP[1])]
@@ -94,7 +94,7 @@ class Run:
             for road, subjects in groups:
                 self.visit(placement, "1" if self.options.smoke else "10", road, subjects)
             rounds += 1
-            groups.append(groups.pop(0))  # none always follows the same other
+            groups.append(groups.pop(0))  # so that the order favours none
         self.visits[placement] = rounds
 
     def count_calls(self):

@@ -55,7 +55,7 @@ bool Client::Send(std::string_view data) {
 bool Client::Receive(size_t bytes) {
     char buffer[65536];
     while (bytes > 0) {
-        // A terminal has no receive time-out; every subject on one pays for this call alike.
+        // A tty has no receive time-out; all subjects on a pty pay for this call alike.
         struct pollfd ready = {mFd.Get(), POLLIN, 0};
         if (mIsTty && poll(&ready, 1, kPatienceMs) <= 0) {
             return false;
@@ -97,7 +97,7 @@ std::vector<std::string> Running::Words() const {
         return {"socat", listen[at], "UNIX-CONNECT:" + peer};
     }
     if (who == "ser2net") {
-        // Without the delay in which it collects characters, as a bench would tune it.
+        // chardelay off, as a bench would configure it.
         const std::string config = mPath + ".yaml";
         std::ofstream(config) << "%YAML 1.1\n---\nconnection: &bench\n  accepter: "
                               << (transport == "tcp" ? "tcp(nodelay=true),127.0.0.1," : "unix,")
@@ -152,7 +152,8 @@ std::vector<pid_t> Running::Pids() const {
 }
 
 size_t Running::AnswerBytes() const {
-    // Who cuts lines hands the command on without its terminator, and the peer echoes that.
+    // A relay that cuts lines forwards the command without its terminator, and the peer echoes
+    // that.
     const bool relaysBytes =
         mRelay == nullptr || mSubject.who == "socat" || mSubject.who == "ser2net";
     return kCommand.size() - (relaysBytes ? 0 : 2);

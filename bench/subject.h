@@ -1,4 +1,4 @@
-// What is measured: a relay, the road that commands take through it, and a client at its front.
+// What is measured: a relay, its transport and its client.
 #pragma once
 
 #include <memory>
@@ -16,10 +16,10 @@ namespace kelp::bench {
 struct Subject {
     std::string who;  // as in docs/performance.md
     Transport transport = Transport::kLocal;
-    bool kept = true;  // the connection to the peer; otherwise one for each command
+    bool kept = true;  // one peer connection for all commands; else one for each
 };
 
-// What all subjects share: a directory, the echo peer, and kelp's UART, which nobody talks to.
+// What all subjects share: a directory, the echo peer, and kelp's UART, which stays unused.
 struct Environment {
     const test::TempDir directory;
     const std::string peer = directory.Path("peer");
@@ -29,11 +29,12 @@ struct Environment {
                              "/dev/null"};
 };
 
-// A client of a subject: one connection, the same code whatever the subject is.
+// A client of a subject: one connection, the same code for all subjects.
 class Client {
   public:
     Client(UniqueFd fd, bool isTty) : mFd(std::move(fd)), mIsTty(isTty) {}
-    // False when less than `answerBytes` have come after five seconds.
+    // False when fewer than `answerBytes` arrive: five seconds without data, or the end of the
+    // stream.
     bool Exchange(std::string_view data, size_t answerBytes) {
         return Send(data) && Receive(answerBytes);
     }
@@ -45,17 +46,17 @@ class Client {
     bool mIsTty;
 };
 
-// A subject that runs, at an address of its own; of kelp there can be only one at a time.
+// A running subject at its own address; only one kelp can run at a time.
 class Running {
   public:
-    // `number` tells apart those that run at the same time.
+    // `number` is unique among the running subjects.
     Running(const Subject& subject, Environment& environment, size_t number);
 
     // Waits until the subject listens.
     std::unique_ptr<Client> Connect();
-    // The relay and what it has forked; none of the direct exchange.
+    // The relay and its child processes; none for "direct".
     std::vector<pid_t> Pids() const;
-    // What one command, as sent, brings back.
+    // Length of the answer to kCommand.
     size_t AnswerBytes() const;
 
     static constexpr std::string_view kCommand = "AT+WIFI=0123456\r\n";
