@@ -1,5 +1,5 @@
-// Any words on the command line: the scanner comes to its end, and only "file" in one of its
-// spellings chooses the configuration file.
+// Any words on the command line: the option scanner terminates, and only "file" in one of its
+// spellings selects the configuration file.
 
 #include <fuzzer/FuzzedDataProvider.h>
 #include <getopt.h>
@@ -15,7 +15,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FuzzedDataProvider input(data, size);
     std::vector<std::string> words = {"kelp", "--file=/dev/null"};
     while (input.remaining_bytes() > 0 && words.size() < 32) {
-        // Up to the first zero byte, as the kernel hands them over.
+        // Cut at the first zero byte: arguments are C strings.
         words.emplace_back(input.ConsumeRandomLengthString(64).c_str());
     }
     const bool chooses = std::any_of(words.begin() + 2, words.end(), [](const std::string& word) {
@@ -27,7 +27,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         argv.push_back(word.data());
     }
     argv.push_back(nullptr);
-    optind = 0;  // the scanner begins anew, with nothing left of the last command line
+    optind = 0;  // resets all state of the scanner
     KELP_FUZZ_CHECK(kelp::ArgParser(static_cast<int>(words.size()), argv.data()) == -1);
     std::string path;
     const bool exists = kelp::GetJsonPath(path);

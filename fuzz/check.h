@@ -1,10 +1,10 @@
-// What a fuzzer says when a promise is broken.
+// The assertion of the fuzzers.
 #pragma once
 
 #include <cstdio>
 #include <cstdlib>
 
-// Ends the run, so that the engine keeps the input.
+// Aborts, so that the engine stores the input.
 #define KELP_FUZZ_CHECK(condition)                                                         \
     do {                                                                                   \
         if (!(condition)) {                                                                \

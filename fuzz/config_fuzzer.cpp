@@ -1,5 +1,5 @@
-// Any bytes as the configuration file: read, written back, and read again, the configuration is the
-// same, and so is the file when it is written once more.
+// Any bytes as the configuration file: written back and read again, the configuration is the same;
+// written once more, so is the file.
 
 #include <stdio.h>
 #include <unistd.h>
@@ -13,7 +13,7 @@
 
 namespace {
 
-// Everything that the two readings may differ in, as one text.
+// All settings as one text, to compare the two readings.
 std::string Describe(kelp::ConfigManager& manager) {
     std::string text;
     const auto add = [&](const std::string& value) {

@@ -1,4 +1,4 @@
-// Any request, echo, text and result: the answer is the one that its rules give on plain strings.
+// Any request, echo, text and result: the answer equals that of a simple implementation on strings.
 
 #include <fuzzer/FuzzedDataProvider.h>
 
@@ -42,7 +42,7 @@ std::string NaiveAnswer(const std::string& request, const std::string& echo,
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FuzzedDataProvider input(data, size);
     kelp::Formatter formatter;
-    // Twice on one formatter: nothing of the first answer may be left in the second.
+    // Twice on one formatter: the first answer must leave no state for the second.
     for (int i = 0; i < 2; ++i) {
         const int result = input.ConsumeBool() ? 0 : input.ConsumeIntegralInRange(-1, 6256);
         const std::string request = input.ConsumeRandomLengthString(512);

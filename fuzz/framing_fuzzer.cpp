@@ -1,5 +1,5 @@
-// Any bytes, in any pieces, with any terminator and in every mode: a console cuts the commands that
-// the cutting rule gives when it is followed naively on the whole buffer.
+// Any bytes, in any pieces, with any terminator and in every mode: a console cuts the same commands
+// as a naive implementation on the whole buffer.
 
 #include <fcntl.h>
 #include <fuzzer/FuzzedDataProvider.h>

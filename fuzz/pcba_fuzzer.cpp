@@ -1,7 +1,7 @@
-// Whole conversations with the PCBA test daemon: several requests under way, records cut, doubled,
-// late, broken or missing, connections that end. The real module, with its thread, holds them over
-// connections that the fuzzer plays; a model without threads says which answer each request gets
-// and on which connection it is written.
+// Whole conversations with the PCBA test daemon: several pending requests; records truncated,
+// duplicated, late, damaged or missing; connections that end. The real module, with its thread,
+// runs over connections that the fuzzer simulates; a model without threads predicts the answer of
+// each request and the connection it is written on.
 
 #include <algorithm>
 #include <cstring>
@@ -30,10 +30,10 @@ constexpr int kMaxSteps = 300;
 constexpr size_t kMaxUnderWay = 256;
 constexpr int32_t kMaxText = 1 << 20;
 
-// The daemon's end of all connections, and what the consoles got. Guarded by mutex.
+// The daemon's end of all connections, and the answers that the consoles got. Guarded by mutex.
 struct World {
     struct Wire {
-        std::string bytes;    // said and not yet received
+        std::string bytes;    // sent by the daemon, not yet received
         bool closed = false;  // by the daemon
         bool shut = false;    // by the module
     };
@@ -41,7 +41,7 @@ struct World {
     bool CanReceive(size_t wire) const {
         return timeOut || wires[wire].closed || wires[wire].shut || !wires[wire].bytes.empty();
     }
-    // Whether the module's thread can do nothing more by itself.
+    // True when all requests are answered or the module's thread blocks in sreceive.
     bool Settled() const {
         return answers.size() == asked || (receiving && !CanReceive(receivingOn));
     }
@@ -49,7 +49,7 @@ struct World {
     kelp::Mutex mutex;
     kelp::CondVar changed;
     bool absent = false;
-    bool timeOut = false;  // for the next one who waits
+    bool timeOut = false;  // of the next receive that waits
     std::vector<Wire> wires;
     std::map<const void*, size_t> wireOf;  // by the client that opened it last
     std::vector<size_t> writtenOn;         // the wire of each request that was written
@@ -69,7 +69,8 @@ World& TheWorld() {
 
 namespace kelp {
 
-// In the place of src/platform/localsocketclient.cpp, which the linker leaves in its archive.
+// Replaces src/platform/localsocketclient.cpp, which the linker then does not take from its
+// archive.
 int ToErrorCode(LocalResult result) {
     return result == LocalResult::kDone      ? 0
            : result == LocalResult::kTimeOut ? 6002
@@ -157,12 +158,12 @@ class Console : public kelp::Processor {
     }
 };
 
-// What the daemon does, and what each request must get for it.
+// Predicts the answer of each request from what the daemon does.
 class Model {
   public:
     explicit Model(bool kept) : mKeepAlive(kept) {}
 
-    // The wire that the request is written on, or -1; `open` opens one, or says -1.
+    // The wire that the request is written on, or -1; `open` opens one, or returns -1.
     template <typename Open>
     int Ask(const std::string& request, Open open) {
         mRequests.push_back(request);
@@ -222,7 +223,7 @@ class Model {
         memcpy(&value, bytes.data() + at, sizeof(value));
         return value;
     }
-    // The field at `at`; what a negative length leads out of the record to is absent. Moves `at`.
+    // The field at `at`, empty when a length leads out of the record. Advances `at`.
     static std::string Text(const std::string& record, int64_t& at) {
         if (at < 0 || at + 4 > static_cast<int64_t>(record.size()))
             return "";
@@ -233,7 +234,7 @@ class Model {
                    ? ""
                    : record.substr(static_cast<size_t>(begin), static_cast<size_t>(length));
     }
-    // Length of the record at the front; 0: not there yet; -1: damaged.
+    // Length of the record at the front; 0: incomplete; -1: damaged.
     static int64_t RecordLength(const std::string& bytes) {
         size_t end = 4;
         for (int text = 0; text < 2; ++text) {
@@ -251,7 +252,7 @@ class Model {
         mKept = mKept == wire ? -1 : mKept;
     }
 
-    // Answers whatever can be answered, in the order of the requests.
+    // Answers all requests that can be answered, in order.
     void Settle() {
         for (; !mUnderWay.empty(); mUnderWay.pop_front()) {
             const Asked asked = mUnderWay.front();
@@ -294,7 +295,7 @@ class Model {
     std::vector<std::string> mRequests;
     std::map<size_t, std::string> mExpected;
     std::deque<Asked> mUnderWay;
-    std::map<int, Wire> mWires;  // by their numbers; one that was never heard of is open and empty
+    std::map<int, Wire> mWires;  // by number; an unknown one is open and empty
     int mKept = -1;              // takes the next request
 };
 
@@ -302,7 +303,7 @@ std::string Int(int32_t value) {
     return std::string(reinterpret_cast<const char*>(&value), sizeof(value));
 }
 
-// One run: the steps that the input asks for, each done by the real module and by the model.
+// One run: the real module and the model both do each step of the input.
 class Conversation {
   public:
     Conversation(const uint8_t* data, size_t size, bool kept, kelp::PCBAMessager* module,
@@ -322,7 +323,7 @@ class Conversation {
         Forget(mModule, mConsole);
     }
 
-    // Leaves the module without a connection, and the world empty.
+    // Resets the module to no connection, and empties the world.
     static void Forget(kelp::PCBAMessager* module, Console* console) {
         World& world = TheWorld();
         auto* command = new kelp::Command;
@@ -348,10 +349,10 @@ class Conversation {
     }
 
   private:
-    // Of one connection, as the daemon sees it.
+    // One connection, as the daemon sees it.
     struct Said {
         std::deque<std::string> requests;  // not answered
-        std::string last, rest;            // the last record; what is left of one that was cut
+        std::string last, rest;            // the last record; the rest of one that was cut
     };
 
     uint8_t Next() {
@@ -449,8 +450,8 @@ class Conversation {
         }
     }
 
-    // What is left of a record that was cut, else an honest one for the oldest request, with a text
-    // that no other has.
+    // The rest of a record that was cut, else a correct one for the oldest request, with a unique
+    // text.
     std::string NextRecord(Said& said) {
         if (!said.rest.empty()) {
             return std::exchange(said.rest, "");

@@ -1,4 +1,4 @@
-// Of every fuzzer: what is logged on the way is not looked at.
+// For every fuzzer: log records are dropped.
 
 #include "platform/log.h"
 
