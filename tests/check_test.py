@@ -19,8 +19,8 @@ UNCUT = ': no console cuts anything into commands'
 WHOLE = 'must be a whole number of 32 bits'
 AT_ONCE = '"timetick" without an interval in "millisecond": whatever one read brings is a command'
 
-# The members behind FIRST, or a whole text; whether the schema refuses it (it cannot see what
-# depends on order, on other members or on the machine); and all that is warned of.
+# The members after FIRST, or a whole text; whether the schema refuses it (it cannot check what
+# depends on order, on other members or on the machine); and all warnings.
 ROWS = [
     ('"$schema": "x", "console": {"usb": {"active": {"p": "1"}}}', False),
     ('"console": {"usb": {"active": true, "port": 1,\n"\\u0070ort": 2}}', False,

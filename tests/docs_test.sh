@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Runs every command of a page of docs/, as it stands there but for the port. Arguments: the page, the
+# Runs every command of a page of docs/ unchanged, except for the port. Arguments: the page, the
 # directories of the built programs.
 set -euo pipefail
 # The daemon's local console has one name in each network namespace.
@@ -16,11 +16,11 @@ port=$((20000 + RANDOM % 10000))
 while (exec 3<>"/dev/tcp/127.0.0.1/$port") 2>/dev/null; do
     port=$((port + 1))
 done
-# What the page starts in the background ends with it, however it ends.
+# Background jobs of the page end with this script, also on failure.
 echo 'trap "exit 1" TERM; trap "kill \$(jobs -p) 2>/dev/null || true" EXIT' >commands
 sed -n '/^```sh$/,/^```$/{/^```/d;p}' "$page" | sed "s/\b3000\b/$port/g" >>commands
 grep -q kelp-send commands
-# Job control, so that the page's %1 means what it means to who types it.
+# Job control, so that %1 works as in an interactive shell.
 set -m
 status=0
 PS4='$ ' timeout 120 bash -euxm commands || status=$?

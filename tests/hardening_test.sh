@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
-# What an attacker finds in the built daemon. Arguments: its file, and 1 when its library calls are
-# the shipped ones: no sanitizer's and no debug build's.
+# Hardening of the built daemon. Arguments: its file, and 1 to check its library calls too (not for
+# sanitizer and debug builds, whose calls differ).
 set -euo pipefail
 status=0
-expect() { # COUNT REGEX TEXT: as many lines of the text match.
+expect() { # COUNT REGEX TEXT: exactly COUNT lines of TEXT must match.
     local found
     found=$(grep -cE -- "$2" <<<"$3") || true
     if ((found != $1)); then

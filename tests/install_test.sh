@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Installs a build into a scratch root, runs what is there, and checks its manual pages and its
-# service unit. Usage: install_test.sh CMAKE BUILD_DIRECTORY
+# Installs a build into a scratch root, runs the installed programs, and checks the manual pages and
+# the service unit. Usage: install_test.sh CMAKE BUILD_DIRECTORY
 set -euo pipefail
 
 # The daemon's local console has one name in each network namespace.
@@ -25,7 +25,7 @@ for key in $(grep -oE '"[a-z-]+":' "$root/whole" | tr -d '":' | sort -u); do
         fail "kelp.json.5 says nothing of $key"
 done
 
-# The installed example, moved to this directory.
+# The installed example, with sockets in this directory.
 sed "s#/dev/socket/#$root/#" "$root/usr/share/kelp/kelp.json" >"$root/kelp.json"
 sed "s#/tmp/kelp-bench/#$root/#" "$examples/bench-peers.json" >"$root/peers.json"
 kelp-peer "$root/peers.json" >"$root/ready" & jobs+=($!)

@@ -1,5 +1,5 @@
-// Consoles where two lives meet: one that is switched off, reopened, overrun or misconfigured while
-// somebody still holds a part of it.
+// Consoles that are switched off, reopened, overloaded or misconfigured while a module or a client
+// still uses them.
 
 #include <fcntl.h>
 #include <poll.h>
@@ -20,7 +20,7 @@ namespace {
 
 class Consoles : public Bench {
   protected:
-    // The descriptors of the daemon that lead to `file`.
+    // The daemon's descriptors that refer to `file`.
     std::vector<int> Held(const std::string& file) const {
         std::vector<int> held;
         std::error_code gone;
@@ -51,7 +51,7 @@ class Consoles : public Bench {
 TEST_F(Consoles, SwitchedOffIsReleasedWhoeverHoldsACommand) {
     const auto wcn = Wcn(Silent()), pcba = Daemon("pcba", Silent()),
                modem = Daemon("modem", Silent());
-    // All that may wait for a client before reading stops.
+    // As many bytes as may wait for a client before reading stops.
     const std::string large((4 << 20) - 1, 'x');
     const auto bench = Default([&](const std::string&) { return Peer::Answer{large}; });
     Start(true);
@@ -79,7 +79,7 @@ TEST_F(Consoles, SwitchedOffIsReleasedWhoeverHoldsACommand) {
             for (Station* station : {&left, &stays, &lines[0], &lines[1]}) {
                 const std::string request = row.request + std::to_string(++asked);
                 ASSERT_TRUE(station->Send(request + "\r\n"));
-                // An exchange holds up those that come after it.
+                // An exchange blocks the following requests.
                 ASSERT_TRUE(
                     row.peer == nullptr || station != &left ||
                     row.peer->WaitForRequest(row.peer == modem.get() ? request + "\r\n" : request));
@@ -171,7 +171,7 @@ TEST_F(Consoles, ARouteThatIsNoLineIsNeitherServedNorSpunOn) {
     const std::string content = "AT+X\r\nAT+Y\r\n";
     const struct {
         std::string route, record;
-        int atLeast, atMost;  // records in the second that is looked at, and before
+        int atLeast, atMost;  // records until the end of the observed second
     } rows[] = {
         {"/dev/null", "usb-->ioctl read error.errno->25\n", 5, 15},
         {mDir.Write("file", content), " E KELP    : Connect: usb-->route is no line, not served\n",
@@ -207,7 +207,7 @@ TEST_F(Consoles, AReopenedLineGetsTheAnswersOfCommandsBeforeIt) {
     Pty again;
     std::filesystem::remove(link);
     std::filesystem::create_symlink(again.Device(), link);
-    // No other descriptor is to be had than the two that the hang-up sets free.
+    // No descriptors are available but the two that the hang-up frees.
     const std::vector<int> held = Held(mUsb.Device());
     LimitDescriptors(static_cast<rlim_t>(*std::max_element(held.begin(), held.end())) + 1);
     { const Station unplugged = std::move(first); }
@@ -216,10 +216,10 @@ TEST_F(Consoles, AReopenedLineGetsTheAnswersOfCommandsBeforeIt) {
     ASSERT_TRUE(modem->Push("RING"));
     Station line = Station::Line(again.Master());
     EXPECT_TRUE(line.Answers("", "RING"));
-    // The board test's time-out is a second.
+    // The module's time-out is one second.
     EXPECT_TRUE(line.Answers("", "AT+P1\r\n\r\n6012\r\n\r\nERROR\r\n"));
     EXPECT_TRUE(line.Answers("X\r\n", Unsupported("X")));
-    mUsb = std::move(again);  // plugged in until the daemon has been looked at
+    mUsb = std::move(again);  // stays plugged in for the checks of TearDown
 }
 
 TEST_F(Consoles, AQuietIntervalEndsWhoeverConnectsMeanwhile) {
@@ -234,7 +234,7 @@ TEST_F(Consoles, AQuietIntervalEndsWhoeverConnectsMeanwhile) {
     }
     EXPECT_GE(MonotonicMs() - begin, 250);
     EXPECT_TRUE(stations[0].Answers("", "<wcn:AT+W>"));
-    // What the command consisted of is kept.
+    // The bytes of the command are kept.
     EXPECT_TRUE(stations[0].Answers("\r\n2", "<wcn:AT+W\r\n2>"));
 }
 
@@ -249,7 +249,7 @@ TEST_F(Consoles, FourStationsWithAConnectionPerCommandLoseNone) {
                 for (int j = 0; j < 200; ++j) {
                     Station station = Tcp();
                     ASSERT_TRUE(station.Answers("X\r\n", Unsupported("X")));
-                    // One that leaves without reading has its command read first.
+                    // The command of a client that leaves without reading is still read.
                     Station(std::move(station)).Send(j % 2 == 0 ? "Y\r\n" : "");
                 }
             });
@@ -258,7 +258,7 @@ TEST_F(Consoles, FourStationsWithAConnectionPerCommandLoseNone) {
             station.join();
         }
         EXPECT_EQ(mKelp->Logged("reject now"), 0);
-        Switch(local, "ZAT+TCP=0");  // gives the listening socket another number
+        Switch(local, "ZAT+TCP=0");  // the listening socket gets another descriptor
         Switch(local, "ZAT+TCP=1");
     }
 }

@@ -8,7 +8,7 @@ namespace {
 
 using Control = Bench;
 
-// What the log says once a switch is done.
+// Records of a completed switch.
 constexpr char kOff[] = ": kelp: tcp deactive communication\n";
 constexpr char kOn[] = ": kelp: tcp active communication\n";
 
@@ -22,7 +22,7 @@ TEST_F(Control, AThousandTimesOffWithCommandsAtSilentPeers) {
         ASSERT_TRUE(Refused(mPort));
         Switch(local, "ZAT+TCP=1");
         Station station = Tcp();
-        // Under way at the next switch; a board test holds its connection for a second.
+        // Pending at the next switch; a PCBA request keeps its connection for a second.
         const char* const request = i % 250 == 0 ? "AT+P\r\n" : i % 2 == 0 ? "AT+W\r\n" : "X\r\n";
         ASSERT_TRUE(station.Send(request));
     }
@@ -36,12 +36,12 @@ TEST_F(Control, AConsoleSwitchesItselfOffAfterItsAnswer) {
         Station self = Tcp();
         Station other = Tcp();
         ASSERT_TRUE(other.Answers("X\r\n", Unsupported("X")));
-        // Sometimes with more behind it, which ends in the same state.
+        // In every second round more commands follow, which end in the same state.
         const bool more = i % 2 == 1;
         ASSERT_TRUE(self.Send(more ? "ZAT+TCP=0\r\nZAT+TCP=1\r\nZAT+TCP=0\r\n" : "zat+tcp=0\r\n"));
         EXPECT_EQ(self.ReceiveToEnd().find(Ok(more ? "ZAT+TCP=0" : "zat+tcp=0")), 0u);
         EXPECT_EQ(other.ReceiveToEnd(), "");
-        // However soon: what was asked for before is done before.
+        // Even without a pause: switches are done in the order of the requests.
         const int ons = mKelp->Logged(kOn);
         Command(local, "ZAT+TCP=1");
         ASSERT_TRUE(mKelp->WaitForLog(kOff, offs + (more ? 2 : 1)));
@@ -62,7 +62,7 @@ TEST_F(Control, TwoConsolesThatSwitchEachOtherOffBothEndOff) {
         ASSERT_TRUE(mKelp->WaitForLog(" deactive communication\n", offs + 1));
         Command(local, "ZAT+TCP=0");
         Command(local, "ZAT+USB=0");
-        // One of them may have been off before it had read its command; by now both are.
+        // One console may have been off before it read its command; now both are off.
         tcp.ReceiveToEnd();
         const int ons = mKelp->Logged(" active communication\n");
         ASSERT_TRUE(WaitUntil([&] { return Refused(mPort); }));
@@ -99,7 +99,8 @@ TEST_F(Control, AnswersAndWhatTheyPersist) {
     Switch(local, "ZAT+TCP=1");
     EXPECT_TRUE(Refused(mPort));
     EXPECT_FALSE(Refused(port));
-    // What cannot be bound leaves the console off until it is corrected, off and on.
+    // With an address that cannot be bound the console stays off until corrected and switched off
+    // and on.
     const size_t descriptors = mKelp->Descriptors();
     for (const char* bad : {"ZAT+IP=203.0.113.1", "ZAT+IP=NOWHERE", "ZAT+IP=\xff\xfe"}) {
         Command(local, bad);

@@ -1,5 +1,5 @@
-// Stations, peers and the system at their worst: nothing is lost that could be kept, memory stays
-// where it was, and there is full service afterwards.
+// Faults of stations, peers and the system: no avoidable loss, no growth of memory, and full
+// service afterwards.
 
 #include <signal.h>
 #include <sys/resource.h>
@@ -45,7 +45,7 @@ TEST_F(Faults, AStationThatSendsWithoutReadingIsHeldAndLosesNothing) {
                 sent += 4096;
             }
         });
-        // Until the line takes no more.
+        // Until sending makes no progress.
         EXPECT_TRUE(WaitUntil([&] {
             const size_t now = sent;
             Thread::SleepMs(300);
@@ -72,7 +72,7 @@ TEST_F(Faults, AModemDaemonThatFloodsADeafStationFillsNothing) {
     ExpectGrownLittle(before);
     EXPECT_EQ(mKelp->Logged(" E KELP    : OnFlood: tcp-->client does not read, "), 1);
     EXPECT_TRUE(Served(Station::Local()));
-    // What was kept arrives, and then whatever comes next.
+    // The kept messages arrive, and then the next answer.
     ASSERT_TRUE(deaf.Send("AT+MEND\r\n"));
     std::string got, end = "<modem:AT+MEND\r\n>";
     char chunk[65536];
@@ -161,7 +161,7 @@ TEST_F(Faults, ExhaustedDescriptorsNeitherSpinNorFlood) {
     }
 }
 
-// A supervisor may allow and leave open more descriptors than select can hold.
+// A supervisor may allow, and leave open, descriptors that are too large for select.
 TEST_F(Faults, WithoutADescriptorForSelectNothingServes) {
     Start();  // for its configuration file
     mKelp = std::make_unique<KelpProcess>(
@@ -188,7 +188,7 @@ TEST_F(Faults, AfterAHangUpARestartServesAtOnce) {
         EXPECT_EQ(mKelp->Logged(": ReConnect: usb << reconnect << fd:-1\n"), 1);
         EXPECT_EQ(mKelp->Logged("descriptor -1 "), 1);
         mKelp.reset();
-        mUsb = Pty();  // the cable is plugged in again
+        mUsb = Pty();  // plugged in again
         const int64_t begin = MonotonicMs();
         Start();
         EXPECT_TRUE(Served(Station::Line(mUsb.Master())));

@@ -1,4 +1,4 @@
-// While nothing happens, nothing runs: not one wake-up of any thread.
+// An idle daemon: no thread wakes up.
 
 #include "support/bench.h"
 #include "support/procstat.h"
@@ -15,7 +15,7 @@ TEST_F(Idle, WithEveryPeerThenWithoutTheForwardingOnes) {
     const auto modem = Daemon("modem", Peer::Echo("modem"));
     auto wcn = Wcn(), bench = Default();
     Start(true);
-    // Clients, one of them with half a line.
+    // One client has sent half a line.
     Station stations[] = {Station::Line(mUsb.Master()), Tcp(), Station::Local()};
     for (Station& station : stations) {
         ASSERT_TRUE(station.Answers("AT+W\r\nAT+B\r\n", "<wcn:AT+W><bench:AT+B>"));

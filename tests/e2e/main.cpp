@@ -1,5 +1,5 @@
-// Runs the end-to-end cases, in a network namespace of their own where the system permits: there
-// the daemon's fixed local name and the ports belong to this run alone.
+// Runs the end-to-end cases, in a network namespace of their own if the system permits: there no
+// other process uses the daemon's fixed local name and the ports.
 
 #include <gtest/gtest.h>
 #include <net/if.h>

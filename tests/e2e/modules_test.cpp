@@ -1,4 +1,4 @@
-// The modem and PCBA modules, each with its daemon in every condition.
+// The modem and PCBA modules, with daemons that are absent, silent, late or wrong.
 
 #include <atomic>
 #include <cstring>
@@ -15,7 +15,7 @@ using Modem = Bench;
 using Pcba = Bench;
 using Modules = Bench;
 
-// Pushes `first`, and then a few bytes every 5 ms as long as `what` takes. How long that was, in
+// Pushes `first`, then a few bytes every 5 ms while `what` runs. Returns the duration of `what` in
 // milliseconds.
 template <typename What>
 int64_t PushesUntil(Peer& peer, const std::string& first, What what) {
@@ -52,7 +52,7 @@ TEST_F(Modem, WhatTheDaemonSaysGoesToWhoSpokeLast) {
     ASSERT_TRUE(mKelp->WaitForLog("tcp-->ioctl read error.errno->5\n", 2));
     ASSERT_TRUE(modem->Push("late"));
     EXPECT_TRUE(other.Answers("", "late"));
-    // Of a console that is off by now nothing is written, to nobody.
+    // For a console that is off, nothing is written.
     ASSERT_TRUE(tcp.Answers("AT+M4\r\n", "<modem:AT+M4\r\n>"));
     ASSERT_TRUE(usb.Answers("ZAT+TCP=0\r\n", Ok("ZAT+TCP=0")));
     EXPECT_EQ(tcp.ReceiveToEnd(), "");
@@ -76,7 +76,7 @@ TEST_F(Modem, ALostDaemonIsServedAgainWhenItReturns) {
         for (int j = 0; j < 5; ++j) {
             EXPECT_TRUE(station.Answers("AT+Mlost\r\nX\r\n", Unsupported("X")));
         }
-        // It is looked for once a second.
+        // A connection is tried once a second.
         const int64_t switches = Switches(mKelp->Pid());
         Thread::SleepMs(2000);
         EXPECT_TRUE(KELP_SANITIZED || Switches(mKelp->Pid()) - switches <= 6);
@@ -85,7 +85,7 @@ TEST_F(Modem, ALostDaemonIsServedAgainWhenItReturns) {
         EXPECT_TRUE(station.Answers("AT+M2\r\n", "<modem:AT+M2\r\n>"));
         EXPECT_LT(MonotonicMs() - begin, 3000);
     }
-    // Once more perhaps for a connection that the dying daemon still took.
+    // The ending daemon may still have accepted a connection: up to two records per round.
     EXPECT_LE(mKelp->Logged("disconnect ,retry:"), 6);
 }
 
@@ -125,7 +125,7 @@ TEST_F(Pcba, Records) {
     const struct {
         const char* name;
         std::string bytes, answer;
-        bool close = false;  // else an incomplete record ends with the module's time-out
+        bool close = false;  // if false, an incomplete record ends with the module's time-out
     } rows[] = {
         {"echo and text", Record(req, "hello"), Value(req, "+P:hello")},
         {"result", Record(req, "hello", 6009), req + "\r\n\r\nOut of range\r\n\r\nERROR\r\n"},
@@ -162,7 +162,7 @@ TEST_F(Pcba, Records) {
 
 TEST_F(Pcba, AnswersInOrderOfTheRequestsEachOnItsConsole) {
     for (const bool keepAlive : {true, false}) {
-        // Requests of eight bytes follow each other without a gap; so do the records.
+        // Requests of eight bytes arrive back to back, and so do the records.
         const auto daemon = Daemon("pcba", [](const std::string& requests) {
             std::string records;
             for (size_t i = 0; i + 8 <= requests.size(); i += 8) {
@@ -206,7 +206,7 @@ TEST_F(Pcba, BytesThatAnswerNothingAreNobodys) {
         EXPECT_TRUE(daemon->Push(records));
     };
     const auto get = [&](const std::string& answer) { EXPECT_TRUE(station.Answers("", answer)); };
-    ask(2, Int(0) + Text(req) + Int(10) + "ab");  // of a connection that is given up
+    ask(2, Int(0) + Text(req) + Int(10) + "ab");  // damaged: the connection is given up
     get(Mismatch(req) + Mismatch(req));
     ask(1, Record(req, "1") + Record(req, "1"));  // one too many
     get(Value(req, "+P:1"));
@@ -214,7 +214,8 @@ TEST_F(Pcba, BytesThatAnswerNothingAreNobodys) {
     get(Value(req, "+P:2"));
     EXPECT_EQ(daemon->Connections(), 2);
     EXPECT_EQ(mKelp->Logged(" E KELP    : DropStaleBytes: pcba-->dropped "), 1);
-    // One too many among those under way: the others get theirs, then the connection ends.
+    // A surplus record among pending requests: the others get their answers, then the connection
+    // ends.
     ask(3, Record("AT+P=0", "0") + Record(req, "3") + Record(req, "4") + Record(req, "5"));
     get(Mismatch(req) + Value(req, "+P:3") + Value(req, "+P:4"));
     ask(1, "");
@@ -255,7 +256,7 @@ TEST_F(Pcba, WhatIsUnderWayIsBoundedAndNoConsoleIsHeldUp) {
         EXPECT_TRUE(tcp.Answers("AT+P=2\r\n", Mismatch("AT+P=2")));
     }
     EXPECT_EQ(mKelp->Logged(" E KELP    : Refuse: pcba-->1 requests refused: too many wait"), 1);
-    // Of a console that is off, the places are free and the records still consumed.
+    // After the console is off, its places are free and its records are still consumed.
     ASSERT_TRUE(local.Answers("ZAT+USB=0\r\n", Ok("ZAT+USB=0")));
     ASSERT_TRUE(mKelp->WaitForLog("usb deactive communication\n"));
     ASSERT_TRUE(asked(tcp, "AT+P=3"));
@@ -264,14 +265,14 @@ TEST_F(Pcba, WhatIsUnderWayIsBoundedAndNoConsoleIsHeldUp) {
     }
     ASSERT_TRUE(daemon->Push(Record("AT+P=3", "3")));
     EXPECT_TRUE(tcp.Answers("", Value("AT+P=3", "+P:3")));
-    EXPECT_EQ(daemon->Connections(), 2);  // one of the daemon that was started before
-    // Bytes count, too; a lone request may be larger.
+    EXPECT_EQ(daemon->Connections(), 2);  // one from the first start
+    // Bytes are limited too; a single request may exceed the limit.
     const std::string large = "AT+P" + std::string(5 << 20, 'x');
     ASSERT_TRUE(asked(local, large));
     EXPECT_TRUE(tcp.Answers("AT+P=4\r\n", Mismatch("AT+P=4")));
     ASSERT_TRUE(daemon->Push(Record(large, "").substr(0, 8)));  // damaged
     EXPECT_TRUE(local.Answers("", Mismatch(large)));
-    // What the daemon does not read within a second is refused, on all consoles together.
+    // A request that the daemon does not read within a second is refused, on both consoles.
     deaf = true;
     const int64_t begin = MonotonicMs();
     for (Station* station : {&local, &tcp}) {
@@ -300,11 +301,11 @@ TEST_F(Modules, WhereAnAnswerEnds) {
         ASSERT_TRUE(wcn->Push("three"));
         EXPECT_TRUE(station.Answers("", "onetwothree"));
     }
-    // A long one that has stopped flowing is handed on.
+    // A long answer that arrives slowly is relayed.
     ASSERT_TRUE(station.Send("AT+B\r\n") && bench->WaitForRequest("AT+B"));
     const int64_t ms = PushesUntil(*bench, std::string(4096, 'x'), [&] { station.Receive(4096); });
     EXPECT_LT(ms, KELP_SANITIZED ? 5000 : 2000);
-    // What follows is nobody's: another connection, after those of the two daemons.
+    // The rest is dropped: a new connection, after those of the two starts.
     ASSERT_TRUE(station.Send("AT+B2\r\n") && bench->WaitForRequest("AT+B2"));
     EXPECT_EQ(bench->Connections(), 3);
 }

@@ -1,5 +1,5 @@
-// Noise on all consoles at once, with sessions in between that must be answered exactly.
-// KELP_NOISE_SECONDS and KELP_NOISE_SEED of the environment choose how long, and which noise.
+// Noise on all consoles at once, with requests in between that must be answered exactly. The
+// environment variables KELP_NOISE_SECONDS and KELP_NOISE_SEED set the duration and the noise.
 
 #include <algorithm>
 #include <atomic>
@@ -24,9 +24,7 @@ int Setting(const char* name, int otherwise) {
     return text != nullptr ? static_cast<int>(strtol(text, nullptr, 10)) : otherwise;
 }
 
-// One line without its terminator: valid, valid with a few bytes changed, or bytes alone. Never one
-// for the modem, whose answers go to who spoke last, and of the control commands only a harmless
-// one: what is changed would not stay where it was found.
+// One line without its terminator: valid, valid with a few bytes changed, or random bytes.
 std::string Line(Random& random) {
     static const std::string kValid[] = {"AT+W=1",     "at+wifi?",  "WT",         "BT",
                                          "AT+B=\"x\"", "ZAT+NOISE", "AT+UNKNOWN", "AT+C"};
@@ -44,7 +42,8 @@ std::string Line(Random& random) {
     return line;
 }
 
-// What the daemon answers; nothing for what must not be sent.
+// The daemon's answer; empty for lines that must not be sent: those for the modem (its answers go
+// to the last speaker) and control commands that change the configuration.
 std::string Expected(const std::string& line) {
     const std::string upper = UpperCase(line);
     const std::string text = upper.c_str();  // test commands end at a zero byte
@@ -68,12 +67,12 @@ TEST_F(Noise, EveryRequestBetweenIsAnsweredExactly) {
     const int seconds = Setting("KELP_NOISE_SECONDS", 3);
     const auto seed = static_cast<unsigned>(Setting("KELP_NOISE_SEED", 1));
     const auto wcn = Wcn(), bench = Default();
-    // Every refusal is logged: too much for a disk when it is millions.
+    // Every refusal is logged: millions would fill the disk.
     Start(seed % 2 == 0, kTail, {seconds <= 10 ? "ANDROID_LOG_TAGS=*:E" : "ANDROID_LOG_TAGS=*:S"});
     const int64_t endMs = MonotonicMs() + int64_t{seconds} * 1000;
     std::atomic<int64_t> answered{0};
     std::atomic<bool> good{true};
-    // One client of each console at a time: the clients of one share its buffer.
+    // One client per console at a time: the clients of a console share its buffer.
     const auto play = [&](unsigned console) {
         Random random(seed * 4 + console);
         const auto connect = [&] {

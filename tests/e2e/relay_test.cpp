@@ -1,4 +1,4 @@
-// The way of a command: from a station over a console and a module to a peer, and back.
+// The command path: from a station through a console and a module to a peer, and back.
 
 #include <array>
 
@@ -21,7 +21,7 @@ TEST_F(Relay, EveryConsoleReachesEveryModule) {
             EXPECT_TRUE(station.Answers("at+w\r\n", "<wcn:at+w>"));
             EXPECT_TRUE(station.Answers("wt\r\n", "<wcn:wt>"));
             EXPECT_TRUE(station.Answers("AT+B\r\n", "<bench:AT+B>"));
-            // A test command is a whole request, a prefix of a white-list entry is none.
+            // Test commands match whole requests; a prefix of a white-list entry does not match.
             EXPECT_TRUE(station.Answers("BT2\r\n", Unsupported("BT2")));
             EXPECT_TRUE(station.Answers("AT+\r\n", Unsupported("AT+")));
         }
@@ -54,7 +54,7 @@ TEST_F(Relay, ClientsThatLeaveGetWhatTheyCanAndLoseNothingOfOthers) {
             EXPECT_TRUE(usb.Answers("X\r\n", Unsupported("X")));
             Station next = tcp ? Tcp() : Station::Local();
             ASSERT_TRUE(wcn->Push("late"));
-            // Never the answer of the one who left.
+            // Not the answer for the client that left.
             EXPECT_TRUE(next.Answers("Y\r\n", Unsupported("Y")));
             EXPECT_EQ(leaver.ReceiveToEnd(), row.got);
         }

@@ -1,4 +1,4 @@
-// What the daemon makes of its command line and its configuration file, and its log.
+// Command line, configuration file and log of the daemon.
 
 #include <fcntl.h>
 #include <poll.h>
@@ -43,10 +43,10 @@ TEST_F(Log, NothingThatAClientSendsForgesARecord) {
     const std::string forged =
         "X\n01-01 00:00:00.000     1     1 E KELP    : FORGED: X\r\x1b[2J\x01\xff\n";
     EXPECT_TRUE(Tcp().Answers(forged + "\r\n", Unsupported(forged)));
-    // An address is logged as it was given.
+    // The log shows the address as received.
     EXPECT_TRUE(Tcp().Answers("ZAT+IP=" + forged + "\r\n", Ok("ZAT+IP=" + forged)));
     EXPECT_TRUE(mKelp->WaitForLog(":IP Address: X\\n01-01 00:00:00.000"));
-    // The shape of every line is looked at when the test ends.
+    // TearDown checks the format of every line.
     EXPECT_EQ(mKelp->Logged("\n01-01 00:00:00.000     1"), 0);
 }
 
@@ -67,7 +67,7 @@ std::vector<std::string> Redirected(const std::string& redirections) {
     return {"bash", "-c", "exec \"$@\" " + redirections, "bash"};
 }
 
-// The log's reader stalls: a pipe, a socket and a terminal that are full.
+// The log's reader stalls: full pipe, socket and terminal.
 TEST_F(Log, NobodyReadsItAndThenSomebodyDoes) {
     int pipeEnds[2], socketEnds[2];
     ASSERT_EQ(pipe(pipeEnds), 0);
@@ -107,7 +107,7 @@ TEST_F(Log, NobodyReadsItAndThenSomebodyDoes) {
             drain();
         }
         const auto count = [&](const std::string& text) { return Occurrences(log, text); };
-        // From now on nothing is lost.
+        // From here on no record is lost.
         EXPECT_TRUE(WaitUntil([&] {
             drain();
             return count(": SendCmd: Response <<<<<<< (29 bytes) 59 ") == 100;
@@ -115,7 +115,7 @@ TEST_F(Log, NobodyReadsItAndThenSomebodyDoes) {
         EXPECT_EQ(count("HandleRequest (1 bytes) 59 |Y|"), 100);
         EXPECT_EQ(count(" E KELP    : Log: "), 1);
         EXPECT_GT(strtol(log.c_str() + log.find(" E KELP    : Log: ") + 18, nullptr, 10), 1000);
-        // What was cut is a line of its own: no record follows another on its line.
+        // A cut record is a line of its own: no line has two records.
         EXPECT_GE(count("\n"), count(" KELP    : "));
     }
 }

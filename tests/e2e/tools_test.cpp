@@ -26,7 +26,7 @@ class Program {
     Program(const Program&) = delete;
     Program& operator=(const Program&) = delete;
 
-    // What it prints, up to `last` or its end.
+    // Its output up to `last`, or up to its end.
     std::string Output(int last = EOF) {
         std::string text;
         for (int c = EOF + 1; c != last && (c = fgetc(mPipe)) != EOF;) {
@@ -46,13 +46,13 @@ class Program {
     pid_t mPid;
 };
 
-// All that a program prints, '|', and its exit status.
+// The output of a program, '|', and its exit status.
 std::string Result(const std::string& command) {
     Program program(command);
     const std::string output = program.Output();
     return output + "|" + program.End(0);
 }
-// An abstract name of this run's own, which commands spell $S.
+// An abstract name that is unique to this run; commands use it as $S.
 const std::string kSocket = "@kelp-test-tools-" + std::to_string(getpid());
 const bool kExported = setenv("S", kSocket.c_str(), 1) == 0;
 
@@ -130,14 +130,14 @@ TEST(Tools, AnswersOutcomesAndExitStatus) {
     }
     EXPECT_NE(Send("$S HEX --json --quiet 50").find(",\"hex\":\"FF00\"}\n|4"), std::string::npos);
     EXPECT_EQ(Result(KELP_SEND " --terminator '' --timeout 1 $S TEXT --expect cab"),
-              "abcabcakelp-send: TEXT" + late);  // silence alone completes it no more
+              "abcabcakelp-send: TEXT" + late);  // silence alone does not complete it
     for (const char* program : {KELP_SEND, KELP_PEER}) {
         EXPECT_EQ(Result(program + std::string(" --version")).substr(0, 5), "kelp-");
         EXPECT_EQ(Result(program + std::string(" -h")).substr(0, 12), "Usage: kelp-");
     }
 
     const Pty line;
-    ASSERT_EQ(write(line.Master(), "\r\nOK\r\n", 6), 6);  // the answer to somebody before
+    ASSERT_EQ(write(line.Master(), "\r\nOK\r\n", 6), 6);  // the answer to an earlier command
     EXPECT_EQ(Send("--timeout 0.2 " + line.Device() + " OK"), "kelp-send: OK" + late);
 
     Pty keyboard;

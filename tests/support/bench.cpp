@@ -42,7 +42,7 @@ void Bench::Start(bool keepAlive, const std::string& receiveMode,
     mKelp = std::make_unique<KelpProcess>(
         std::vector<std::string>{"--file=" + mDir.Path("kelp.json")}, environment);
     {
-        // The TCP console is the last to start.
+        // The TCP console starts last.
         Station ready = Tcp();
         ASSERT_TRUE(ready.Answers("READY?\r\n", "READY?"));
         mDescriptors = mKelp->Descriptors() - 1;
@@ -55,7 +55,7 @@ void Bench::Restart() {
     mKelp.reset();
     mKelp =
         std::make_unique<KelpProcess>(std::vector<std::string>{"--file=" + mDir.Path("kelp.json")});
-    // Less is known of this one: its consoles may be any.
+    // Any consoles may be on now, so the counts at the start are unknown.
     EXPECT_TRUE(mKelp->WaitForLog(" server side: fd<"));
     mDescriptors = mThreads = 1000;
 }

@@ -17,9 +17,9 @@
 
 namespace kelp::test {
 
-// What the daemon answers to a request that no module takes.
+// The daemon's answer to a request that no module accepts.
 std::string Unsupported(const std::string& request);
-// What it answers when it serves a command itself and has nothing to tell.
+// The daemon's answer to a command that it serves itself, without a text.
 std::string Ok(const std::string& request);
 
 // Module "wcn" takes requests that begin with AT+W, and the test command WT; its peer is a
@@ -27,18 +27,18 @@ std::string Ok(const std::string& request);
 // its peer is an abstract socket. Modules "pcba", "fm" and "modem" take AT+P, AT+F and AT+M; their
 // peers are filesystem sockets of these names in mDir. Module "kelp" takes ZAT+.
 //
-// At the end of every test the daemon has to be as it was at its start: alive, no descriptor and no
-// thread left over, every line of its log well-formed (a sanitizer's report is not).
+// At the end of every test the daemon must still run, with no more descriptors and threads than at
+// its start, and every line of its log must be well-formed (a sanitizer's report is not).
 class Bench : public testing::Test {
   protected:
     static constexpr char kTail[] = R"({"mode": "tail", "tail": "0D0A"})";
 
-    // Starts the daemon, in place of one that runs, and waits until its consoles serve.
+    // Starts the daemon (stopping a running one) and waits until its consoles serve.
     void Start(bool keepAlive = false, const std::string& receiveMode = kTail,
                const std::vector<std::string>& environment = {});
-    // The same configuration file once more, as it is by now.
+    // Starts the daemon again with the current configuration file.
     void Restart();
-    // Start, and then once more with `text` in the place of every `old` of the file.
+    // Start, then Restart with every `old` in the file replaced by `text`.
     void StartWith(const std::string& old, const std::string& text, bool keepAlive = true);
     // The peer of module `name` on its filesystem socket.
     std::unique_ptr<Peer> Daemon(const std::string& name, Peer::Script script) const;
@@ -49,11 +49,11 @@ class Bench : public testing::Test {
     static Peer::Script Silent() {
         return [](const std::string&) { return Peer::Answer{}; };
     }
-    // Has a control command answered.
+    // Sends a control command and expects its OK.
     static void Command(Station& local, const std::string& command) {
         ASSERT_TRUE(local.Answers(command + "\r\n", Ok(command)));
     }
-    // Has a console switched, "ZAT+CONSOLE=0" or "=1", and waits until it is.
+    // Switches a console ("ZAT+CONSOLE=0" or "=1") and waits until this is done.
     void Switch(Station& local, const std::string& command);
     Station Tcp() const { return Station::Tcp(mPort); }
     void TearDown() override { CheckUnchanged(); }

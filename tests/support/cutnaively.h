@@ -1,4 +1,4 @@
-// The cutting rule of the "tail" mode, followed byte by byte on the whole buffer.
+// Reference for the "tail" mode: cuts commands byte by byte, on the whole buffer.
 #pragma once
 
 #include <string>
@@ -14,7 +14,7 @@ inline void CutNaively(std::string& buffer, const std::string& tail,
             buffer.erase(0, tail.size());
         }
     };
-    // A buffer shorter than the terminator is not even looked at.
+    // A buffer shorter than the terminator is not searched.
     if (buffer.size() < tail.size()) {
         return;
     }

@@ -36,7 +36,7 @@ const std::string& KelpProcess::Log() {
     std::ifstream file(Path("log"), std::ios::binary);
     file.seekg(static_cast<std::streamoff>(mLog.size()));
     const std::string more(std::istreambuf_iterator<char>(file), {});
-    // A record that is just being written can be seen up to the end of a page of the file.
+    // A record that is being written may be visible in part; take complete lines only.
     mLog.append(more, 0, more.rfind('\n') + 1);
     return mLog;
 }

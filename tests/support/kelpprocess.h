@@ -1,4 +1,4 @@
-// The built daemon as a process of its own.
+// The built daemon as a child process.
 #pragma once
 
 #include <string>
@@ -9,7 +9,7 @@
 
 namespace kelp::test {
 
-// How often `text` is in `log`.
+// Number of occurrences of `text` in `log`.
 int Occurrences(const std::string& log, const std::string& text);
 
 class KelpProcess : private TempDir, public Process {
@@ -19,10 +19,10 @@ class KelpProcess : private TempDir, public Process {
     explicit KelpProcess(const std::vector<std::string>& arguments,
                          const std::vector<std::string>& environment = {});
 
-    // Every whole line that it has written to standard error so far.
+    // All complete lines that it has written to standard error so far.
     const std::string& Log();
     int Logged(const std::string& text) { return Occurrences(Log(), text); }
-    // Waits until it is there `count` times.
+    // Waits until the log has `text` at least `count` times.
     bool WaitForLog(const std::string& text, int count = 1);
 
   private:

@@ -13,8 +13,8 @@
 
 namespace kelp::test {
 
-// Takes over standard error while it lives. Records of other threads are captured too; start and
-// end it while they are quiet.
+// Redirects standard error during its lifetime. Records of other threads are captured too; create
+// and destroy it while they do not log.
 class LogCapture : private TempDir {
   public:
     LogCapture() : mSaved(dup(STDERR_FILENO)), mFile(Write("log", "")) {
@@ -23,7 +23,7 @@ class LogCapture : private TempDir {
     ~LogCapture() { dup2(mSaved.Get(), STDERR_FILENO); }
 
     // The records since the last call, each as "S FUNCTION: TEXT" with S the letter of its severity
-    // (D, I, E); what is no record comes as it is.
+    // (D, I, E); other lines are returned unchanged.
     std::vector<std::string> Take() {
         static constexpr char kTag[] = " KELP    : ";
         std::vector<std::string> records;

@@ -41,7 +41,7 @@ Peer::Peer(const std::string& name, LocalNamespace space, Script script)
 
 Peer::~Peer() {
     {
-        // Ends a send to somebody who does not read.
+        // Ends a send to a client that does not read.
         MutexLock lock(mMutex);
         for (const UniqueFd& client : mClients) {
             shutdown(client.Get(), SHUT_RDWR);
@@ -101,7 +101,7 @@ bool Peer::WaitForRequest(const std::string& request) {
 }
 
 bool Peer::Push(const std::string& bytes) {
-    // Connecting ends before the peer has accepted.
+    // connect() returns before the peer has accepted.
     WaitUntil([&] { return Connections() > 0; });
     MutexLock lock(mMutex);
     return !mClients.empty() && SendAll(mClients.back().Get(), bytes);

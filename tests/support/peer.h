@@ -15,8 +15,8 @@ namespace kelp::test {
 class Peer : private Runnable {
   public:
     struct Answer {
-        std::string bytes;   // none: silence
-        bool close = false;  // afterwards, without waiting for anybody to read
+        std::string bytes;   // empty: no answer
+        bool close = false;  // after the answer, without waiting until it is read
     };
     // Called on the peer's thread for each request, that is, for each read that brings bytes.
     using Script = std::function<Answer(const std::string& request)>;
@@ -28,11 +28,11 @@ class Peer : private Runnable {
     // Ends every connection; a filesystem socket is removed.
     ~Peer() override;
 
-    // Waits until a request that has come is exactly `request`.
+    // Waits until the last request is exactly `request`.
     bool WaitForRequest(const std::string& request);
-    // Sends on the newest connection, asked or not; waits for the first one.
+    // Sends on the newest connection, also unsolicited; waits for the first connection.
     bool Push(const std::string& bytes);
-    int Connections() const;  // ever accepted
+    int Connections() const;  // accepted so far
 
   private:
     void Run() override;

@@ -35,7 +35,7 @@ Process::Process(const std::vector<std::string>& words, const std::string& outpu
         execvp(argv[0], argv.data());
         _exit(127);
     }
-    setpgid(mPid, mPid);  // whoever is first
+    setpgid(mPid, mPid);  // also in the child: either may run first
 }
 
 Process::~Process() {

@@ -20,10 +20,10 @@ class Process {
 
     pid_t Pid() const { return mPid; }
     bool Running() const;
-    // Waits for its end; the status as waitpid gives it, or -1.
+    // Waits for its end; returns the status of waitpid, or -1.
     int WaitForExit();
 
-    // Open descriptors, and threads.
+    // Number of open descriptors, and of threads.
     size_t Descriptors() const { return CountEntries("fd"); }
     size_t Threads() const { return CountEntries("task"); }
 

@@ -55,7 +55,7 @@ bool StaysIdle(pid_t pid) {
     const char* const seconds = getenv("KELP_IDLE_SECONDS");
     const long idleMs = seconds != nullptr ? strtol(seconds, nullptr, 10) * 1000 : 2000;
     int64_t before;
-    // Until a tenth of a second has passed in silence.
+    // Settled: no context switch for 100 ms.
     const bool settled = WaitUntil([&] {
         before = Switches(pid);
         Thread::SleepMs(100);

@@ -1,4 +1,4 @@
-// What the kernel tells of a process that runs.
+// Figures of a running process, from /proc.
 #pragma once
 
 #include <sys/types.h>
@@ -7,7 +7,7 @@
 
 namespace kelp::test {
 
-// What the daemon may grow by, in KiB, whatever it is offered. A sanitizer keeps what was freed.
+// Permitted growth of the daemon under any load, in KiB. Sanitizers hold freed memory back.
 inline constexpr int64_t kRoomKb = (KELP_SANITIZED ? 512 : 16) << 10;
 
 // Processor time of all threads, in nanoseconds.
@@ -16,11 +16,11 @@ int64_t CpuNs(pid_t pid);
 // Resident memory, in KiB.
 int64_t ResidentKb(pid_t pid);
 
-// How often the threads of the process were put on a processor, by their own will or not.
+// Number of context switches of all threads, voluntary and involuntary.
 int64_t Switches(pid_t pid);
 
-// Whether no thread of the process runs at all for the length of time that counts as idle: two
-// seconds, or KELP_IDLE_SECONDS of the test's own environment. What is on its way may end first.
+// Whether no thread of the process runs for two seconds, or for KELP_IDLE_SECONDS (environment of
+// the test). Waits first until pending work is done.
 bool StaysIdle(pid_t pid);
 
 }  // namespace kelp::test

@@ -9,21 +9,22 @@ namespace kelp::test {
 
 class Pty {
   public:
-    // The line is raw from the start, so that nothing is echoed before the daemon has set it up.
+    // The line is raw from the start: no echo before the daemon has set it up.
     Pty();
 
     int Master() const { return mMaster.Get(); }
     const std::string& Device() const { return mDevice; }
-    // Drops what neither side has read.
+    // Drops all unread bytes, in both directions.
     void Flush();
-    // Leaves the line to the daemon alone, so that the master sees a hang-up when it closes it.
+    // Closes the test's own slave, so that the master sees a hang-up when the daemon closes the
+    // line.
     void DropSlave() { mSlave.Reset(); }
-    // Pulls the cable: the device is gone for whoever has it open, and cannot be opened again.
+    // Simulates a pulled cable: the open line hangs up and cannot be opened again.
     void HangUp() { mMaster.Reset(); }
 
   private:
     UniqueFd mMaster;
-    UniqueFd mSlave;  // kept, or what is written before the daemon opens the line would be lost
+    UniqueFd mSlave;  // keeps bytes that are written before the daemon opens the line
     std::string mDevice;
 };
 

@@ -12,7 +12,7 @@ UniqueFd ListenLocal(const LocalAddress& address);
 UniqueFd ListenTcp(int port);
 UniqueFd ConnectTcp(int port);
 
-// A TCP port of the loopback interface that is free at the moment.
+// A free TCP port of the loopback interface.
 int FreePort();
 
 }  // namespace kelp::test

@@ -36,7 +36,7 @@ Station Station::Line(int master) {
 bool Station::Send(std::string_view bytes) {
     struct pollfd writable = {mFd.Get(), POLLOUT, 0};
     while (!bytes.empty() && poll(&writable, 1, kPatienceMs) == 1) {
-        // The descriptor may be non-blocking or not; a tty takes what fits in either case.
+        // Works for blocking and non-blocking descriptors; a tty may accept a part.
         const ssize_t n = write(mFd.Get(), bytes.data(), std::min<size_t>(bytes.size(), 4096));
         if (n < 0 && errno != EAGAIN) {
             break;

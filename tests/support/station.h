@@ -15,13 +15,13 @@ namespace kelp::test {
 // Whether a connection to the port is refused.
 bool Refused(int port);
 
-// Every read ends after kPatienceMs at the latest and returns what it has got.
+// Every read ends after kPatienceMs at the latest and returns the bytes received until then.
 class Station {
   public:
-    // The two connect, again and again until somebody listens.
+    // Both retry the connection until the console listens.
     static Station Tcp(int port);
     static Station Local();
-    // On the master of a Pty, which the station duplicates.
+    // Uses a duplicate of the master of a Pty.
     static Station Line(int master);
 
     int Fd() const { return mFd.Get(); }

@@ -1,4 +1,4 @@
-// A directory of a test's own.
+// A temporary directory for one test.
 #pragma once
 
 #include <stdlib.h>
@@ -11,7 +11,7 @@
 
 namespace kelp::test {
 
-// Removed with all that is in it at the end.
+// Removed with its contents by the destructor.
 class TempDir {
   public:
     TempDir() : mPath((std::filesystem::temp_directory_path() / "kelp-XXXXXX").string()) {

@@ -1,4 +1,4 @@
-// Waiting for something to become true, without guessing how long it takes.
+// Waiting for a condition, with a deadline.
 #pragma once
 
 #include "platform/clock.h"
@@ -6,11 +6,11 @@
 
 namespace kelp::test {
 
-// How long anything may take that is going to happen at all: sanitizer builds on a busy machine
-// are slow, and only a failing test waits this long.
+// Deadline of every wait: long enough for sanitizer builds on a busy machine. Only a failing test
+// waits this long.
 inline constexpr int kPatienceMs = 30000;
 
-// Polls `condition` until it holds. False when it still does not after kPatienceMs.
+// Polls `condition` until it is true. Returns false if it is still false after kPatienceMs.
 template <typename Condition>
 bool WaitUntil(Condition condition) {
     const int64_t deadlineMs = MonotonicMs() + kPatienceMs;

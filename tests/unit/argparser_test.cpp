@@ -19,7 +19,7 @@ Records Parse(std::vector<std::string> args) {
         argv.push_back(arg.data());
     }
     argv.push_back(nullptr);
-    optind = 0;  // the scanner starts afresh
+    optind = 0;  // restart the scanner
     LogCapture log;
     EXPECT_EQ(ArgParser(static_cast<int>(args.size()), argv.data()), -1);
     return log.Take();
@@ -31,7 +31,7 @@ TEST(ArgParser, EchoesOptionsAndIgnoresTheRest) {
          "m value: a,x value: b,t value: c,m value: 1,x value: 2,t value: 3,"},
         {{"-ip", "10.0.0.1", "--port=5", "--usb", "u", "--serial", "s"},
          "IP value: 10.0.0.1,PORT value: 5,USB value: u,SERIAL value: s,"},
-        // "second" has no effect; the unknown, the ambiguous and the incomplete say nothing.
+        // "second" and unknown, ambiguous or incomplete options log nothing.
         {{"--second", "9", "--nope", "-z", "--m=1", "stray", "--ip=1", "--port"}, "IP value: 1,"},
     };
     for (const auto& [args, values] : kCases) {

@@ -23,7 +23,7 @@ class Config : public testing::Test {
         mLog.Take();
         return mManager.ParseJSONDoc(mDir.Write("k.json", text));
     }
-    // The new records that begin with `prefix`, without it and with a bar behind each.
+    // The new records that begin with `prefix`, without the prefix, each followed by a bar.
     std::string Said(const std::string& prefix = "") {
         std::string result;
         for (const std::string& record : mLog.Take()) {
@@ -151,7 +151,7 @@ TEST_F(Config, ModulesFillInTheOrderOfTheFile) {
               "<<<<<<< wcn|keep-alive(0),path(/dev/socket/sync_wcn),timeout(15)|>>>>>>> wcn|"
               "<<<<<<< modem|keep-alive(1),path(/dev/socket/async_tolm),timeout(0)|>>>>>>> modem|"
               "<<<<<<< fm|keep-alive(1),path(@fm),timeout(3)|quiet(250)|>>>>>>> fm|");
-    // Lists without elements keep what an earlier one brought.
+    // Lists without valid elements do not change the earlier list.
     for (const char* list : {R"(["b","B",7,"a","b"])", "[]", R"("AT")"}) {
         ASSERT_TRUE(Load(std::string(R"({"module":{"whitelist":{"wcn":)") + list + "}}}"));
         EXPECT_EQ(Said("I ParseWhiteList: "),
@@ -189,11 +189,11 @@ TEST_F(Config, RefreshKeepsEverythingElse) {
         0u)
         << written;
     const struct stat replaced = Status();
-    EXPECT_NE(replaced.st_ino, before);  // a new file took the place of the old one
+    EXPECT_NE(replaced.st_ino, before);  // replaced by a new file
     EXPECT_EQ(replaced.st_mode & 07777, 0640u);
     EXPECT_TRUE(std::filesystem::is_symlink(link));
     EXPECT_EQ(mDir.Count(), 2u);
-    // What the file says already is not written again, and what could not be read is not written.
+    // An unchanged file is not written again; neither is one that would be too large to read.
     ASSERT_TRUE(mManager.RefreshConfig());
     EXPECT_EQ(Status().st_ino, replaced.st_ino);
     Said();
@@ -204,13 +204,13 @@ TEST_F(Config, RefreshKeepsEverythingElse) {
     EXPECT_EQ(Written().ToString(), written);
 }
 
-// A directory that takes no new file, a file that takes no change, and a disk without room.
+// A read-only directory, a read-only file, and a full disk (by a file size limit).
 TEST_F(Config, RefreshWhereItIsHard) {
-    // So long that the new text is shorter, and what was left of the old would spoil it.
+    // Longer than the new text: a missing truncation would leave old bytes behind it.
     ASSERT_TRUE(Load("{" + std::string(5000, ' ') + "}"));
     const ino_t before = Status().st_ino;
     const uid_t self = geteuid();
-    const uid_t other = self == 0 ? 65534 : self;  // nothing is forbidden to root
+    const uid_t other = self == 0 ? 65534 : self;  // root ignores file modes
     ASSERT_EQ(chown(mPath.c_str(), other, static_cast<gid_t>(-1)), 0);
     ASSERT_EQ(chmod(mDir.Root().c_str(), 0555), 0);
     ASSERT_EQ(seteuid(other), 0);
@@ -231,7 +231,7 @@ TEST_F(Config, RefreshWhereItIsHard) {
     struct rlimit limit;
     getrlimit(RLIMIT_FSIZE, &limit);
     const struct rlimit small = {100, limit.rlim_max};
-    SetLogFilter("*:S");  // the limit is the captured log's, too
+    SetLogFilter("*:S");  // the limit also applies to the captured log
     setrlimit(RLIMIT_FSIZE, &small);
     const bool refreshed = mManager.RefreshConfig();
     setrlimit(RLIMIT_FSIZE, &limit);
@@ -252,7 +252,7 @@ TEST_F(Config, UpdatesAtOnceLeaveOneWholeFile) {
         std::thread other(update, round, "10.1.1.1");
         update(-round, "a.much.longer.address.than.that.of.the.other.one");
         other.join();
-        // The later of the two began with what the earlier had left.
+        // The second update started from the result of the first.
         int port = 12345;
         EXPECT_TRUE(Written()["console"]["tcp"].Get("port", port));
         EXPECT_EQ(port, mManager.GetConfigByName("tcp")->port);

@@ -39,7 +39,7 @@ TEST(Formatter, WritesWholeAnswers) {
         if (c.result != kUnset) {
             formatter.SetResult(c.result);
         }
-        // In two pieces: they accumulate.
+        // In two pieces, which must be joined.
         const int half = static_cast<int>(c.stored.size() / 2);
         formatter.SetRequest(c.stored.data(), half);
         formatter.SetRequest(c.stored.data() + half, static_cast<int>(c.stored.size()) - half);

@@ -47,7 +47,7 @@ TEST(Thread, StopEndsEveryKindOfWait) {
         {"turn", [&] { TurnHolder holder(turn); }},
     };
     for (const auto& w : waits) {
-        // At once, so that the mark often comes between the test for it and the wait.
+        // Stop at once, so that it often falls between the check of the stop flag and the wait.
         for (int round = 0; round < 300; ++round) {
             Job job(w.wait);
             Thread thread(&job);
