@@ -1,13 +1,13 @@
-# What the scripts share; sourced, not run. Needs bash.
+# Functions shared by the scripts; source it from bash.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-# What the build and the demo need, and what the test suite needs beside that.
+# Packages for the build and the demo, and the additional ones of the test suite.
 build_packages=(g++ cmake ninja-build nlohmann-json3-dev libgtest-dev socat)
 test_packages=(python3-jsonschema python3-labgrid)
 
-# need PACKAGE...: installs the Debian packages that are not installed. Touches nothing, and needs
-# neither network nor rights, when all are there.
+# need PACKAGE...: installs the missing Debian packages. If none is missing, it changes nothing and
+# needs neither network nor root.
 need() {
     local missing=() package
     for package in "$@"; do
@@ -27,7 +27,7 @@ need() {
         exit 1
     fi
     echo "installing ${missing[*]}"
-    # Only in the environment of apt-get: sudo does not hand it on by itself.
+    # Set for apt-get itself: sudo does not pass the environment on.
     "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -qq update
     "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
         apt-get -qq install -y --no-install-recommends "${missing[@]}" >/dev/null
