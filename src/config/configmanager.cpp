@@ -141,8 +141,9 @@ bool ConfigManager::RefreshConfig() {
     if (content == old) {
         return true;
     }
-    errno = EFBIG;  // the next start would refuse it
-    if (content.size() <= kMaxConfigBytes && ReplaceWholeFile(path, content)) {
+    if (content.size() > kMaxConfigBytes) {
+        errno = EFBIG;  // the next start would refuse it
+    } else if (ReplaceWholeFile(path, content)) {
         return true;
     }
     KLOG(kLogError) << "Json file(" << path << ") open error!!!";

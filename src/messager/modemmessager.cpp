@@ -67,17 +67,20 @@ bool ModemMessager::Open() {
         return false;
     }
     mFd = fd;
-    MutexLock lock(mMutex);
-    mConnection = std::move(opened);
-    mToRead.push_back(mConnection);
+    {
+        MutexLock lock(mMutex);
+        mConnection = std::move(opened);
+        mToRead.push_back(mConnection);
+    }
     eventfd_write(mOpened.Get(), 1);
     return true;
 }
 
 ModemMessager::Connection ModemMessager::NextToRead() {
-    MutexLock lock(mMutex);
+    // Before looking: what is opened afterwards makes mOpened readable again.
     eventfd_t opened;
     eventfd_read(mOpened.Get(), &opened);
+    MutexLock lock(mMutex);
     if (mToRead.empty()) {
         return nullptr;
     }
