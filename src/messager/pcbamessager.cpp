@@ -6,6 +6,7 @@
 #include "main/errorcode.h"
 #include "messager/formatter.h"
 #include "messager/messagertoken.h"
+#include "messager/pcbaconnection.h"
 #include "messager/pcbarecord.h"
 #include "platform/clock.h"
 #include "platform/log.h"
@@ -15,10 +16,10 @@ namespace kelp {
 
 namespace {
 
-constexpr size_t kMaxPlaces = 256;
-constexpr size_t kMaxPlaceBytes = 4u << 20;
+constexpr size_t kMaxPending = 256;
+constexpr size_t kMaxPendingBytes = 4u << 20;
 // Includes abandoned requests whose records are still awaited.
-constexpr size_t kMaxUnderWay = 16384;
+constexpr size_t kMaxInFlight = 16384;
 constexpr int kWriteMs = 1000;
 constexpr int kRefusedLogPauseMs = 10000;
 
@@ -28,26 +29,6 @@ bool IsAbandoned(const Command& command) {
 }
 
 }  // namespace
-
-// Shared by the requests that were written on it.
-struct PCBAConnection {
-    explicit PCBAConnection(std::shared_ptr<LocalSocketClient> socket)
-        : client(std::move(socket)) {}
-
-    // Stops receiving and drops what was received.
-    void GiveUp() {
-        client->Shutdown();
-        givenUp = true;
-        bytes.clear();
-    }
-
-    const std::shared_ptr<LocalSocketClient> client;
-    size_t waiting = 0;  // requests without their records; guarded by the module's mMutex
-    // Both used by the module's thread while requests wait, else by the thread that writes the next
-    // one.
-    std::vector<char> bytes;  // received, not yet cut into records
-    bool givenUp = false;
-};
 
 Messager* PCBAMessager::Create(MessagerManager* manager, std::string name) {
     return new PCBAMessager(manager, name);
@@ -73,8 +54,8 @@ unsigned PCBAMessager::HandleMessager(Command* command, void* processor) {
     token->processor = processor;
     const size_t bytes = command->GetRequest()->size();
     const int64_t deadlineMs = MonotonicMs() + kWriteMs;
-    if (!TakePlace(bytes)) {
-        Refuse({std::move(token->command), processor}, "too many wait for their answers");
+    if (!Reserve(bytes)) {
+        Refuse({std::move(token->command), processor}, "too many pending");
         return kSuccess;
     }
     const PeerTurn turn(this);
@@ -86,7 +67,7 @@ unsigned PCBAMessager::HandleMessager(Command* command, void* processor) {
     }
     {
         MutexLock lock(mMutex);
-        GivePlaceBack(bytes);
+        Unreserve(bytes);
     }
     if (Thread::StopRequested()) {
         HandBack({std::move(token->command), processor});
@@ -97,45 +78,45 @@ unsigned PCBAMessager::HandleMessager(Command* command, void* processor) {
     return kSuccess;
 }
 
-bool PCBAMessager::TakePlace(size_t bytes) {
-    std::vector<Owed> abandoned;
+bool PCBAMessager::Reserve(size_t bytes) {
+    std::vector<Unanswered> abandoned;
     bool taken;
     {
         MutexLock lock(mMutex);
         EndAbandonedWait();
-        if (!HasPlace(bytes)) {
+        if (!HasRoom(bytes)) {
             abandoned = TakeAbandoned();
         }
-        taken = HasPlace(bytes);
+        taken = HasRoom(bytes);
         if (taken) {
-            ++mPlaces;
-            mPlaceBytes += bytes;
+            ++mPending;
+            mPendingBytes += bytes;
         }
     }
-    for (Owed& owed : abandoned) {
-        Formatter().GetResponse(owed.command.get());
-        HandBack(std::move(owed));
+    for (Unanswered& request : abandoned) {
+        Formatter().GetResponse(request.command.get());
+        HandBack(std::move(request));
     }
     return taken;
 }
 
-bool PCBAMessager::HasPlace(size_t bytes) const {
-    return mUnderWay.size() < kMaxUnderWay &&
-           (mPlaces == 0 || (mPlaces < kMaxPlaces && mPlaceBytes + bytes <= kMaxPlaceBytes));
+bool PCBAMessager::HasRoom(size_t bytes) const {
+    return mInFlight.size() < kMaxInFlight &&
+           (mPending == 0 || (mPending < kMaxPending && mPendingBytes + bytes <= kMaxPendingBytes));
 }
 
-void PCBAMessager::GivePlaceBack(size_t bytes) {
-    --mPlaces;
-    mPlaceBytes -= bytes;
+void PCBAMessager::Unreserve(size_t bytes) {
+    --mPending;
+    mPendingBytes -= bytes;
 }
 
-// Abandoned requests free their places. Their tokens stay: on a kept connection their records are
-// still to come; a connection of their own is closed.
-std::vector<PCBAMessager::Owed> PCBAMessager::TakeAbandoned() {
-    std::vector<Owed> abandoned;
-    for (MessagerToken* token : mUnderWay) {
+// Abandoned requests no longer count as pending. Their tokens stay: on a kept connection their
+// records are still to come; a connection of their own is closed.
+std::vector<PCBAMessager::Unanswered> PCBAMessager::TakeAbandoned() {
+    std::vector<Unanswered> abandoned;
+    for (MessagerToken* token : mInFlight) {
         if (token->command != nullptr && IsAbandoned(*token->command)) {
-            GivePlaceBack(token->command->GetRequest()->size());
+            Unreserve(token->command->GetRequest()->size());
             abandoned.push_back({std::move(token->command), token->processor});
             if (mFd == -1) {
                 token->connection.reset();
@@ -148,10 +129,10 @@ std::vector<PCBAMessager::Owed> PCBAMessager::TakeAbandoned() {
 // The module's thread waits for the record of the first request. Without keep-alive the wait ends
 // when that request is abandoned.
 void PCBAMessager::EndAbandonedWait() {
-    if (mFd != -1 || mUnderWay.empty()) {
+    if (mFd != -1 || mInFlight.empty()) {
         return;
     }
-    const MessagerToken& first = *mUnderWay.front();
+    const MessagerToken& first = *mInFlight.front();
     if (first.command != nullptr && IsAbandoned(*first.command) && first.connection != nullptr) {
         first.connection->client->Shutdown();
     }
@@ -207,7 +188,7 @@ std::shared_ptr<PCBAConnection> PCBAMessager::ConnectionForRequest(int64_t deadl
     return connection;
 }
 
-// Bytes received while no request was pending answer none.
+// Bytes that arrived while no request was pending are not part of an answer.
 LocalResult PCBAMessager::DropStale(PCBAConnection& connection) {
     {
         MutexLock lock(mMutex);
@@ -223,7 +204,7 @@ LocalResult PCBAMessager::DropStale(PCBAConnection& connection) {
 void PCBAMessager::Enqueue(std::unique_ptr<MessagerToken> token) {
     {
         MutexLock lock(mMutex);
-        mUnderWay.push_back(token.get());
+        mInFlight.push_back(token.get());
         if (token->connection != nullptr) {
             ++token->connection->waiting;
         }
@@ -232,9 +213,9 @@ void PCBAMessager::Enqueue(std::unique_ptr<MessagerToken> token) {
 }
 
 // Answers a request that was not queued, ahead of the pending ones.
-void PCBAMessager::Refuse(Owed owed, const char* why) {
-    Formatter().GetResponse(owed.command.get());
-    HandBack(std::move(owed));
+void PCBAMessager::Refuse(Unanswered request, const char* why) {
+    Formatter().GetResponse(request.command.get());
+    HandBack(std::move(request));
     int64_t refused;
     {
         MutexLock lock(mMutex);
@@ -257,9 +238,9 @@ void PCBAMessager::Retire(const std::shared_ptr<PCBAConnection>& connection) {
     }
 }
 
-void PCBAMessager::HandBack(Owed owed) {
-    if (SendMessager(owed.command.get(), owed.processor) == kSuccess) {
-        static_cast<void>(owed.command.release());  // the console owns it
+void PCBAMessager::HandBack(Unanswered request) {
+    if (SendMessager(request.command.get(), request.processor) == kSuccess) {
+        static_cast<void>(request.command.release());  // the console owns it
     }
 }
 
@@ -306,7 +287,7 @@ void PCBAMessager::Answer(MessagerToken& token) {
         MutexLock lock(mMutex);
         command = std::move(token.command);
         if (command != nullptr) {
-            GivePlaceBack(command->GetRequest()->size());
+            Unreserve(command->GetRequest()->size());
         }
     }
     if (connection != nullptr && (command == nullptr || !formatter.Matches(*command))) {
@@ -316,7 +297,7 @@ void PCBAMessager::Answer(MessagerToken& token) {
     }
     {
         MutexLock lock(mMutex);
-        mUnderWay.pop_front();
+        mInFlight.pop_front();
         if (connection != nullptr) {
             --connection->waiting;
         }

@@ -5,7 +5,6 @@
 #include <deque>
 #include <memory>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "messager/messager.h"
@@ -58,39 +57,39 @@ class PCBAMessager : public Messager {
     using PCBAMsgRunnable = MemberRunnable<PCBAMessager, &PCBAMessager::Run>;
 
     // A command and the console that gets the answer.
-    struct Owed {
+    struct Unanswered {
         std::unique_ptr<Command> command;
         void* processor;
     };
 
     // On the consoles' threads.
-    bool TakePlace(size_t bytes);
-    bool HasPlace(size_t bytes) const KELP_REQUIRES(mMutex);
-    std::vector<Owed> TakeAbandoned() KELP_REQUIRES(mMutex);
+    bool Reserve(size_t bytes);
+    bool HasRoom(size_t bytes) const KELP_REQUIRES(mMutex);
+    std::vector<Unanswered> TakeAbandoned() KELP_REQUIRES(mMutex);
     void EndAbandonedWait() KELP_REQUIRES(mMutex);
-    void GivePlaceBack(size_t bytes) KELP_REQUIRES(mMutex);
+    void Unreserve(size_t bytes) KELP_REQUIRES(mMutex);
     LocalResult Write(MessagerToken& token, int64_t deadlineMs);
     std::shared_ptr<PCBAConnection> ConnectionForRequest(int64_t deadlineMs);
     LocalResult DropStale(PCBAConnection& connection);
     void Enqueue(std::unique_ptr<MessagerToken> token);
-    void Refuse(Owed owed, const char* why);
+    void Refuse(Unanswered request, const char* why);
 
     // On the module's thread.
     void Answer(MessagerToken& token);
     int ReceiveRecord(PCBAConnection& connection, std::vector<char>& record);
 
     void Retire(const std::shared_ptr<PCBAConnection>& connection);
-    void HandBack(Owed owed);
+    void HandBack(Unanswered request);
 
     std::atomic<bool> mRunning{true};
     Mutex mMutex;  // a leaf
     // The connection for new requests; null without keep-alive, and when there is none.
     std::shared_ptr<PCBAConnection> mKept KELP_GUARDED_BY(mMutex);
-    // Unanswered requests, in the order of mTokenQueue. Not owned.
-    std::deque<MessagerToken*> mUnderWay KELP_GUARDED_BY(mMutex);
+    // Requests whose records are awaited, in the order of mTokenQueue. Not owned.
+    std::deque<MessagerToken*> mInFlight KELP_GUARDED_BY(mMutex);
     // Pending requests that still need an answer, and those being written.
-    size_t mPlaces KELP_GUARDED_BY(mMutex) = 0;
-    size_t mPlaceBytes KELP_GUARDED_BY(mMutex) = 0;
+    size_t mPending KELP_GUARDED_BY(mMutex) = 0;
+    size_t mPendingBytes KELP_GUARDED_BY(mMutex) = 0;
     int64_t mRefused KELP_GUARDED_BY(mMutex) = 0;          // since the last log record
     int64_t mRefusedLoggedMs KELP_GUARDED_BY(mMutex) = 0;  // 0: never
     MessageQueue<MessagerToken> mTokenQueue;
