@@ -5,7 +5,6 @@
 #include "config/configkeys.h"
 #include "platform/cjsonobject.h"
 #include "platform/log.h"
-#include "platform/sync.h"
 #include "platform/wholefile.h"
 
 namespace kelp {
@@ -13,11 +12,6 @@ namespace kelp {
 namespace {
 
 constexpr int32_t kDefaultModuleTimeout = 15;
-constexpr unsigned char kDefaultTail[] = {'\r', '\n'};
-
-// Held from reading to writing the file, so that of two updates at once the second starts from the
-// result of the first. Lock order: before the locks of the record fields.
-Mutex sRefreshMutex;
 
 CommonConfig MakeConsole(const char* name, bool active, const char* route, int32_t port) {
     CommonConfig console;
@@ -54,10 +48,6 @@ Record* FindByName(std::vector<Record>& records, const std::string& name) {
 ConfigManager::ConfigManager() : mConsoleConfig(new ConsoleConfig) {
     InitModuleConfig();
     InitCommonConfig();
-    ReceiveConfig& receive = mConsoleConfig->receive;
-    receive.mode = kReceiveNone;
-    receive.SetTail(kDefaultTail, sizeof(kDefaultTail));
-    receive.millisecond = 0;
 }
 
 ConfigManager::~ConfigManager() = default;
@@ -122,7 +112,7 @@ bool ConfigManager::ReadOwnFile(std::string& content, neb::CJsonObject& doc) {
 }
 
 bool ConfigManager::RefreshConfig() {
-    MutexLock lock(sRefreshMutex);
+    MutexLock lock(mRefreshMutex);
     const std::string& path = mConsoleConfig->path;
     neb::CJsonObject doc;
     std::string old;

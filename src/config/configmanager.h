@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "config/consoleconfig.h"
+#include "platform/sync.h"
 
 namespace neb {
 class CJsonObject;
@@ -67,13 +68,16 @@ class ConfigManager {
 
     // Reads the file again and writes "support", "active", "route", "port" and "timeout" of every
     // console into it; all other content stays. An unchanged file is not written. False, with the
-    // records of ReadJSONDoc and the file untouched, when it cannot be read or written, or would
-    // exceed kMaxConfigBytes. Serialised; blocks on disk I/O.
+    // records of ReadJSONDoc, when it cannot be read or written, or would exceed kMaxConfigBytes;
+    // the file is then unchanged, except as for ReplaceWholeFile. Serialised; blocks on disk I/O.
     bool RefreshConfig();
 
   private:
     bool ReadOwnFile(std::string& content, neb::CJsonObject& doc);
 
+    // Held from reading to writing the file, so that the second of two concurrent updates starts
+    // from the result of the first. Taken before the locks of the record fields.
+    Mutex mRefreshMutex;
     const std::unique_ptr<ConsoleConfig> mConsoleConfig;
 };
 

@@ -34,21 +34,6 @@ constexpr char kUpdate[] = "ZAT+UPDATE";
 constexpr char kPort[] = "ZAT+PORT";
 constexpr char kIp[] = "ZAT+IP";
 
-// A switch handed to the thread that is already switching.
-struct HandedOver {
-    KELPMessager* module;
-    std::string command;
-};
-
-// Innermost lock: never held while a console is started or stopped.
-Mutex sPendingMutex;
-bool sSwitching KELP_GUARDED_BY(sPendingMutex) = false;
-
-std::deque<HandedOver>& HandedOverQueue() KELP_REQUIRES(sPendingMutex) {
-    static auto* queue = new std::deque<HandedOver>;
-    return *queue;
-}
-
 const CommucationCmd* FindRow(const std::string& command) {
     const auto* row = std::find_if(std::begin(CommucationCmdTable), std::end(CommucationCmdTable),
                                    [&](const CommucationCmd& r) { return command == r.command; });
@@ -154,6 +139,11 @@ bool KELPMessager::UpdateCommucationActive(std::string console, bool active) {
     }
     config->active = active;
     return true;
+}
+
+std::deque<KELPMessager::HandedOver>& KELPMessager::HandedOverQueue() {
+    static auto* queue = new std::deque<HandedOver>;
+    return *queue;
 }
 
 unsigned KELPMessager::HandleComplete() {

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "messager/messager.h"
+#include "platform/sync.h"
 
 namespace kelp {
 
@@ -30,7 +31,8 @@ class KELPMessager : public Messager {
     // threads of a console have ended.
     unsigned HandleComplete() override;
 
-    // All four change the configuration in memory only; names and commands are in upper case.
+    // These read and change the configuration in memory only. `command` is in upper case; `console`
+    // is the exact name of a console record.
     virtual void UpdateTCPIPConfig(std::string command);
     virtual void UpdateTCPPortConfig(std::string command);
     // False when there is no such console record.
@@ -38,6 +40,13 @@ class KELPMessager : public Messager {
     virtual bool UpdateCommucationActive(std::string console, bool active);
 
   private:
+    // A switch handed to the thread that is already switching.
+    struct HandedOver {
+        KELPMessager* module;
+        std::string command;
+    };
+
+    static std::deque<HandedOver>& HandedOverQueue() KELP_REQUIRES(sPendingMutex);
     std::string Serve(const std::string& command);
     CommonConfig* FindTcpConfig(const char* function, const std::string& command,
                                 std::string& value);
@@ -45,7 +54,10 @@ class KELPMessager : public Messager {
     void SwitchOn(const std::string& console);
     void SwitchOff(const std::string& console);
 
-    std::deque<std::string> mPendingCommands;  // guarded by the mutex that all instances share
+    // Shared by all instances. Innermost lock: never held while a console is started or stopped.
+    inline static Mutex sPendingMutex;
+    inline static bool sSwitching KELP_GUARDED_BY(sPendingMutex) = false;
+    std::deque<std::string> mPendingCommands KELP_GUARDED_BY(sPendingMutex);
 };
 
 }  // namespace kelp
