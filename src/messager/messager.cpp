@@ -82,7 +82,6 @@ int32_t Messager::Send(Command* command) {
     // A closed peer is detected by the write at the latest.
     LocalResult result = mClient->ssend(*command->GetRequest());
     if (result == LocalResult::kLost || result == LocalResult::kClosed) {
-        mClient->sclose();
         Connect();
         result = mClient->ssend(*command->GetRequest());
     }

@@ -226,14 +226,13 @@ int Processor::AcceptClient(fd_set& ready) {
     // Urgent data stays in line: FIONREAD would count bytes that read does not return.
     const int on = 1;
     setsockopt(fd.Get(), SOL_SOCKET, SO_OOBINLINE, &on, sizeof(on));
-    if (!AddClient(fd.Get())) {
+    const int number = fd.Release();  // owned by the slot, or by the rejected handle
+    if (!AddClient(number)) {
         KLOG(kLogError) << GetName() << "-->"
                         << "Receive the max client number[" << MAX_CLIENT_NUM << "]. reject now";
-        const int number = fd.Get();
-        ClientHandle(std::move(fd), number).Close(0);
+        ClientHandle(UniqueFd(number), number).Close(0);
         return 2;
     }
-    const int number = fd.Release();  // the slot owns it
     KLOG(kLogInfo) << GetName() << "-->"
                    << "connect to new client socket[" << number << "]";
     FdSetInsert(number, mReadFds);

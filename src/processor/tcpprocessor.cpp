@@ -8,6 +8,7 @@
 
 #include "config/configmanager.h"
 #include "platform/log.h"
+#include "platform/uniquefd.h"
 
 namespace kelp {
 
@@ -62,25 +63,23 @@ int TCPProcessor::Connect() {
     const std::string ip = config->route;
     const int port = config->port;
     KLOG(kLogDebug) << GetName() << "-> TCP: ip (" << ip << ") port (" << port << ")";
-    int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    KLOG(kLogDebug) << "TCP mServerFd is " << fd;
-    if (fd < 0) {
+    UniqueFd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    KLOG(kLogDebug) << "TCP mServerFd is " << fd.Get();
+    if (!fd.Ok()) {
         KLOG(kLogError) << GetName() << "-->create error: " << errno;
         return -1;
     }
-    SetOption(fd, SOL_SOCKET, SO_REUSEADDR, 1);
-    SetStationOptions(fd);
-    if (BindTo(fd, ip, port) < 0) {
+    SetOption(fd.Get(), SOL_SOCKET, SO_REUSEADDR, 1);
+    SetStationOptions(fd.Get());
+    if (BindTo(fd.Get(), ip, port) < 0) {
         KLOG(kLogError) << GetName() << "-->bind error: " << errno;
-        DisConnect(fd);
         return -1;
     }
-    if (listen(fd, kBacklog) < 0) {
+    if (listen(fd.Get(), kBacklog) < 0) {
         KLOG(kLogError) << GetName() << "-->listen error: " << errno;
-        DisConnect(fd);
         return -1;
     }
-    return fd;
+    return fd.Release();
 }
 
 }  // namespace kelp
