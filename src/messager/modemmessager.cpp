@@ -19,9 +19,7 @@ namespace {
 constexpr int kMaxRetries = 20;
 constexpr int kRetryPauseMs = 1000;
 constexpr size_t kMaxMessageBytes = 256u << 10;  // the rest becomes the next message
-// Results that mean a lost connection.
-constexpr int kResultLost = 1;
-constexpr int kResultInterrupted = 4;
+constexpr int kResultLost = 1;                   // the connection is lost
 
 // Retries left; shared by all modem modules.
 std::atomic<int> sConnectCount{kMaxRetries};
@@ -135,8 +133,7 @@ void ModemMessager::Run() {
         if (Thread::StopRequested()) {
             break;
         }
-        if (result == kResultInterrupted || result == kResultLost ||
-            (result == kErrorInvalidDescriptor && mFd != -1)) {
+        if (result == kResultLost || (result == kErrorInvalidDescriptor && mFd != -1)) {
             Drop(reading);
             reading.reset();
             // mFd is kept.

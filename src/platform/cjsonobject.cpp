@@ -305,7 +305,7 @@ bool CJsonObject::Get(const std::string& key, int& value) const {
         }
         value = static_cast<int>(*number);
     } else if (const auto* const integer = node->get_ptr<const Json::number_integer_t*>()) {
-        if (*integer < kMin || *integer > kMax) {
+        if (*integer < kMin) {
             return false;
         }
         value = static_cast<int>(*integer);
