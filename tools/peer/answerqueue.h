@@ -7,7 +7,7 @@
 #include <optional>
 #include <string_view>
 
-#include "peer/peeranswer.h"
+#include "peer/answerbytes.h"
 
 namespace kelp::tools {
 

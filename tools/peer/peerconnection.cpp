@@ -2,14 +2,13 @@
 
 #include <errno.h>
 #include <poll.h>
-#include <string.h>
 #include <sys/socket.h>
 
 #include <algorithm>
 #include <string_view>
 #include <utility>
 
-#include "peer/peeranswer.h"
+#include "peer/answerbytes.h"
 
 namespace kelp::tools {
 

@@ -1,4 +1,4 @@
-#include "peer/peeranswer.h"
+#include "peer/answerbytes.h"
 
 #include <algorithm>
 #include <cstring>
