@@ -1,5 +1,5 @@
-# What `cmake --install` puts on a bench PC, the Debian package that `cpack -G DEB` makes of it, and
-# the check of both. On a device the platform's own build installs kelp.
+# Installation on a bench PC, the Debian package (`cpack -G DEB`), and the test of both. Android's
+# build installs kelp on a device.
 if(ANDROID)
     return()
 endif()
@@ -8,7 +8,8 @@ include(GNUInstallDirs)
 set(kelp_data_dir ${CMAKE_INSTALL_DATADIR}/kelp)
 set(kelp_unit_dir lib/systemd/system)
 
-# compressed(FILE DESTINATION [NAME]): installs it as Debian wants its pages and change logs.
+# compressed(FILE DESTINATION [NAME]): installs FILE compressed, as Debian requires for manual pages
+# and change logs.
 find_program(KELP_GZIP gzip REQUIRED)
 mark_as_advanced(KELP_GZIP)
 function(compressed file destination)
@@ -18,7 +19,7 @@ function(compressed file destination)
         set(name ${ARGV2})
     endif()
     set(result ${PROJECT_BINARY_DIR}/${name}.gz)
-    # Without name and time, so that the same file gives the same bytes.
+    # -n: no name, no time, so the result is reproducible.
     add_custom_command(OUTPUT ${result} DEPENDS ${file}
         COMMAND sh -c "${KELP_GZIP} -9nc '${file}' >'${result}'" VERBATIM)
     string(MAKE_C_IDENTIFIER kelp_${name} target)
@@ -26,8 +27,8 @@ function(compressed file destination)
     install(FILES ${result} DESTINATION ${destination})
 endfunction()
 
-# The maintainer of the package is who packs it, by the variables that Debian's own tools read, else
-# who made this version. Without either it is one that lintian refuses.
+# The maintainer: $DEBFULLNAME and $DEBEMAIL, else the author of the last commit. The last resort,
+# outside a git checkout, is an address that lintian rejects.
 execute_process(COMMAND git log -1 "--format=%cn <%ce>;%cD" WORKING_DIRECTORY ${PROJECT_SOURCE_DIR}
     OUTPUT_VARIABLE version_made OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET)
 string(TIMESTAMP now "%a, %d %b %Y %H:%M:%S +0000" UTC)
@@ -42,14 +43,12 @@ configure_file(cmake/changelog.Debian.in ${PROJECT_BINARY_DIR}/changelog.Debian 
 install(TARGETS kelp DESTINATION ${CMAKE_INSTALL_SBINDIR})
 compressed(docs/man/kelp.8 ${CMAKE_INSTALL_MANDIR}/man8)
 compressed(docs/man/kelp.json.5 ${CMAKE_INSTALL_MANDIR}/man5)
-foreach(program kelp-check kelp-peer kelp-send)
-    if(TARGET ${program})
-        install(TARGETS ${program} DESTINATION ${CMAKE_INSTALL_BINDIR})
-        compressed(docs/man/${program}.1 ${CMAKE_INSTALL_MANDIR}/man1)
-    endif()
+foreach(tool ${KELP_TOOLS})
+    install(TARGETS ${tool} DESTINATION ${CMAKE_INSTALL_BINDIR})
+    compressed(docs/man/${tool}.1 ${CMAKE_INSTALL_MANDIR}/man1)
 endforeach()
 
-# The configuration that the service starts from, beside the schema that editors check it with.
+# The service's initial configuration, and the schema for editors.
 install(FILES examples/kelp.json examples/kelp.schema.json DESTINATION ${kelp_data_dir})
 install(FILES examples/bench-peers.json DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 install(DIRECTORY examples/labgrid DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples
@@ -59,7 +58,7 @@ install(FILES NOTICE DESTINATION ${CMAKE_INSTALL_DOCDIR} RENAME copyright)
 compressed(CHANGELOG.md ${CMAKE_INSTALL_DOCDIR} changelog)
 compressed(${PROJECT_BINARY_DIR}/changelog.Debian ${CMAKE_INSTALL_DOCDIR})
 
-# The prefix is known no sooner than at the installation: the package has another than the build.
+# At install time, because the package has another prefix than the build.
 install(CODE "
     set(KELP_INSTALLED_DAEMON \${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_SBINDIR}/kelp)
     set(KELP_INSTALLED_CONFIG \${CMAKE_INSTALL_PREFIX}/${kelp_data_dir}/kelp.json)
@@ -74,7 +73,8 @@ set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "command relay for factory and bench tests
 set(CPACK_PACKAGE_DESCRIPTION
     "kelp takes the short text commands of a test station over USB serial, UART,
 TCP or a local socket, relays each to the daemon that serves it, and writes the
-answer back. With it come programs that play stations and peer daemons.")
+answer back. The package also has programs that simulate stations and peer
+daemons.")
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
@@ -83,7 +83,7 @@ set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 if(CMAKE_CROSSCOMPILING AND CMAKE_SYSTEM_PROCESSOR STREQUAL aarch64)
     set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE arm64)
 endif()
-# dpkg-shlibdeps finds no libraries of another architecture.
+# dpkg-shlibdeps cannot find the libraries of another architecture.
 find_program(KELP_SHLIBDEPS dpkg-shlibdeps)
 mark_as_advanced(KELP_SHLIBDEPS)
 if(KELP_SHLIBDEPS AND NOT CMAKE_CROSSCOMPILING)

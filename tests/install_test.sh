@@ -15,12 +15,13 @@ have() { command -v "$1" >/dev/null || { echo "SKIPPED: no $1 here"; return 1; }
 DESTDIR=$root "$cmake" --install "$build" --prefix /usr >"$root/manifest"
 PATH=$root/usr/sbin:$root/usr/bin:$PATH
 examples=$root/usr/share/doc/kelp/examples
-for name in kelp kelp-check kelp-peer kelp-send; do
+for source in kelp "${0%/*}"/../tools/*/kelp-*.cpp; do
+    name=$(basename "$source" .cpp)
     [[ $(command -v "$name") == "$root/usr/"* ]] || fail "$name is not installed"
 done
 
 kelp-check --no-paths "$root/usr/share/kelp/kelp.json" >"$root/whole" || fail "the shipped example"
-for key in $(grep -oE '"[a-z-]+":' "$root/whole" | tr -d '":' | sort -u); do
+for key in $(grep -oE '"[a-z0-9-]+":' "$root/whole" | tr -d '":' | sort -u); do
     zgrep -qE "^\.BR? $key( |\$)" "$root/usr/share/man/man5/kelp.json.5.gz" ||
         fail "kelp.json.5 says nothing of $key"
 done
@@ -49,8 +50,8 @@ for page in "$root"/usr/share/man/man?/*; do
     name=$(basename "$page" .gz)
     [[ $name == *.1 ]] || continue
     zcat "$page" | sed 's/\\-/-/g' >"$root/page"
-    for option in $("${name%.1}" --help | grep -oE -- '--[a-z-]+' | sort -u); do
-        grep -qE -- "$option([^a-z-]|\$)" "$root/page" || fail "$name says nothing of $option"
+    for option in $("${name%.1}" --help | grep -oE -- '--[a-z0-9-]+' | sort -u); do
+        grep -qE -- "$option([^a-z0-9-]|\$)" "$root/page" || fail "$name says nothing of $option"
     done
 done
 if have systemd-analyze; then
