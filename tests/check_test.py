@@ -1,4 +1,4 @@
-"""Usage: check_test.py KELP-CHECK EXAMPLES. Holds both against one table of configurations."""
+"""Usage: check_test.py KELP-CHECK EXAMPLES. Checks the program and the schema with one table."""
 import functools
 import glob
 import json
@@ -14,89 +14,167 @@ import unittest
 import jsonschema
 
 PROGRAM, EXAMPLES = sys.argv[1:]
-FIRST = '{"receive-mode": {"mode": "tail"},\n'
-UNCUT = ': no console cuts anything into commands'
-WHOLE = 'must be a whole number of 32 bits'
-AT_ONCE = '"timetick" without an interval in "millisecond": whatever one read brings is a command'
+FIRST = '{"receive-mode": {"mode": "tail"},'
 
-# The members after FIRST, or a whole text; whether the schema refuses it (it cannot check what
-# depends on order, on other members or on the machine); and all warnings.
-ROWS = [
-    ('"$schema": "x", "console": {"usb": {"active": {"p": "1"}}}', False),
-    ('"console": {"usb": {"active": true, "port": 1,\n"\\u0070ort": 2}}', False,
-     '3:1: a second "port": this one counts, but at the place of the first'),
-    ('"console": {"serial": {},\n"usb": {"route": ""}, "uart": {"active": {}},\n"tcp": {"active": '
-     '{"p": 1, "q": ""}}}', True, '3:42: "active" names no property: it is off',
-     '2:13: no such console as "serial"; there are "uart", "usb", "local" and "tcp"',
-     '3:1: "usb" without "active" is off', '3:18: "route" must name a tty',
-     '4:25: the value of a property must be a string: "1" is expected',
-     '4:28: only the first property counts'),
-    ('"console": {"tcp": {"active": 1,\n"support": 1, "port": 65536,\n"timeout": 1.5, "x": 0,'
-     '\n"route": "lan"}, "local": {"timeout": 5, "active": true, "port": 0,\n"route": "x"}}', True,
-     '2:31: "active" must be true, false or {"PROPERTY": "VALUE"}: it is off',
-     '3:12: "support" must be true or false', '3:23: of "port" only the low 16 bits count: 0',
-     '3:23: "port" 0 is a free one that the system picks',
-     '4:12: "timeout" ' + WHOLE, '4:17: unknown key "x"',
-     '5:10: "route" must be an IPv4 address to listen on, or empty for all of them',
-     '6:1: "route" of "local" is not read: only its "timeout" is'),
-    ('"console": {"uart": {"active": {"": "1"}, "route": "/x"}, "usb": {"support": false,'
-     '\n"active": true, "route": "/x"}}', False,
-     '2:33: "active" names no property: that reads "0"', '3:1: "usb" is off: it is not supported'),
-    ('"console": {"uart": {"active": true, "route": "/x"}, "usb": {"active": true, "route": "/x"}}',
-     False, '2:1: "usb" and "uart" have one "route": each would take bytes of the other'),
-    *[('"console": {"tcp": {"active": true, "route": "%s"}}' % route, refused,
-       '2:46: "route" ' + why)
-      for route, refused, why in [
-          ('255.255.255.255', False, 'must be an IPv4 address to listen on, or empty for all of them'),
-          ('127.0.0.1\\u0000', True, 'is read as "127.0.0.1"'),
-          ('10.1', True, 'is read as "10.0.0.1"')]],
-    ('{"console": [], "x": 1}', True, '1:1: no "receive-mode"' + UNCUT,
-     '1:13: "console" must be an object', '1:17: unknown key "x"'),
-    *[('{"receive-mode": {%s}}' % members, True, warning) for members, warning in [
-        ('"mode": ""', '1:27: "mode" must be "tail" or "timetick"' + UNCUT),
-        ('', '1:2: "receive-mode" without "mode"' + UNCUT),
-        ('"mode": "timetick", "tail": "0D"', '1:2: ' + AT_ONCE),
-        ('"mode": "timetick", "millisecond": 0', '1:54: ' + AT_ONCE)]],
-    *[('{"receive-mode": {"mode": "tail", "tail": "%s"}}' % tail, True,
-       '1:43: "tail" %s: commands end with %s' % (wrong, result)) for tail, wrong, result in [
-        ('', 'is too short', '0D0A'), ('0D0A0', 'has an odd digit', '0D0A'),
-        ('0D..', 'has more in it than hexadecimal digits', '0D0D'),
-        ('0a', 'of one byte is found only when more bytes follow', '0A'),
-        ('AB' * 33, 'is cut to 32 bytes', 'AB' * 32)]],
-    ('"module": {"whitelist": {\n"wcn": ["A"], "a": ["B"],\n"b": []}, "support-modules":'
-     '\n["a",\n"a", 1], "fm": 1}', True, '4:1: no such module as "b" in "support-modules"',
-     '3:15: not read: "support-modules", which creates "a", must come before "whitelist"',
-     '6:1: module "a" has no "path" to its peer', '6:1: "a" is named twice',
-     '6:1: "a" gets no command: it has no list of any',
-     '6:6: the name of a module must be a string', '6:10: unknown key "fm"'),
-    ('"module": {"interaction":\n{"wcn": {"path": "%s"},\n"modem": {"path": "", "wait": 1,'
-     '\n"timeout": -1, "keep-alive": 1, "quiet": 9}}}' % ('x' * 108), True,
-     '4:23: unknown key "wait"', '5:33: "quiet" is not used by "modem"',
-     '3:18: module "wcn": no local socket can have this "path"',
-     '5:12: "timeout" below 0 waits without limit, as 0 does',
-     '4:19: module "modem" has no "path" to its peer', '5:30: "keep-alive" must be true or false'),
-    ('"module": {"support-modules": ["kelp", "fm"],\n"interaction": {"fm": {"path": '
-     '"/dev/socket/sync_wcn"}},\n"whitelist": {"fm": ["AT+FM "]}, "test-commands": {"fm": ["X\\t"]}}',
-     False,
-     '2:32: "kelp" gets no command: it has no list of any',
-     '3:32: note: module "fm" has the "path" of "wcn"',
-     '4:22: "AT+FM " has a blank at its end, which requests must have, too',
-     '4:59: "X\\t" has a blank at its end, which requests must have, too'),
-    ('"module": {"interaction": {"modem": {"path": "/dev/socket/sync_wcn"}}}', False,
-     '2:46: note: module "modem" has the "path" of "wcn"'),
-    ('"module": {"whitelist":\n{"wcn": ["AT+b", "A\\r\\nT", "AT+C", ""], "modem": [2]},'
-     '\n"test-commands": {"modem": {},\n"wcn": [""]}}', True,
-     '3:10: "AT+b" never matches: requests are compared in upper case',
-     '3:18: "A\\r\\nT" never matches: requests come without their terminator',
-     '3:51: a command must be a string', '4:28: "modem" must be an array',
-     '5:9: "" never matches: no request is empty'),
-    ('"module": {"support-modules": ["kelp"], "whitelist": {"modem": ["AT", "AZ"],'
-     '\n"wcn": ["AT+WX"],\n"kelp": ["A", "AT+WXY"]}, "test-commands": {"wcn": ["AZI"],'
-     '\n"modem": ["AZI", "AT+WX"], "kelp": ["AZI", "AZ+", "A"]}}', False,
-     *['%s is hidden by module "%s", which is asked first' % row for row in [
-         ('4:15: "AT+WXY"', 'wcn'), ('5:11: "AZI"', 'wcn'), ('5:18: "AT+WX"', 'wcn'),
-         ('5:37: "AZI"', 'wcn'), ('5:44: "AZ+"', 'modem')]]),
-]
+# Each case: its name, with "(refused)" if the schema refuses the text (it cannot check what depends
+# on order, on other members or on the machine); then the members after FIRST, or a whole text. Below
+# each line are its findings, each with its column.
+CASES = r'''
+= a property
+"$schema": "x", "console": {"usb": {"active": {"p": "1"}}}
+
+= duplicate key
+"console": {"usb": {"active": true, "port": 1,
+"\u0070ort": 2}}
+1: duplicate key "port": the last value counts, at the position of the first
+
+= incomplete consoles (refused)
+"console": {"serial": {},
+13: unknown console "serial"; there are "uart", "usb", "local" and "tcp"
+"usb": {"route": ""}, "uart": {"active": {}},
+1: "usb" without "active" is off
+18: "route" must name a tty
+42: "active" names no property: the console is off
+"tcp": {"active": {"p": 1, "q": ""}}}
+25: the value of a property must be a string: it counts as "1"
+28: only the first property counts
+
+= invalid console settings (refused)
+"console": {"tcp": {"active": 1,
+31: "active" must be true, false or {"PROPERTY": "VALUE"}: the console is off
+"support": 1, "port": 65536,
+12: "support" must be true or false
+23: "port" 0: the system picks a free port
+23: only the low 16 bits of "port" count: 0
+"timeout": 1.5, "x": 0,
+12: "timeout" must be a 32-bit integer
+17: unknown key "x"
+"route": "lan"}, "local": {"timeout": 5, "active": true, "port": 0,
+10: "route" must be an IPv4 address to listen on, or empty for all addresses
+"route": "x"}}
+1: "route" of "local" is not read: only its "timeout" is
+
+= an empty property name
+"console": {"uart": {"active": {"": "1"}, "route": "/x"}, "usb": {"support": false,
+33: "active" has an empty property name: it counts as "0"
+"active": true, "route": "/x"}}
+1: "usb" is off: it is not supported
+
+= one tty twice
+"console": {"uart": {"active": true, "route": "/x"}, "usb": {"active": true, "route": "/x"}}
+1: the "route" of "usb" and "uart" is the same tty: each would read bytes of the other
+
+= broadcast address
+"console": {"tcp": {"active": true, "route": "255.255.255.255"}}
+46: "route" must be an IPv4 address to listen on, or empty for all addresses
+
+= address with a zero byte (refused)
+"console": {"tcp": {"active": true, "route": "127.0.0.1\u0000"}}
+46: "route" is read as "127.0.0.1"
+
+= short address (refused)
+"console": {"tcp": {"active": true, "route": "10.1"}}
+46: "route" is read as "10.0.0.1"
+
+= wrong types (refused)
+{"console": [], "x": 1}
+1: no "receive-mode": no console serves commands
+13: "console" must be an object
+17: unknown key "x"
+
+= empty mode (refused)
+{"receive-mode": {"mode": ""}}
+27: "mode" must be "tail" or "timetick": no console serves commands
+
+= no mode (refused)
+{"receive-mode": {}}
+2: "receive-mode" without "mode": no console serves commands
+
+= timetick without interval (refused)
+{"receive-mode": {"mode": "timetick", "tail": "0D"}}
+2: "timetick" without an interval in "millisecond": the bytes of each read are a command
+
+= timetick with interval 0 (refused)
+{"receive-mode": {"mode": "timetick", "millisecond": 0}}
+54: "timetick" without an interval in "millisecond": the bytes of each read are a command
+
+= empty tail (refused)
+{"receive-mode": {"mode": "tail", "tail": ""}}
+43: "tail" is too short: commands end with 0D0A
+
+= odd tail (refused)
+{"receive-mode": {"mode": "tail", "tail": "0D0A0"}}
+43: "tail" has an odd number of digits: commands end with 0D0A
+
+= tail with other characters (refused)
+{"receive-mode": {"mode": "tail", "tail": "0D.."}}
+43: "tail" has characters that are not hexadecimal digits: commands end with 0D0D
+
+= tail of one byte (refused)
+{"receive-mode": {"mode": "tail", "tail": "0a"}}
+43: "tail" of one byte is found only when more bytes follow: commands end with 0A
+
+= long tail (refused)
+{"receive-mode": {"mode": "tail", "tail": "ABABABABABABABABABABABABABABABABABABABABABABABABABABABABABABABABAB"}}
+43: "tail" is cut to 32 bytes: commands end with ABABABABABABABABABABABABABABABABABABABABABABABABABABABABABABABAB
+
+= order of module members (refused)
+"module": {"whitelist": {
+"wcn": ["A"], "a": ["B"],
+15: not read: "support-modules", which creates "a", must come before "whitelist"
+"b": []}, "support-modules":
+1: unknown module "b": not in "support-modules"
+["a",
+"a", 1], "fm": 1}
+1: "a" gets no commands: its "whitelist" and "test-commands" are empty
+1: "a" is named twice
+1: module "a" has no "path" to its peer
+6: the name of a module must be a string
+10: unknown key "fm"
+
+= invalid interaction (refused)
+"module": {"interaction":
+{"wcn": {"path": "xxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx"},
+18: module "wcn": no local socket can have this "path"
+"modem": {"path": "", "wait": 1,
+19: module "modem" has no "path" to its peer
+23: unknown key "wait"
+"timeout": -1, "keep-alive": 1, "quiet": 9}}}
+12: "timeout" below 0 waits without limit, as 0 does
+30: "keep-alive" must be true or false
+33: "quiet" is not used by "modem"
+
+= modules without commands
+"module": {"support-modules": ["kelp", "fm"],
+32: "kelp" gets no commands: its "whitelist" and "test-commands" are empty
+"interaction": {"fm": {"path": "/dev/socket/sync_wcn"}},
+32: note: module "fm" has the same "path" as "wcn"
+"whitelist": {"fm": ["AT+FM "]}, "test-commands": {"fm": ["X\t"]}}
+22: "AT+FM " ends in white space: commands match only with it
+59: "X\t" ends in white space: commands match only with it
+
+= commands that never match (refused)
+"module": {"whitelist":
+{"wcn": ["AT+b", "A\r\nT", "AT+C", ""], "modem": [2]},
+10: "AT+b" never matches: commands are compared in upper case
+18: "A\r\nT" never matches: commands are compared without their terminator
+51: a command must be a string
+"test-commands": {"modem": {},
+28: "modem" must be an array
+"wcn": [""]}}
+9: "" never matches: no command is empty
+
+= hidden commands
+"module": {"support-modules": ["kelp"], "whitelist": {"modem": ["AT", "AZ"],
+"wcn": ["AT+WX"],
+"kelp": ["A", "AT+WXY"]}, "test-commands": {"wcn": ["AZI"],
+15: "AT+WXY" is hidden by module "wcn", which comes first
+"modem": ["AZI", "AT+WX"], "kelp": ["AZI", "AZ+", "A"]}}
+11: "AZI" is hidden by module "wcn", which comes first
+18: "AT+WX" is hidden by module "wcn", which comes first
+37: "AZI" is hidden by module "wcn", which comes first
+44: "AZ+" is hidden by module "modem", which comes first
+'''
 
 
 def check(*arguments):
@@ -108,17 +186,24 @@ def write(text):
 
 
 class CheckTest(unittest.TestCase):
-    def test_table(self):
-        for members, refused, *warnings in ROWS:
-            text = members if members[0] == "{" else FIRST + members + "}"
-            with self.subTest(text):
+    def test_cases(self):
+        for block in CASES.strip().split("\n\n"):
+            name, *rest = block.splitlines()
+            lines, findings = [] if rest[0][0] == "{" else [FIRST], []
+            for line in rest:
+                if line[0].isdigit():
+                    findings.append("%d:%s" % (len(lines), line))
+                else:
+                    lines.append(line)
+            text = "\n".join(lines) + ("}" if lines[0] == FIRST else "")
+            with self.subTest(name):
                 write(text)
                 run = check("--no-paths", PATH)
-                said = run.stderr.replace(PATH + ":", "").replace(" warning:", "").splitlines()
-                self.assertEqual(sorted(said), sorted(warnings))
-                told = [w for w in warnings if ": note: " not in w]
-                self.assertEqual(run.returncode, 1 if told else 0)
-                self.assertEqual(SCHEMA.is_valid(json.loads(text)), not refused)
+                printed = run.stderr.replace(PATH + ":", "").replace(" warning:", "").splitlines()
+                self.assertEqual(sorted(printed), sorted(findings))
+                warnings = [f for f in findings if ": note: " not in f]
+                self.assertEqual(run.returncode, 1 if warnings else 0)
+                self.assertEqual(SCHEMA.is_valid(json.loads(text)), "(refused)" not in name)
                 write(run.stdout)
                 self.assertEqual(check("--no-paths", PATH).stdout, run.stdout)
 
@@ -156,10 +241,10 @@ class CheckTest(unittest.TestCase):
         for route, warnings in [(os.ttyname(tty), 0), (PATH + ".none", 0),
                                 ("/dev/null", 1), (PATH, 1)]:
             write(FIRST + '"console": {"usb": {"active": true, "route": "%s"}}}' % route)
-            self.assertEqual(check(PATH).stderr.count('"route" is no tty: '), warnings)
+            self.assertEqual(check(PATH).stderr.count('"route" is not a tty: '), warnings)
         write(FIRST + '"console": {"usb": {"route": "%s"}, "uart": {"route": "/dev//%s"}}}' %
               (os.ttyname(tty), os.ttyname(tty)[5:]))
-        self.assertIn('"usb" and "uart" have one "route"', check(PATH).stderr)
+        self.assertIn('the "route" of "usb" and "uart" is the same tty', check(PATH).stderr)
         os.close(master)
         os.close(tty)
 
@@ -171,10 +256,10 @@ class CheckTest(unittest.TestCase):
 
     def test_refusals(self):
         for text, said in [("{\n ,}", "2:2: error: not valid JSON"),
-                           ("[" * 65 + "]" * 65, "1:65: error: more than 64 arrays and objects"),
+                           ("[" * 65 + "]" * 65, "1:65: error: more than 64 nested arrays"),
                            ("[1e999]", "1:6: error: a number beyond the range of a double"),
                            ('["invalid string: surrogate" x]', "1:30: error: not valid JSON"),
-                           ('["\\ud800"]', "1:9: error: half a surrogate pair")]:
+                           ('["\\ud800"]', "1:9: error: an unpaired surrogate")]:
             write(text)
             run = check(PATH)
             self.assertEqual((run.returncode, run.stderr.find(PATH + ":" + said)), (2, 0))

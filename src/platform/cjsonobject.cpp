@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdint>
 #include <cstring>
 #include <iterator>
 #include <limits>
@@ -70,7 +69,7 @@ class Builder {
         if (error.id == kNumberOverflow) {
             mReason = "a number beyond the range of a double";
         } else if (found != nullptr && (quoted == nullptr || found < quoted)) {
-            mReason = "half a surrogate pair";
+            mReason = "an unpaired surrogate";
         }
         return false;
     }
@@ -120,7 +119,7 @@ Json* Builder::Place(Json value) {
 
 bool Builder::Open(Json container) {
     if (mOpen.size() >= CJsonObject::kMaxDepth) {
-        mReason = "more than 64 arrays and objects inside each other";
+        mReason = "more than 64 nested arrays and objects";
         return false;
     }
     mOpen.push_back({Place(std::move(container)), {}});
@@ -298,7 +297,8 @@ bool CJsonObject::Get(const std::string& key, int& value) const {
     if (node == nullptr || !node->is_number()) {
         return false;
     }
-    // Unsigned first: the library counts those as integers too.
+    // Unsigned first: the library counts those as integers too. The others are negative, or were
+    // set by Replace.
     if (const auto* const number = node->get_ptr<const Json::number_unsigned_t*>()) {
         if (*number > static_cast<Json::number_unsigned_t>(kMax)) {
             return false;

@@ -60,7 +60,7 @@ std::string Send(const std::string& arguments) {
     return Result(KELP_SEND " --terminator '' --quiet 5000 " + arguments);
 }
 
-TEST(Tools, AnswersOutcomesAndExitStatus) {
+TEST(Tools, SendReportsTheOutcomeOfEachAnswer) {
     ASSERT_TRUE(kExported);
     Program peer(KELP_PEER
                  R"( --wcn $S --request OK --answer '1\r\nOK\r\n' --pieces 1 --pause 1)"
@@ -96,7 +96,6 @@ TEST(Tools, AnswersOutcomesAndExitStatus) {
         {"$S OK --expect-error 1", "1\r\nOK\r\nkelp-send: OK" + unexpected},
         {"$S BAD --expect x", "x\r\nERROR\r\nkelp-send: BAD" + error},
         {"$S BAD --expect-error x", "x\r\nERROR\r\n|0"},
-        {"$S CME --timeout 2", "\r\n+CME ERROR: 10\r\n|1"},
         {"$S CME --timeout 2 --expect-error ': 10'", "\r\n+CME ERROR: 10\r\n|0"},
         {"$S OFF --quiet 50 --expect Inv", "Invalid descriptorkelp-send: OFF" + error},
         {"$S Z=2 --expect Z", z + "kelp-send: Z=2" + error},
@@ -117,8 +116,8 @@ TEST(Tools, AnswersOutcomesAndExitStatus) {
          "ECHOFIRST\r\nERROR\r\nkelp-send: ECHOFIRST" + error},
         {"$S MUTE OK --timeout 1", "kelp-send: MUTE: no complete answer in time\n1\r\nOK\r\n|2"},
         {"$S GO",
-         "kelp-send: GO: the connection ended without an answer; all four places of the "
-         "console may be taken\n|3"},
+         "kelp-send: GO: the connection ended without an answer; the console may already serve "
+         "four clients\n|3"},
         {"@none X", "kelp-send: @none: Connection refused\n|3"},
         {"$S-m 'A\r\nB' --terminator 0d0a --expect B --quiet 50", "UA\r\n.B\r\n.|0"},
         {"$S OK --expect 1 --expect-error 1",
@@ -151,7 +150,7 @@ TEST(Tools, AnswersOutcomesAndExitStatus) {
     EXPECT_EQ(peer.End(SIGTERM), "0");
 }
 
-TEST(Tools, BadScriptIsRefusedWithItsPlace) {
+TEST(Tools, ABadScriptIsRejectedWithItsPosition) {
     const TempDir dir;
     const std::string answers = R"({"roles": [{"role": "wcn", "socket": "@x", "answers": [)"
                                 "\n";

@@ -18,7 +18,7 @@ namespace kelp::tools {
 namespace {
 
 constexpr size_t kMaxTailDigits = 2u * kMaxTailBytes;
-constexpr char kNothingCut[] = ": no console cuts anything into commands";
+constexpr char kNothingCut[] = ": no console serves commands";
 
 const ConfigMember* Find(const std::vector<ConfigMember>& members, const char* key) {
     for (const ConfigMember& member : members) {
@@ -29,7 +29,11 @@ const ConfigMember* Find(const std::vector<ConfigMember>& members, const char* k
     return nullptr;
 }
 
-// Uses the kernel's list of terminal drivers: opening a line would raise its signals.
+bool IsOnTty(const std::string& console) {
+    return console != "tcp" && console != "local";
+}
+
+// Uses the kernel's list of terminal drivers: opening a serial line would assert DTR and RTS.
 bool ExistsWithoutBeingTty(const std::string& path) {
     struct stat status;
     if (stat(path.c_str(), &status) != 0) {
@@ -87,15 +91,24 @@ void ConfigCheck::CheckConsoles(const ConfigMember& consoles) {
             CheckConsole(console, *record);
         } else {
             mText.Warn(console.keyOffset,
-                       "no such console as " + Quoted(console.key) +
+                       "unknown console " + Quoted(console.key) +
                            "; there are \"uart\", \"usb\", \"local\" and \"tcp\"");
         }
     }
-    const CommonConfig& usb = *mResult.GetConfigByName("usb");
-    const CommonConfig& uart = *mResult.GetConfigByName("uart");
-    if (usb.support && uart.support && NameOneTty(usb.route.Get(), uart.route.Get(), mPaths)) {
-        mText.Warn(consoles.keyOffset, "\"usb\" and \"uart\" have one " + Quoted(kKeyRoute) +
-                                           ": each would take bytes of the other");
+    std::vector<const CommonConfig*> lines;
+    for (const CommonConfig& console : mResult.GetConsoleConfig()->consoles) {
+        if (!console.support || !IsOnTty(console.name)) {
+            continue;
+        }
+        for (const CommonConfig* other : lines) {
+            if (NameOneTty(console.route.Get(), other->route.Get(), mPaths)) {
+                mText.Warn(consoles.keyOffset,
+                           "the " + Quoted(kKeyRoute) + " of " + Quoted(console.name) + " and " +
+                               Quoted(other->name) +
+                               " is the same tty: each would read bytes of the other");
+            }
+        }
+        lines.push_back(&console);
     }
 }
 
@@ -141,10 +154,10 @@ void ConfigCheck::CheckConsoleMember(const std::string& console, const ConfigMem
         mText.Warn(member.keyOffset, "unknown key " + what);
     } else if (mText.Expect(value, ConfigType::kText, what)) {
         const std::string route = *mText.String(value);
-        if (console == "tcp") {
-            CheckAddress(what, value, route);
-        } else {
+        if (IsOnTty(console)) {
             CheckTty(what, value, route);
+        } else {
+            CheckAddress(what, value, route);
         }
     }
 }
@@ -152,10 +165,10 @@ void ConfigCheck::CheckConsoleMember(const std::string& console, const ConfigMem
 void ConfigCheck::CheckPort(const std::string& what, size_t value, int port) {
     const int used = port & 0xffff;
     if (used != port) {
-        mText.Warn(value, "of " + what + " only the low 16 bits count: " + std::to_string(used));
+        mText.Warn(value, "only the low 16 bits of " + what + " count: " + std::to_string(used));
     }
     if (used == 0) {
-        mText.Warn(value, what + " 0 is a free one that the system picks");
+        mText.Warn(value, what + " 0: the system picks a free port");
     }
 }
 
@@ -169,7 +182,8 @@ void ConfigCheck::CheckAddress(const std::string& what, size_t value, const std:
     char spelled[INET_ADDRSTRLEN] = {};
     inet_ntop(AF_INET, &address, spelled, sizeof(spelled));
     if (address.s_addr == INADDR_NONE) {
-        mText.Warn(value, what + " must be an IPv4 address to listen on, or empty for all of them");
+        mText.Warn(value,
+                   what + " must be an IPv4 address to listen on, or empty for all addresses");
     } else if (!route.empty() && route != spelled) {
         mText.Warn(value, what + " is read as " + Quoted(spelled));
     }
@@ -179,7 +193,7 @@ void ConfigCheck::CheckTty(const std::string& what, size_t value, const std::str
     if (route.empty()) {
         mText.Warn(value, what + " must name a tty");
     } else if (mPaths && ExistsWithoutBeingTty(route)) {
-        mText.Warn(value, what + " is no tty: " + Quoted(route));
+        mText.Warn(value, what + " is not a tty: " + Quoted(route));
     }
 }
 
@@ -210,20 +224,21 @@ void ConfigCheck::CheckActive(const std::string& what, size_t value) {
         return;
     }
     if (!mText.Is(value, ConfigType::kObject)) {
-        mText.Warn(value, what + " must be true, false or {\"PROPERTY\": \"VALUE\"}: it is off");
+        mText.Warn(value,
+                   what + " must be true, false or {\"PROPERTY\": \"VALUE\"}: the console is off");
         return;
     }
     const std::vector<ConfigMember> members = mText.Members(value, what);
     if (members.empty()) {
-        mText.Warn(value, what + " names no property: it is off");
+        mText.Warn(value, what + " names no property: the console is off");
         return;
     }
     if (members[0].key.empty()) {
-        mText.Warn(members[0].keyOffset, what + " names no property: that reads \"0\"");
+        mText.Warn(members[0].keyOffset, what + " has an empty property name: it counts as \"0\"");
     }
     if (!mText.Is(members[0].valueOffset, ConfigType::kText)) {
         mText.Warn(members[0].valueOffset,
-                   "the value of a property must be a string: \"1\" is expected");
+                   "the value of a property must be a string: it counts as \"1\"");
     }
     for (size_t i = 1; i < members.size(); ++i) {
         mText.Warn(members[i].keyOffset, "only the first property counts");
@@ -255,7 +270,7 @@ void ConfigCheck::CheckReceiveMode(const ConfigMember& receive) {
         const ConfigMember* const interval = Find(members, kKeyMillisecond);
         mText.Warn(interval != nullptr ? interval->valueOffset : receive.keyOffset,
                    Quoted(kModeTimeTick) + " without an interval in " + Quoted(kKeyMillisecond) +
-                       ": whatever one read brings is a command");
+                       ": the bytes of each read are a command");
     }
 }
 
@@ -270,9 +285,9 @@ void ConfigCheck::CheckTail(size_t value) {
     } else if (tail.size() > kMaxTailDigits) {
         wrong = "is cut to " + std::to_string(kMaxTailBytes) + " bytes";
     } else if (tail.find_first_not_of("0123456789ABCDEFabcdef") != tail.npos) {
-        wrong = "has more in it than hexadecimal digits";
+        wrong = "has characters that are not hexadecimal digits";
     } else if (tail.size() % 2 != 0) {
-        wrong = "has an odd digit";
+        wrong = "has an odd number of digits";
     } else if (tail.size() == 2 && mResult.GetReceiveConfig()->mode == kReceiveTail) {
         // Framing needs a further byte, which a station that waits for its answer never sends.
         wrong = "of one byte is found only when more bytes follow";

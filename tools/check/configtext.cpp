@@ -24,8 +24,8 @@ std::vector<ConfigMember> ConfigText::Members(size_t object, const std::string& 
             members.push_back({key, member.keyOffset, member.valueOffset});
             continue;
         }
-        Warn(member.keyOffset,
-             "a second " + Quoted(key) + ": this one counts, but at the place of the first");
+        Warn(member.keyOffset, "duplicate key " + Quoted(key) +
+                                   ": the last value counts, at the position of the first");
         members[found->second].keyOffset = member.keyOffset;
         members[found->second].valueOffset = member.valueOffset;
     }
@@ -78,7 +78,7 @@ bool ConfigText::Expect(size_t value, ConfigType type, const std::string& what) 
 std::optional<int> ConfigText::ExpectNumber(size_t value, const std::string& what) {
     const std::optional<int> number = Number(value);
     if (!number) {
-        Warn(value, what + " must be a whole number of 32 bits");
+        Warn(value, what + " must be a 32-bit integer");
     }
     return number;
 }

@@ -26,22 +26,24 @@ constexpr int kExitUnreadable = 2;
 constexpr int kExitPrint = 74;
 
 constexpr char kHelp[] =
-    "Reads each configuration as the daemon would, and prints the one that results on standard "
-    "output: a file of its own, with every value written out and each \"active\" as it was found "
-    "(KELP_PROPERTIES names the file of system properties). Then warns on standard error, as "
-    "FILE:LINE:COLUMN: warning: TEXT, of what the daemon would pass over in silence or could not "
-    "serve; a note tells of what may well be meant. Opens no socket and changes nothing."
+    "Reads each configuration file as the daemon does, and prints the resulting configuration on "
+    "standard output: a complete file, with all values and with each \"active\" as the resulting "
+    "true or false (KELP_PROPERTIES names a file used in place of system properties). Then warns "
+    "on standard error, as FILE:LINE:COLUMN: warning: TEXT, about everything that the daemon would "
+    "ignore without a message or could not serve. What may be intended is a note instead of a "
+    "warning. Opens no socket and changes nothing."
     "\v"
-    "Exit status, of the worst file:\n"
-    "  0   nothing to warn of\n"
+    "Exit status, the largest of all files:\n"
+    "  0   no warnings; there may be notes\n"
     "  1   warnings\n"
-    "  2   a file that the daemon refuses: it takes its defaults\n"
-    "  64  a usage error; 74 a failure to print\n";
+    "  2   the daemon refuses the file and would use its built-in configuration\n"
+    "  64  usage error\n"
+    "  74  standard output could not be written\n";
 
 constexpr int kNoPaths = 256;  // without a letter
 constexpr struct argp_option kOptions[] = {
     {"no-paths", kNoPaths, nullptr, 0,
-     "do not look for peers' sockets and ttys: the file is for another machine", 0},
+     "do not check the paths of sockets and ttys; for a file that is meant for another machine", 0},
     {nullptr, 0, nullptr, 0, nullptr, 0},
 };
 

@@ -132,7 +132,7 @@ void ModuleCheck::CheckSettings(const ConfigMember& section) {
     for (const ConfigMember& member : mText.Members(section.valueOffset, Quoted(section.key))) {
         Module* const module = Find(member.key);
         if (module == nullptr) {
-            mText.Warn(member.keyOffset, "no such module as " + Quoted(member.key) + " in " +
+            mText.Warn(member.keyOffset, "unknown module " + Quoted(member.key) + ": not in " +
                                              Quoted(kKeySupportModules));
         } else if (!module->exists) {
             mText.Warn(member.keyOffset, "not read: " + Quoted(kKeySupportModules) +
@@ -173,8 +173,8 @@ void ModuleCheck::CheckQuiet(const ConfigMember& member, const Module& module) {
     if (quietMs < 0) {
         mText.Warn(member.valueOffset, what + " below 0 is not used");
     } else if (quietMs > kMaxQuietMs) {
-        mText.Warn(member.valueOffset, what + " is more than the " + std::to_string(kMaxQuietMs) +
-                                           " that an answer is read on for");
+        mText.Warn(member.valueOffset, what + " is more than " + std::to_string(kMaxQuietMs) +
+                                           ": no answer is read longer than that");
     }
     if (quietMs != 0 && MessagerManager::PeerOf(module.info->name) != PeerE::kRelayed) {
         mText.Warn(member.keyOffset, what + " is not used by " + Quoted(module.info->name));
@@ -198,8 +198,9 @@ void ModuleCheck::CheckTogether(size_t root, bool paths) {
         CheckMatches(module.whiteList, true);
         CheckMatches(module.testCmds, false);
         if (module.nameOffset != 0 && module.whiteList.empty() && module.testCmds.empty()) {
-            mText.Warn(module.nameOffset,
-                       Quoted(module.info->name) + " gets no command: it has no list of any");
+            mText.Warn(module.nameOffset, Quoted(module.info->name) + " gets no commands: its " +
+                                              Quoted(kKeyWhiteList) + " and " +
+                                              Quoted(kKeyTestCommands) + " are empty");
         }
         if (MessagerManager::PeerOf(module.info->name) == PeerE::kNone) {
             continue;
@@ -208,8 +209,8 @@ void ModuleCheck::CheckTogether(size_t root, bool paths) {
         const auto [other, isFirst] = byPath.emplace(module.info->path, &module);
         if (!isFirst && !module.info->path.empty()) {
             mText.Note(module.pathOffset != 0 ? module.pathOffset : root,
-                       "module " + Quoted(module.info->name) + " has the " + Quoted(kKeyPath) +
-                           " of " + Quoted(other->second->info->name));
+                       "module " + Quoted(module.info->name) + " has the same " + Quoted(kKeyPath) +
+                           " as " + Quoted(other->second->info->name));
         }
     }
     CheckHidden();
@@ -220,16 +221,16 @@ void ModuleCheck::CheckMatches(std::vector<Entry>& list, bool mayBeEmpty) {
     const std::string tail(receive.tail, receive.tail + receive.tailLength);
     for (Entry& entry : list) {
         if (!entry.text.empty() && (entry.text.back() == ' ' || entry.text.back() == '\t')) {
-            mText.Warn(entry.offset, Quoted(entry.text) +
-                                         " has a blank at its end, which requests must have, too");
+            mText.Warn(entry.offset,
+                       Quoted(entry.text) + " ends in white space: commands match only with it");
         }
         std::string why;
         if (entry.text != UpperCase(entry.text)) {
-            why = "requests are compared in upper case";
+            why = "commands are compared in upper case";
         } else if (entry.text.empty() && !mayBeEmpty) {
-            why = "no request is empty";
+            why = "no command is empty";
         } else if (receive.mode == kReceiveTail && entry.text.find(tail) != entry.text.npos) {
-            why = "requests come without their terminator";
+            why = "commands are compared without their terminator";
         } else {
             continue;
         }
@@ -247,7 +248,7 @@ void ModuleCheck::CheckHidden() {
             if (entry.matches && owner < i) {
                 mText.Warn(entry.offset, Quoted(entry.text) + " is hidden by module " +
                                              Quoted(mModules[owner].info->name) +
-                                             ", which is asked first");
+                                             ", which comes first");
             }
         };
         for (const Entry& entry : mModules[i].whiteList) {

@@ -1,4 +1,4 @@
-// Plays the peer daemons of a bench: see ReadPeerOptions.
+// Simulates the peer daemons of a bench: see ReadPeerOptions.
 
 #include <signal.h>
 
@@ -40,7 +40,7 @@ sigset_t CatchStopSignals() {
     return before;
 }
 
-void TellReady(const kelp::tools::Script& script) {
+void PrintReady(const kelp::tools::Script& script) {
     std::string line = "ready";
     for (const kelp::tools::Role& role : script) {
         line += " " + role.socket;
@@ -65,7 +65,7 @@ int main(int argc, char** argv) {
         fprintf(stderr, "kelp-peer: %s\n", error.c_str());
         return kExitFailed;
     }
-    TellReady(options.script);
+    PrintReady(options.script);
     server.Run(sStop, duringWait);
     return 0;
 }

@@ -66,10 +66,10 @@ bool PeerConnection::Serve(short revents, int64_t nowMs) {
             return false;
         }
     } else if (gone) {
-        mLog.Line(mName, "gone");
+        mLog.Line(mName, "hung up");
         return false;
     }
-    SayUnsolicited(nowMs);
+    SendUnsolicited(nowMs);
     if ((!mBlocked || (revents & POLLOUT) != 0) && !Write(nowMs)) {
         mLog.Line(mName, "lost");
         return false;
@@ -125,7 +125,7 @@ bool PeerConnection::AnswerRequests(int64_t nowMs) {
     return mCutter.Waiting() <= kMaxRequestBytes;
 }
 
-void PeerConnection::SayUnsolicited(int64_t nowMs) {
+void PeerConnection::SendUnsolicited(int64_t nowMs) {
     for (Timer& timer : mTimers) {
         if (timer.dueMs < 0 || timer.dueMs > nowMs) {
             continue;

@@ -41,7 +41,7 @@ class PeerConnection {
     bool MayRead() const;
     bool Read(int64_t nowMs);
     bool AnswerRequests(int64_t nowMs);
-    void SayUnsolicited(int64_t nowMs);
+    void SendUnsolicited(int64_t nowMs);
     bool Write(int64_t nowMs);
 
     const UniqueFd mFd;

@@ -33,22 +33,22 @@ constexpr unsigned kBoth = kToRequests | kBySelf;
 constexpr unsigned kPcbaRecord = kToRequests | kOnlyPcba;
 
 constexpr RoleKey kRoleKeys[] = {
-    {{"name", KeyType::kText, 0, 0, "the role's name in the log"},
+    {{"name", KeyType::kText, 0, 0, "name of the peer in the log"},
      [](Role& role, const KeyValue& value) { role.name = value.text; }},
     {{"request-end", KeyType::kText, 0, 0,
-      "a request ends with TEXT (modem: \\r\\n; others: empty, a request is what arrives "
-      "together)"},
+      "end of each request; default: CR LF for a modem, empty for other peers (bytes that arrive "
+      "together are one request)"},
      [](Role& role, const KeyValue& value) { role.requestEnd = value.text; }},
     {{"request-start", KeyType::kText, 0, 0,
-      "without an end: TEXT begins another request, so that requests "
-      "that arrive together are told apart"},
+      "with an empty --request-end: beginning of each request, so that requests that arrive "
+      "together are separated"},
      [](Role& role, const KeyValue& value) { role.requestStart = value.text; }},
-    {{"deaf", KeyType::kFlag, 0, 0, "never read"},
+    {{"deaf", KeyType::kFlag, 0, 0, "never read requests"},
      [](Role& role, const KeyValue& value) { role.deaf = value.flag; }},
 };
 
 constexpr AnswerKey kAnswerKeys[] = {
-    {{"request", KeyType::kText, 0, 0, "answer requests that equal TEXT"},
+    {{"request", KeyType::kText, 0, 0, "answer requests that are equal to TEXT"},
      kToRequests,
      "prefix",
      [](Answer& answer, const KeyValue& value) { SetMatch(answer, value, false); }},
@@ -56,7 +56,7 @@ constexpr AnswerKey kAnswerKeys[] = {
      kToRequests,
      "request",
      [](Answer& answer, const KeyValue& value) { SetMatch(answer, value, true); }},
-    {{"answer", KeyType::kText, 0, 0, "answer with TEXT"},
+    {{"answer", KeyType::kText, 0, 0, "send TEXT as the answer"},
      kToRequests,
      "hex",
      [](Answer& answer, const KeyValue& value) { answer.text = value.text; }},
@@ -64,24 +64,24 @@ constexpr AnswerKey kAnswerKeys[] = {
      kBySelf,
      "hex",
      [](Answer& answer, const KeyValue& value) { answer.text = value.text; }},
-    {{"hex", KeyType::kHex, 0, 0, "answer with exactly these bytes: no echo, no record"},
+    {{"hex", KeyType::kHex, 0, 0, "send exactly these bytes, without echo or record"},
      kBoth,
      nullptr,
      SetRaw},
     {{"echo", KeyType::kFlag, 0, 0,
-      "put the request in front of the answer (pcba: into the record, the default)"},
+      "send the request before the answer; pcba: in the record (default)"},
      kToRequests,
      nullptr,
      [](Answer& answer, const KeyValue& value) { answer.echo = value.flag; }},
-    {{"silent", KeyType::kFlag, 0, 0, "answer with nothing"},
+    {{"silent", KeyType::kFlag, 0, 0, "send no answer"},
      kToRequests,
      nullptr,
      [](Answer& answer, const KeyValue& value) { answer.silent = value.flag; }},
-    {{"close", KeyType::kFlag, 0, 0, "close the connection behind the answer"},
+    {{"close", KeyType::kFlag, 0, 0, "close the connection after the answer"},
      kBoth,
      nullptr,
      [](Answer& answer, const KeyValue& value) { answer.close = value.flag; }},
-    {{"delay", KeyType::kNumber, 0, kDayMs, "answer N milliseconds after the request"},
+    {{"delay", KeyType::kNumber, 0, kDayMs, "send the answer N milliseconds after the request"},
      kToRequests,
      nullptr,
      [](Answer& answer, const KeyValue& value) { answer.delayMs = value.number; }},
@@ -89,7 +89,8 @@ constexpr AnswerKey kAnswerKeys[] = {
      kBoth,
      "bytes",
      [](Answer& answer, const KeyValue& value) { answer.repeat = value.number; }},
-    {{"bytes", KeyType::kNumber, 0, INT_MAX, "cut the answer or repeat it to exactly N bytes"},
+    {{"bytes", KeyType::kNumber, 0, INT_MAX,
+      "cut or repeat the answer to exactly N bytes; --repeat is then ignored"},
      kBoth,
      "repeat",
      [](Answer& answer, const KeyValue& value) { answer.totalBytes = value.number; }},
@@ -101,33 +102,34 @@ constexpr AnswerKey kAnswerKeys[] = {
      kBoth,
      nullptr,
      [](Answer& answer, const KeyValue& value) { answer.pauseMs = value.number; }},
-    {{"result", KeyType::kNumber, INT_MIN, INT_MAX, "the record's result code, 0 by default"},
+    {{"result", KeyType::kNumber, INT_MIN, INT_MAX, "pcba: result code of the record; default 0"},
      kPcbaRecord,
      nullptr,
      [](Answer& answer, const KeyValue& value) { answer.result = value.number; }},
-    {{"echo-text", KeyType::kText, 0, 0, "the record echoes TEXT in place of the request"},
+    {{"echo-text", KeyType::kText, 0, 0, "pcba: put TEXT into the record in place of the request"},
      kPcbaRecord,
      nullptr,
      [](Answer& answer, const KeyValue& value) { answer.echoText = value.text; }},
     {{"request-length", KeyType::kNumber, INT_MIN, INT_MAX,
-      "the record's request length says N, true or not"},
+      "pcba: put N into the record as the request length, even if it is wrong"},
      kPcbaRecord,
      nullptr,
      [](Answer& answer, const KeyValue& value) { answer.requestLength = value.number; }},
     {{"response-length", KeyType::kNumber, INT_MIN, INT_MAX,
-      "the record's response length says N, true or not"},
+      "pcba: put N into the record as the response length, even if it is wrong"},
      kPcbaRecord,
      nullptr,
      [](Answer& answer, const KeyValue& value) { answer.responseLength = value.number; }},
-    {{"after", KeyType::kNumber, 0, kDayMs, "say it N milliseconds after a connection was made"},
+    {{"after", KeyType::kNumber, 0, kDayMs,
+      "send the message N milliseconds after the connection was made"},
      kBySelf,
      nullptr,
      [](Answer& answer, const KeyValue& value) { answer.afterMs = value.number; }},
-    {{"every", KeyType::kNumber, 1, kDayMs, "say it again every N milliseconds"},
+    {{"every", KeyType::kNumber, 1, kDayMs, "send the message every N milliseconds"},
      kBySelf,
      nullptr,
      [](Answer& answer, const KeyValue& value) { answer.everyMs = value.number; }},
-    {{"times", KeyType::kNumber, 1, INT_MAX, "say it no more than N times"},
+    {{"times", KeyType::kNumber, 1, INT_MAX, "send the message at most N times"},
      kBySelf,
      nullptr,
      [](Answer& answer, const KeyValue& value) { answer.times = value.number; }},
@@ -198,16 +200,16 @@ Answer MakeAnswer(RoleKind kind) {
 
 std::string CheckAnswer(const Answer& answer, AnswerUse use, RoleKind kind) {
     if (use == kBySelf && answer.afterMs < 0 && answer.everyMs == 0) {
-        return "needs \"after\" or \"every\"";
+        return "an unsolicited message needs \"after\" or \"every\"";
     }
     const bool isRecord = use == kToRequests && kind == RoleKind::kPcba && !answer.isRaw;
     const bool isNothing = answer.text.empty() && !answer.echo && !isRecord;
-    return isNothing && answer.totalBytes > 0 ? "has nothing to make \"bytes\" of" : "";
+    return isNothing && answer.totalBytes > 0 ? "\"bytes\" needs a text to cut or repeat" : "";
 }
 
 std::string CheckRole(const Role& role) {
     if (role.socket.empty() || role.socket == "@") {
-        return "needs a \"socket\"";
+        return "a role needs a \"socket\"";
     }
     return !role.requestEnd.empty() && !role.requestStart.empty()
                ? "\"request-end\" and \"request-start\" exclude each other"

@@ -46,7 +46,7 @@ enum AnswerUse : unsigned {
 struct AnswerKey {
     KeyInfo info;
     unsigned use;          // of AnswerUse
-    const char* excludes;  // a key that must not be used together with this one; may be null
+    const char* excludes;  // a key that a script must not use together with this one; may be null
     void (*set)(Answer&, const KeyValue&);
 };
 

@@ -12,7 +12,6 @@ class PeerLog {
   public:
     explicit PeerLog(bool enabled) : mEnabled(enabled) {}
 
-    bool Enabled() const { return mEnabled; }
     // "WHO TEXT"; nothing when the log is off.
     void Line(const std::string& who, const std::string& text) const;
     // "WHO < BYTES" and "WHO > BYTES", escaped and cut. Adds `total` when it is more.

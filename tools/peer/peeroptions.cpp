@@ -12,34 +12,39 @@ namespace kelp::tools {
 namespace {
 
 constexpr char kHelp[] =
-    "Plays peer daemons until SIGINT or SIGTERM. Prints one line, \"ready\" and its sockets, once "
-    "all "
-    "of them are served, and removes them at the end."
+    "Listens on local sockets in place of the peer daemons, and answers as described by a script "
+    "or by options. When all sockets are open, prints one line, \"ready\" and the sockets. Runs "
+    "until SIGINT, SIGTERM or SIGHUP, and then removes the sockets."
     "\v"
-    "A script says the same in JSON, with the options' names (\"text\" for what is unsolicited):\n"
+    "A script describes the same in JSON, with the names of the options (an unsolicited message "
+    "has its text in \"text\"):\n"
     "  {\"roles\": [{\"role\": \"wcn\", \"socket\": \"@wcn\", \"answers\": [\n"
     "     {\"request\": \"AT\", \"answer\": \"\\r\\nOK\\r\\n\", \"delay\": 50}],\n"
     "     \"unsolicited\": [{\"text\": \"\\r\\n+BEAT\\r\\n\", \"every\": 1000}]}]}\n"
     "\n"
     "Example, an echo peer: kelp-peer --wcn @echo --echo\n"
     "\n"
-    "Exit status: 0 after a signal, 1 when the roles cannot be served, 64 for a usage error, 65 "
-    "for "
-    "a script with an error.\n";
+    "Exit status:\n"
+    "  0   ended by a signal\n"
+    "  1   a socket could not be opened\n"
+    "  64  usage error\n"
+    "  65  the script cannot be read or has an error; the position is printed\n";
 
 constexpr char kRolesHelp[] =
-    "Roles. SOCKET is a path or, with '@' in front, an abstract name. What follows a role "
-    "describes "
-    "it. TEXT may hold \\r \\n \\t \\\\ and \\xHH.";
+    "Roles. Each of --wcn, --modem and --pcba starts a peer; the options after it describe this "
+    "peer. SOCKET is a path, or '@' and an abstract name. TEXT may contain \\r \\n \\t \\\\ and "
+    "\\xHH.";
 
 constexpr char kAnswersHelp[] =
-    "Answers. --request and --prefix begin one; what stands before the first of them makes the "
-    "answer to everything else. The first that matches counts; a request that none matches gets "
-    "\"\\r\\nERROR\\r\\n\", from a pcba peer a record with result 6003.";
+    "Answers. --request and --prefix each start an answer; the options after it describe this "
+    "answer. Options before the first of them describe the answer to all other requests. The first "
+    "answer that matches a request is used. A request that matches none gets "
+    "\"\\r\\nERROR\\r\\n\", or from a pcba peer a record with result 6003.";
 
 constexpr char kUnsolicitedHelp[] =
-    "Said unasked, on every connection. --hex, --close, --repeat, --bytes, --pieces and --pause "
-    "behind it belong to it, too.";
+    "Unsolicited messages. --unsolicited starts a message that is sent on every connection "
+    "without a request. --hex, --close, --repeat, --bytes, --pieces and --pause after it describe "
+    "this message. --after or --every is required.";
 
 struct KindOption {
     RoleKind kind;
@@ -47,15 +52,15 @@ struct KindOption {
 };
 constexpr KindOption kKinds[] = {
     {RoleKind::kWcn, "answer each request with text"},
-    {RoleKind::kModem, "answer requests that end in CR LF with text"},
-    {RoleKind::kPcba, "answer with binary records: result, request, response"},
+    {RoleKind::kModem, "answer each request with text; requests end in CR LF"},
+    {RoleKind::kPcba, "answer each request with a binary record: result, request, response"},
 };
 
 // Options beside those from the key tables, which start at kFirstKey.
 enum OptionCode { kLog = 256, kUnsolicited, kNoEcho, kFirstKind, kFirstKey = 300 };
 
 // The sections of the help.
-enum Group { kGeneral, kRoles, kAnswers, kSaidUnasked };
+enum Group { kGeneral, kRoles, kAnswers, kMessages };
 
 struct argp_option Heading(const char* text, int group) {
     return {nullptr, 0, nullptr, 0, text, group};
@@ -72,8 +77,8 @@ std::vector<struct argp_option> Table() {
         Heading(kRolesHelp, kRoles),
         Heading(kAnswersHelp, kAnswers),
         {"no-echo", kNoEcho, nullptr, 0, "pcba: leave the request out of the record", kAnswers},
-        Heading(kUnsolicitedHelp, kSaidUnasked),
-        {"unsolicited", kUnsolicited, "TEXT", 0, "say TEXT", kSaidUnasked},
+        Heading(kUnsolicitedHelp, kMessages),
+        {"unsolicited", kUnsolicited, "TEXT", 0, "send TEXT as an unsolicited message", kMessages},
     };
     int code = kFirstKind;
     for (const KindOption& kind : kKinds) {
@@ -85,8 +90,8 @@ std::vector<struct argp_option> Table() {
     }
     for (const AnswerKey& key : AnswerKeys()) {
         if (key.info.help != nullptr) {
-            const bool unasked = key.use == kBySelf;
-            table.push_back(OptionOf(key.info, code, unasked ? kSaidUnasked : kAnswers));
+            const bool unsolicited = key.use == kBySelf;
+            table.push_back(OptionOf(key.info, code, unsolicited ? kMessages : kAnswers));
         }
         ++code;
     }
@@ -171,8 +176,8 @@ void Parser::TakeAnswerKey(const AnswerKey& key, const char* value) {
     const bool begins = name == "request" || name == "prefix";
     mBySelf = mBySelf && !begins;
     if ((key.use & (mBySelf ? kBySelf : kToRequests)) == 0) {
-        Fail("--" + std::string(name) + " does not belong behind " +
-             (mBySelf ? "--unsolicited" : "a role or an answer"));
+        Fail("--" + std::string(name) +
+             (mBySelf ? " does not apply to --unsolicited" : " is only for --unsolicited"));
     }
     if ((key.use & kOnlyPcba) != 0 && role.kind != RoleKind::kPcba) {
         Fail("--" + std::string(name) + " is only for --pcba");
@@ -196,7 +201,7 @@ KeyValue Parser::Convert(const KeyInfo& info, const char* text) {
     switch (info.type) {
         case KeyType::kText:
             if (!Unescape(text, value.text)) {
-                Fail(name + ": a backslash that means nothing");
+                Fail(name + ": invalid escape; valid: \\r \\n \\t \\\\ and \\xHH");
             }
             break;
         case KeyType::kHex:
@@ -218,7 +223,7 @@ KeyValue Parser::Convert(const KeyInfo& info, const char* text) {
 
 void Parser::Check() {
     if (mOptions.file.empty() == mOptions.script.empty()) {
-        Fail("give one script, or roles");
+        Fail("give either a script or roles");
     }
     for (Role& role : mOptions.script) {
         CheckRole(role);

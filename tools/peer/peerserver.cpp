@@ -13,8 +13,8 @@ namespace kelp::tools {
 
 namespace {
 
-constexpr int kMaxAccepts = 64;     // per turn and socket
-constexpr int kAcceptRestMs = 100;  // after descriptors or memory ran out
+constexpr int kMaxAccepts = 64;      // per turn and socket
+constexpr int kAcceptPauseMs = 100;  // after descriptors or memory ran out
 constexpr int kFailedWaitMs = 10;
 
 }  // namespace
@@ -93,7 +93,7 @@ void PeerServer::Accept(size_t index) {
             return;
         } else if (errno != EINTR && errno != ECONNABORTED) {
             mLog.Line(mScript[index].name, std::string("cannot accept: ") + strerror(errno));
-            mAcceptFromMs = mNowMs + kAcceptRestMs;
+            mAcceptFromMs = mNowMs + kAcceptPauseMs;
             return;
         }
     }

@@ -16,7 +16,7 @@
 
 namespace kelp::tools {
 
-// One thread, with one place that waits. `script` and `log` must outlive it.
+// Single-threaded; waits only in ppoll. `script` and `log` must outlive it.
 class PeerServer {
   public:
     PeerServer(const Script& script, const PeerLog& log) : mScript(script), mLog(log) {}

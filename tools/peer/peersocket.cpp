@@ -25,7 +25,7 @@ bool RemoveStale(const std::string& path, const LocalAddress& address, std::stri
         return errno == ENOENT;
     }
     if (!S_ISSOCK(status.st_mode)) {
-        error = "exists and is no socket";
+        error = "exists and is not a socket";
         return false;
     }
     const UniqueFd probe(ConnectLocal(address));

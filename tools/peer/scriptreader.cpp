@@ -32,7 +32,7 @@ bool ScriptReader::Read(Script& script) {
             return false;
         }
     }
-    return !script.empty() || Fail(mLocator.Root(), "no roles to play");
+    return !script.empty() || Fail(mLocator.Root(), "no roles");
 }
 
 bool ScriptReader::ReadRoles(size_t list, Script& script) {
@@ -189,7 +189,7 @@ bool ScriptReader::OpenObject(size_t object, neb::CJsonObject& json,
     for (size_t i = 0; i < members.size(); ++i) {
         for (size_t j = 0; j < i; ++j) {
             if (members[i].key == members[j].key) {
-                return Fail(members[i].keyOffset, "a second " + Quoted(members[i].key));
+                return Fail(members[i].keyOffset, "duplicate key " + Quoted(members[i].key));
             }
         }
     }

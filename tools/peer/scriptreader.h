@@ -19,8 +19,7 @@ class ScriptReader {
     // `file` is used in messages only.
     ScriptReader(std::string file, std::string text);
 
-    // False on any error, including an unknown word: a script that is not played as intended would
-    // give false test results.
+    // False on any error, including an unknown key: ignoring it would give false test results.
     bool Read(Script& script);
     // "file:line:column: message" after a failed Read.
     const std::string& Error() const { return mError; }

@@ -133,7 +133,7 @@ AnswerJudge::Parts AnswerJudge::Split() const {
         at = end = lineEnd;
     }
     parts.proper += answer.substr(end);
-    parts.behindEcho = answer.substr(echoEnd);
+    parts.afterEcho = answer.substr(echoEnd);
     return parts;
 }
 
@@ -150,7 +150,7 @@ std::string_view AnswerJudge::ResultLine(std::string_view text) const {
 }
 
 bool AnswerJudge::IsEmpty() const {
-    return IsBlank(Split().behindEcho);
+    return IsBlank(Split().afterEcho);
 }
 
 bool AnswerJudge::IsFinal() const {
@@ -172,21 +172,21 @@ bool AnswerJudge::MayEndInSilence() const {
 bool AnswerJudge::IsError(std::string_view answer) const {
     const std::string_view line = ResultLine(answer);
     // When a peer fails, the daemon's error text is the answer, or follows a part of one.
-    bool told = Contains(answer, "Unsupport command");
+    bool hasErrorText = Contains(answer, "Unsupport command");
     for (const ErrorText& row : kErrorTexts) {
-        told = told || EndsWith(line, row.text);
+        hasErrorText = hasErrorText || EndsWith(line, row.text);
     }
-    return told || IsErrorLine(line);
+    return hasErrorText || IsErrorLine(line);
 }
 
 Verdict AnswerJudge::Judge() const {
     const Parts parts = Split();
-    const bool error = IsError(parts.behindEcho);
+    const bool error = IsError(parts.afterEcho);
     if (error && !mExpectation.error) {
         return Verdict::kError;
     }
     if (mExpectation.texts.empty()) {
-        return ResultLine(parts.behindEcho) == "OK" ? Verdict::kOk : Verdict::kText;
+        return ResultLine(parts.afterEcho) == "OK" ? Verdict::kOk : Verdict::kText;
     }
     bool found = error == mExpectation.error;
     for (const std::string& text : mExpectation.texts) {

@@ -1,7 +1,6 @@
 // Decides when an answer is complete, and its result.
 #pragma once
 
-#include <cstddef>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -22,12 +21,12 @@ struct Expectation {
     bool inSilence = false;          // with texts: an answer without a result line may pass
 };
 
-// Collects one answer, in any number of pieces. Only the answer proper is judged; it begins after
-// the command's echo: the command at the very front, or on a line of its own after nothing but
-// empty lines and reports; a prompt without letters and digits may precede it on that line. A
-// report is an unsolicited message: a line "+NAME:..." (or with one of ^ $ # % * in place of the
-// '+') whose name does not occur in the command. Reports are never part of the answer proper. If
-// the command has no name, such as ATI, only reports after the result can be told from the answer.
+// Collects one answer, in any number of pieces. Only the answer proper is judged: everything after
+// the echo of the command, without reports. The echo is the command at the start of the answer, or
+// alone on a line with only empty lines and reports before it; on that line a prompt without
+// letters and digits may precede it. A report is an unsolicited message: a line "+NAME:..." (or
+// with one of ^ $ # % * in place of the '+') whose name does not occur in the command. If the
+// command has no name, as in ATI, only lines after the result are recognised as reports.
 class AnswerJudge {
   public:
     AnswerJudge(std::string command, Expectation expectation);
@@ -48,7 +47,7 @@ class AnswerJudge {
 
   private:
     struct Parts {
-        std::string_view behindEcho;
+        std::string_view afterEcho;
         std::string proper;
     };
 

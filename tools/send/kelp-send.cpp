@@ -59,7 +59,7 @@ std::string Hex(std::string_view bytes) {
     return hex;
 }
 
-// True when a JSON object keeps the whole text; text that is not UTF-8 is cut when written.
+// True when a JSON object keeps the whole text; invalid UTF-8 becomes U+FFFD when written.
 bool IsUtf8(const std::string& text) {
     neb::CJsonObject written;
     neb::CJsonObject read;
@@ -89,8 +89,8 @@ class Program {
 
     const kelp::tools::SendOptions& mOptions;
     kelp::tools::Station mStation;
-    const bool mForEyes = isatty(STDOUT_FILENO) == 1;  // standard output is a terminal
-    int mExitStatus = -1;                              // the worst; -1: nothing sent yet
+    const bool mToTerminal = isatty(STDOUT_FILENO) == 1;  // standard output is a terminal
+    int mExitStatus = -1;                                 // the largest; -1: nothing sent yet
     bool mPrinted = true;
 };
 
@@ -157,7 +157,7 @@ bool Program::Send(const std::string& command) {
     }
     if (mOptions.json) {
         PrintObject(command, exchange.answer, info.name, exchange.milliseconds);
-    } else if (mForEyes && !exchange.answer.empty() && exchange.answer.back() != '\n') {
+    } else if (mToTerminal && !exchange.answer.empty() && exchange.answer.back() != '\n') {
         Print("\n");
     }
     Explain(command, exchange);

@@ -13,33 +13,35 @@ constexpr int kMaxTimeoutSeconds = 24 * 60 * 60;
 constexpr int kMaxQuietMs = 60 * 60 * 1000;
 
 constexpr char kHelp[] =
-    "Sends each command and prints its answer, byte for byte as it comes. Without a command and on "
-    "a terminal: sends the lines that are typed and shows what comes, until end of file (Ctrl-D)."
+    "Sends each command and prints its answer, byte for byte as it arrives. Without a command and "
+    "on a terminal, sends each typed line and shows everything that arrives, until the end of file "
+    "(Ctrl-D)."
     "\v"
     "TARGET is HOST:PORT, [IPV6]:PORT, an IPv4 address alone (port 3000), @NAME for an abstract "
-    "local socket, or the path of a local socket or of a tty (put in raw mode at 115200 baud, and "
-    "what it had received is dropped). A path must have a '/' in it. In TEXT, \\r \\n \\t \\\\ and "
-    "\\xHH are resolved.\n"
+    "local socket, or the path of a local socket or of a tty. A path must contain a '/'. A tty is "
+    "put in raw mode at 115200 baud, and bytes that it received before it was opened are dropped. "
+    "TEXT may contain \\r \\n \\t \\\\ and \\xHH.\n"
     "\n"
     "An answer is complete when it ends in a line OK, ERROR, +CME ERROR: or +CMS ERROR: between "
-    "CR LFs, when the connection ends, or after the quiet time if it is more than the command's "
-    "own echo. With --expect and --expect-error, neither the echo nor an unsolicited report "
-    "counts, "
-    "and silence completes only an error or, if --quiet is given, what passes. What arrives "
-    "between "
-    "two commands is printed too (--json: status UNASKED).\n"
+    "CR LFs, when the connection ends, or after the quiet time (--quiet), if more than the "
+    "echo of the command has arrived. --expect and --expect-error ignore the echo and unsolicited "
+    "reports, and with them the quiet time completes only an error or, if --quiet is given, an "
+    "answer that passes. Bytes that arrive between two commands are also printed (with --json: "
+    "status UNASKED).\n"
     "\n"
     "Exit status, the largest of all commands:\n"
     "  0   OK          passed: the answer ends in OK, or it is as expected\n"
-    "  1   ERROR       ends in ERROR, +CME ERROR:, +CMS ERROR: or an error text of\n"
-    "                  the daemon, or has \"Unsupport command\" in it\n"
-    "  1   UNEXPECTED  complete, but not as expected\n"
-    "  2   TIMEOUT     not complete in time; what came is printed\n"
+    "  1   ERROR       the answer ends in ERROR, +CME ERROR:, +CMS ERROR: or an\n"
+    "                  error text of the daemon, or contains \"Unsupport command\"\n"
+    "  1   UNEXPECTED  the answer is complete, but not as expected\n"
+    "  2   TIMEOUT     the answer was not complete in time; what arrived is printed\n"
     "  3   NOCONNECT   could not connect\n"
     "  3   LOST        the connection ended without an answer\n"
-    "  4   TEXT        complete, nothing was expected, and neither OK nor an error\n"
-    "  64  a usage error; 66 an unreadable FILE or no command in it; 74 a failure\n"
-    "      to print\n";
+    "  4   TEXT        the answer is complete, but neither OK nor an error, and\n"
+    "                  nothing was expected\n"
+    "  64  usage error\n"
+    "  66  FILE cannot be read or has no command in it\n"
+    "  74  standard output could not be written\n";
 
 enum OptionCode {
     kTimeout = 256,  // no letters
@@ -54,25 +56,33 @@ enum OptionCode {
 
 constexpr struct argp_option kOptions[] = {
     {"timeout", kTimeout, "SECONDS", 0,
-     "wait for each answer so long, connecting included (10; 0.25 will do)", 0},
+     "wait at most SECONDS for each answer, including the connect; default 10; fractions such as "
+     "0.25 are allowed",
+     0},
     {"expect", kExpect, "TEXT", 0,
-     "pass when the answer is no error and has TEXT in it; given again, all must be there", 0},
+     "pass if the answer is not an error and contains TEXT; it need not end in OK. If the option "
+     "is given more than once, the answer must contain all texts",
+     0},
     {"expect-error", kExpectError, "TEXT", 0,
-     "pass when the answer is an error and has TEXT in it; likewise", 0},
+     "pass if the answer is an error and contains TEXT: for a command that must be refused. If the "
+     "option is given more than once, the answer must contain all texts. Not together with "
+     "--expect",
+     0},
     {"quiet", kQuiet, "MS", 0,
-     "silence that completes an answer without a result line (500; 0: none); what is expected "
-     "passes so only with this option",
+     "milliseconds of silence that complete an answer without a result line; default 500; 0: "
+     "never. With --expect or --expect-error, such an answer passes only if this option is given",
      0},
-    {"terminator", kTerminator, "HEX", 0, "bytes behind each command (0D0A; empty: none)", 0},
+    {"terminator", kTerminator, "HEX", 0,
+     "bytes to send after each command; default 0D0A; empty: none", 0},
     {"file", kFile, "FILE", 0,
-     "then send the lines of FILE ('-': standard input); empty ones and those that begin with '#' "
-     "are skipped",
+     "after the commands of the command line, send the lines of FILE ('-': standard input). Empty "
+     "lines and lines that begin with '#' are skipped",
      0},
-    {"stop", kStop, nullptr, 0, "end with the first command that does not pass", 0},
+    {"stop", kStop, nullptr, 0, "stop after the first command that does not pass", 0},
     {"json", kJson, nullptr, 0,
-     "print one line for each command instead: an object of \"command\", \"answer\", \"status\" "
-     "and \"milliseconds\" (to the last byte). Bytes that are no UTF-8 show as U+FFFD; \"hex\" "
-     "then has the true ones",
+     "for each command, print one line in place of the answer: an object with \"command\", "
+     "\"answer\", \"status\" and \"milliseconds\" (to the last byte). If the answer is not UTF-8, "
+     "its invalid bytes are shown as U+FFFD, and \"hex\" has the original bytes in hexadecimal",
      0},
     {nullptr, 0, nullptr, 0, nullptr, 0},
 };
@@ -80,7 +90,9 @@ constexpr struct argp_option kOptions[] = {
 void AddExpected(const char* value, bool error, struct argp_state* state, Expectation& all) {
     std::string text;
     if (!Unescape(value, text) || text.empty()) {
-        argp_error(state, "what is expected must be a text without stray backslashes");
+        argp_error(state,
+                   "the expected text must not be empty; valid escapes: "
+                   "\\r \\n \\t \\\\ and \\xHH");
     }
     if (!all.texts.empty() && all.error != error) {
         argp_error(state, "--expect and --expect-error exclude each other");
@@ -119,7 +131,8 @@ error_t Take(int key, char* value, struct argp_state* state) {
     switch (key) {
         case kTimeout:
             if (!ParseSeconds(value, kMaxTimeoutSeconds, settings.timeoutMs)) {
-                argp_error(state, "--timeout must be seconds, with up to three decimals");
+                argp_error(state, "--timeout must be 0 to %d seconds, with up to three decimals",
+                           kMaxTimeoutSeconds);
             }
             return 0;
         case kExpect:
@@ -128,7 +141,7 @@ error_t Take(int key, char* value, struct argp_state* state) {
             return 0;
         case kQuiet:
             if (!ParseNumber(value, 0, kMaxQuietMs, settings.quietMs)) {
-                argp_error(state, "--quiet must be milliseconds");
+                argp_error(state, "--quiet must be 0 to %d milliseconds", kMaxQuietMs);
             }
             settings.expectation.inSilence = true;
             return 0;

@@ -30,7 +30,7 @@ struct Exchange {
 
 // One thread. The first command connects, and the connection is kept. The next command reconnects
 // after a lost connection or (except on a tty) an overdue answer. Opening a tty drops the bytes it
-// has received: they answer somebody else.
+// has received: they answer an earlier command.
 class Station {
   public:
     Station(Target target, StationSettings settings);

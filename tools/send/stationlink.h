@@ -27,9 +27,9 @@ bool ParseTarget(const std::string& text, Target& target);
 // On failure the result is not Ok(), with a message.
 UniqueFd OpenTarget(const Target& target, int timeoutMs, std::string& error);
 
-// A connection that ends without a byte within so many milliseconds may mean that all client slots
-// of the console are used.
+// A connection that ends within this many milliseconds without a byte may mean that all client
+// slots of the console are used.
 constexpr int kAtOnceMs = 1000;
-constexpr char kMayBeFull[] = "; all four places of the console may be taken";
+constexpr char kMayBeFull[] = "; the console may already serve four clients";
 
 }  // namespace kelp::tools

@@ -54,7 +54,7 @@ std::string WithoutControls(std::string_view bytes) {
 Terminal::Terminal(Target target, StationSettings settings)
     : mTarget(std::move(target)),
       mSettings(std::move(settings)),
-      mForEyes(isatty(STDOUT_FILENO) == 1) {}
+      mToTerminal(isatty(STDOUT_FILENO) == 1) {}
 
 bool Terminal::Run(std::string& error) {
     mFd = OpenTarget(mTarget, mSettings.timeoutMs, error);
@@ -118,10 +118,10 @@ bool Terminal::Write() {
 }
 
 void Terminal::Show(std::string_view bytes) {
-    const std::string shown = mForEyes ? WithoutControls(bytes) : std::string(bytes);
+    const std::string shown = mToTerminal ? WithoutControls(bytes) : std::string(bytes);
     fwrite(shown.data(), 1, shown.size(), stdout);
     fflush(stdout);
-    mInLine = mForEyes && bytes.back() != '\n';
+    mInLine = mToTerminal && bytes.back() != '\n';
 }
 
 }  // namespace kelp::tools

@@ -1,7 +1,6 @@
 // A terminal session with a console.
 #pragma once
 
-#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -30,7 +29,7 @@ class Terminal {
 
     const Target mTarget;
     const StationSettings mSettings;
-    const bool mForEyes;  // standard output is a terminal
+    const bool mToTerminal;  // standard output is a terminal
     UniqueFd mFd;
     std::string mTyped;  // not a complete line yet
     std::string mUnsent;
