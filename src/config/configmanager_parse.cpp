@@ -136,7 +136,7 @@ void ConfigManager::HexToString(std::string hex, unsigned char* out, int& length
         return;
     }
     if (hex.size() < 2) {
-        KLOG(kLogError) << "one digit is no byte";
+        KLOG(kLogError) << "less than two digits";
         return;
     }
     constexpr size_t kMaxDigits = 2u * kMaxTailBytes;

@@ -15,8 +15,8 @@ inline constexpr char kDefaultConfigPath[] = "/vendor/etc/kelp.json";
 // Largest file that is read or written; a configuration is a few KiB.
 inline constexpr size_t kMaxConfigBytes = 1u << 20;
 
-// Do not resize the vectors once another manager than the configuration's own exists: their
-// elements are pointed to.
+// Do not resize the vectors once the MessagerManager exists: the modules and consoles keep pointers
+// to the elements.
 struct ConsoleConfig {
     std::string path = kDefaultConfigPath;
     ReceiveConfig receive;

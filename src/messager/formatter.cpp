@@ -1,6 +1,5 @@
 #include "messager/formatter.h"
 
-#include <algorithm>
 #include <string_view>
 
 #include "platform/errortext.h"

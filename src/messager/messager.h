@@ -43,8 +43,8 @@ class Messager {
     ConfigManager* GetConfigManager() const;
 
   protected:
-    // The turn to use the peer, one thread at a time. Not held on a console that was told to stop:
-    // no exchange is started there.
+    // Exclusive use of the peer. Held() is false on a thread that was asked to stop: it must not
+    // start an exchange.
     class PeerTurn : public TurnHolder {
       public:
         explicit PeerTurn(Messager* messager);
@@ -58,8 +58,8 @@ class Messager {
     void Disconnect(int&) { mClient->sclose(); }
 
     // Writes the request unchanged, on a new connection when mFd is -1. A lost connection is
-    // reopened once. Returns -1 when there is no connection; any other value means that the request
-    // was sent or that Receive will report the error.
+    // reopened once. Returns the descriptor, or -1 when the request was not sent completely:
+    // Receive then reports the error.
     int32_t Send(Command* command);
     // Appends the peer's answer, or the error text, to the response. Closes a per-request
     // connection, and one whose late bytes would be taken for the next answer. `seconds` 0 waits

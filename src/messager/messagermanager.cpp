@@ -28,7 +28,7 @@ constexpr Factory kFactories[] = {
     {"modem", ModemMessager::Create, PeerE::kOther},
     {"pcba", PCBAMessager::Create, PeerE::kOther},
     {"kelp", KELPMessager::Create, PeerE::kNone},
-    // The tuner's test daemon uses the PCBA protocol.
+    // The FM test daemon uses the PCBA protocol.
     {"fm", PCBAMessager::Create, PeerE::kOther},
 };
 constexpr Factory kDefault = {"", DefaultMessager::Create, PeerE::kRelayed};

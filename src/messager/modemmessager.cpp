@@ -75,7 +75,7 @@ bool ModemMessager::Open() {
 }
 
 ModemMessager::Connection ModemMessager::NextToRead() {
-    // Before looking: what is opened afterwards makes mOpened readable again.
+    // Reset before mToRead is read: a connection that is opened later sets it again.
     eventfd_t opened;
     eventfd_read(mOpened.Get(), &opened);
     MutexLock lock(mMutex);
@@ -202,7 +202,7 @@ unsigned ModemMessager::HandleMessager(Command* command, void* processor) {
     }
     const std::unique_ptr<Command> owned(command);
     KLOG(kLogDebug) << " <<<<<<<";
-    // Held for all of it: the client stored last is the one that wrote last.
+    // Held until the request is written: the client stored last also wrote last.
     const PeerTurn turn(this);
     if (turn.Held()) {
         Remember(processor, *command);
@@ -218,7 +218,7 @@ unsigned ModemMessager::HandleMessager(Command* command, void* processor) {
 
 void ModemMessager::Remember(void* processor, const Command& command) {
     // Keep the handle for later messages, even after the client has half-closed: the number alone
-    // could be reused by another client. No messages follow once the module has given up.
+    // could be reused by another client. A module that has given up relays no more messages.
     Last last = {processor, mRunning ? command.mClient : nullptr};
     MutexLock lock(mMutex);
     std::swap(mLast, last);

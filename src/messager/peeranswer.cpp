@@ -11,22 +11,22 @@ namespace {
 constexpr size_t kLongAnswerBytes = 4096;
 constexpr int kLongQuietMs = 20;
 constexpr int64_t kMaxReadOnMs = 30000;
-constexpr int64_t kFlowMs = 1000;
-constexpr size_t kFlowBytes = 4096;
+constexpr int64_t kRateWindowMs = 1000;
+constexpr size_t kMinRateBytes = 4096;
 
-// Bytes per second of an answer without a time-out.
-class Flow {
+// Measures the rate of an answer without a time-out.
+class RateWindow {
   public:
-    Flow(int64_t nowMs, size_t bytes) : mSinceMs(nowMs), mSinceBytes(bytes) {}
+    RateWindow(int64_t nowMs, size_t bytes) : mSinceMs(nowMs), mSinceBytes(bytes) {}
 
-    // True when the last full second brought too little to keep waiting.
-    bool IsDry(int64_t nowMs, size_t bytes) {
-        if (nowMs - mSinceMs < kFlowMs) {
+    // True when less than kMinRateBytes arrived in the last full second.
+    bool IsTooSlow(int64_t nowMs, size_t bytes) {
+        if (nowMs - mSinceMs < kRateWindowMs) {
             return false;
         }
-        const bool dry = bytes - mSinceBytes < kFlowBytes;
-        *this = Flow(nowMs, bytes);
-        return dry;
+        const bool tooSlow = bytes - mSinceBytes < kMinRateBytes;
+        *this = RateWindow(nowMs, bytes);
+        return tooSlow;
     }
 
   private:
@@ -34,7 +34,7 @@ class Flow {
     size_t mSinceBytes;
 };
 
-// True when the answer ended by itself.
+// True when the whole answer was read: the peer closed the connection or was quiet.
 bool ReadOn(LocalSocketClient& client, std::vector<char>& bytes, size_t maxSize, int64_t deadlineMs,
             const AnswerEnd& end) {
     const int quietMs = end.quietMs > 0 ? end.quietMs : kLongQuietMs;
@@ -42,9 +42,9 @@ bool ReadOn(LocalSocketClient& client, std::vector<char>& bytes, size_t maxSize,
     if (end.quietMs > 0) {
         deadlineMs = std::min(deadlineMs, nowMs + kMaxReadOnMs);
     }
-    Flow flow(nowMs, bytes.size());
+    RateWindow rate(nowMs, bytes.size());
     while (bytes.size() < maxSize && nowMs < deadlineMs) {
-        if (deadlineMs == LocalSocketClient::kNoDeadline && flow.IsDry(nowMs, bytes.size())) {
+        if (deadlineMs == LocalSocketClient::kNoDeadline && rate.IsTooSlow(nowMs, bytes.size())) {
             return false;
         }
         const int waitMs = static_cast<int>(std::min<int64_t>(quietMs, deadlineMs - nowMs));

@@ -26,7 +26,7 @@ namespace kelp {
 namespace {
 
 // Longest wait of a record for a slow reader.
-constexpr int kPatienceMs = 50;
+constexpr int kMaxWaitMs = 50;
 
 // Android's priorities in the filter, lowest first.
 constexpr char kPriorityLetters[] = "VDIWEFS";
@@ -66,7 +66,7 @@ std::atomic<size_t> sLost{0};
 // The last record was written in part: the next one begins with a line end.
 std::atomic<bool> sCut{false};
 // On sinks with partial writes, keeps the parts of a record together. Other sinks take a record
-// whole or not at all and need no lock.
+// whole or not at all and need no lock. The innermost lock: threads log while they hold others.
 Mutex sPartsMutex;
 
 // Prefix of the records of one thread and tag, cached for one second:
@@ -137,7 +137,7 @@ bool WriteRecord(const char* text, size_t size) {
             }
         } else if (n < 0 && errno == EAGAIN && (done > 0 || sLost == 0)) {
             const int64_t now = MonotonicMs();
-            deadlineMs = deadlineMs == 0 ? now + kPatienceMs : deadlineMs;
+            deadlineMs = deadlineMs == 0 ? now + kMaxWaitMs : deadlineMs;
             if (now >= deadlineMs) {
                 break;
             }
@@ -153,15 +153,16 @@ bool WriteRecord(const char* text, size_t size) {
     return false;
 }
 
-void TellLoss() {
+void ReportLost() {
     const size_t lost = sLost.exchange(0);
     if (lost == 0) {
         return;  // another thread reports it
     }
     char text[256];
     size_t length = log_backend::Prefix(text, sizeof(text), kLogError, kLogTag, "Log");
-    length += static_cast<size_t>(snprintf(text + length, sizeof(text) - length,
-                                           "%zu record(s) lost: standard error took none\n", lost));
+    length +=
+        static_cast<size_t>(snprintf(text + length, sizeof(text) - length,
+                                     "%zu record(s) dropped: standard error was full\n", lost));
     if (!WriteRecord(text, length)) {
         sLost += lost;
     }
@@ -171,7 +172,7 @@ void EmitLine(const char* text, size_t size) {
     if (!WriteRecord(text, size)) {
         ++sLost;
     } else if (sLost.load(std::memory_order_relaxed) != 0) {
-        TellLoss();
+        ReportLost();
     }
 }
 

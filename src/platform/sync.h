@@ -8,7 +8,8 @@
 
 namespace kelp {
 
-// Non-recursive; any thread may use it. Never fails once constructed.
+// Non-recursive; any thread may use it. Never fails once constructed. A lock that is called a leaf
+// at its declaration: no other lock, except that of the log, is taken while it is held.
 class KELP_CAPABILITY("mutex") Mutex {
   public:
     Mutex() { pthread_mutex_init(&mMutex, nullptr); }
@@ -36,9 +37,9 @@ class KELP_SCOPED_CAPABILITY MutexLock {
     Mutex& mMutex;
 };
 
-// Spurious wake-ups happen: callers re-check their condition. The daemon's own threads use
-// Thread::Wait instead, so that Thread::Stop can end the wait. Signal and Broadcast need not hold
-// the mutex that guards the condition, but the condition must have been changed under it.
+// Spurious wake-ups happen: callers re-check their condition. Outside of Thread use Thread::Wait,
+// so that Thread::Stop can end the wait. Change the condition under its mutex; Signal and Broadcast
+// may be called without it.
 class CondVar {
   public:
     CondVar() { pthread_cond_init(&mCond, nullptr); }

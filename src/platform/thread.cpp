@@ -164,7 +164,7 @@ int Thread::WakeFd() {
 }
 
 WaitResult Thread::WaitFd(int fd, short events, int timeoutMs) {
-    // poll ignores negative descriptors; SleepMs and threads without a Thread rely on it.
+    // poll ignores negative descriptors: SleepMs has no `fd`, other threads have no WakeFd.
     struct pollfd fds[2] = {{fd, events, 0}, {WakeFd(), POLLIN, 0}};
     const int64_t deadline = timeoutMs < 0 ? 0 : MonotonicMs() + timeoutMs;
     int left = timeoutMs;

@@ -5,7 +5,6 @@
 #include <sys/types.h>
 
 #include <atomic>
-#include <cstdint>
 #include <string>
 
 #include "platform/sync.h"
@@ -59,13 +58,13 @@ class Thread {
     bool Start();
 
     // From the thread itself: only sets its stop flag. From another thread: sets the flag, ends its
-    // wait and blocks until it has ended (or was started again by another thread). Two threads must
-    // not stop each other, nor more in a circle: deadlock.
+    // wait and blocks until it has ended (or was started again by another thread). Threads that
+    // stop each other in a cycle deadlock.
     void Stop();
 
-    // For the calling thread; always false on a thread that is no Thread.
+    // For the calling thread; always false on a thread that no Thread object runs.
     static bool StopRequested() { return sCurrent != nullptr && sCurrent->mStop.load(); }
-    // Readable once the calling thread has been asked to stop; -1 on a thread that is no Thread.
+    // Readable once the calling thread has been asked to stop; -1 where no Thread object runs it.
     static int WakeFd();
     // Waits for poll(2) `events` on `fd`, or for a hang-up or error of it. `timeoutMs` in
     // milliseconds, negative: without limit.

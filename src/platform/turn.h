@@ -32,7 +32,7 @@ class Turn {
   private:
     bool AwaitTurn() KELP_REQUIRES(mMutex);
 
-    Mutex mMutex;
+    Mutex mMutex;  // taken before Thread::mMutex (in AwaitTurn), otherwise a leaf
     CondVar mLeft;
     bool mTaken KELP_GUARDED_BY(mMutex) = false;
     int mWaiting KELP_GUARDED_BY(mMutex) = 0;

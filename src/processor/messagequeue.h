@@ -10,8 +10,8 @@
 
 namespace kelp {
 
-// First in, first out. Any thread may call enqueue, dequeue and clear; all users must have stopped
-// before the queue is destroyed.
+// First in, first out. Any thread may call enqueue, dequeue, poll and clear; all users must have
+// stopped before the queue is destroyed.
 template <typename T>
 class MessageQueue {
   public:
@@ -36,9 +36,10 @@ class MessageQueue {
         }
     }
 
-    // Returns the front item, which the caller then owns, or null. While mWaitable is set, an empty
-    // queue waits for one wake-up, never two: null then means a spurious wake-up (another consumer
-    // was faster, or the thread is told to stop), and the caller decides what to do.
+    // Returns the front item, which the caller then owns, or null. On an empty queue, while
+    // mWaitable is set, it waits for one wake-up only: it may return null (another consumer took
+    // the item, the thread is asked to stop, or a spurious wake-up), and the caller decides whether
+    // to call again.
     T* dequeue() {
         if (mSize == 0 && !mWaitable) {
             return nullptr;  // checked without the lock
@@ -83,7 +84,7 @@ class MessageQueue {
         return item;
     }
 
-    Mutex mMutex;  // a leaf, except for the state of the thread that waits on mCond
+    Mutex mMutex;  // taken before Thread::mMutex (in dequeue), otherwise a leaf
     CondVar mCond;
     std::deque<T*> mQueue KELP_GUARDED_BY(mMutex);
     std::atomic<size_t> mSize{0};  // of mQueue; written under mMutex

@@ -75,7 +75,7 @@ int Processor::Start() {
         return -1;
     }
     if (!mConsoleConfig->active) {
-        // Switched off while opening, by a caller that saw it still closed.
+        // `active` was cleared during Open, by a caller that found the console closed.
         EndThreads();
         return -1;
     }
@@ -125,7 +125,7 @@ int Processor::Open(const std::shared_ptr<ClientHandle>& device) {
     return fd;
 }
 
-// False when there is nothing to serve; `fd` is then -1, except for a regular file.
+// False when there is nothing to serve; `fd` is then -1, unless it is not a character device.
 bool Processor::ServeDevice(int& fd, const std::shared_ptr<ClientHandle>& device) {
     struct stat status = {};
     if (fd == -1 || fstat(fd, &status) != 0) {
@@ -133,7 +133,7 @@ bool Processor::ServeDevice(int& fd, const std::shared_ptr<ClientHandle>& device
     }
     if (!S_ISCHR(status.st_mode)) {
         // Answers written to a file would be read back as commands, without end.
-        KLOG_AS("Connect", kLogError) << GetName() << "-->route is no line, not served";
+        KLOG_AS("Connect", kLogError) << GetName() << "-->route is not a character device";
         return false;
     }
     // A duplicate, so that the line is closed only after a write in progress.

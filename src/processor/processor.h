@@ -2,7 +2,6 @@
 #pragma once
 
 #include <sys/select.h>
-#include <sys/time.h>
 
 #include <atomic>
 #include <memory>
@@ -31,9 +30,9 @@ enum ProcessorModeE {
 };
 
 // A running console has two threads. The receive thread selects, accepts, reads, cuts the bytes
-// into commands and routes them; all that a module does at once for a command runs on it. The send
-// thread writes answers and tells modules when theirs has been sent. Created stopped by the
-// ProcessorManager, which owns it; must be stopped before it is destroyed.
+// into commands and routes them; the modules' synchronous work runs on it. The send thread writes
+// answers and notifies the modules of them. Created stopped by the ProcessorManager, which owns it;
+// must be stopped before it is destroyed.
 //
 // Start and Stop may be called from any thread that is not a console's, and from the consoles' send
 // threads (including the console's own) as long as only one of those at a time starts or stops
@@ -145,8 +144,8 @@ class Processor {
     std::atomic<bool> mRecvRunning{false};
     std::atomic<bool> mSendRunning{false};
 
-    Turn mLife;          // Start, Stop and the ByApp pair, one at a time; before mFdMutex
-    Mutex mFdMutex;      // opening and closing the main descriptor; before the slots' lock
+    Turn mLife;          // one Start, Stop or ByApp call at a time; taken before mFdMutex
+    Mutex mFdMutex;      // guards opening and closing mServerFd; taken before the slots' lock
     ClientSlots mSlots;  // of a device console: the device
 
     // Used by the receive thread while it runs, else by the starting thread; Thread::Start and

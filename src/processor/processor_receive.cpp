@@ -25,8 +25,9 @@ namespace {
 constexpr int kRetryPauseMs = 10;
 // Pause between retries on a failing device, so that the loop does not spin.
 constexpr int kDevicePauseMs = 100;
-// Give a read up after so many empty tries in a row: another reader took the announced bytes.
-constexpr int kMaxFruitlessReads = 100;
+// A read ends after this many empty attempts in a row: another reader took the bytes that FIONREAD
+// counted.
+constexpr int kMaxEmptyReads = 100;
 constexpr size_t kMaxUnframedBytes = 16u << 20;
 
 void Append(std::vector<char>& to, const char* text) {
@@ -52,7 +53,8 @@ void Processor::ReceiveCmd() {
 }
 
 void Processor::WatchServer() {
-    // An unserved device has no handle: do not watch it.
+    // An unserved device has no handle: do not watch it. With -1, after a failed reconnection,
+    // FdSetInsert aborts the process.
     if (mMode == SERVER_MODE || mServerFd == -1 || mSlots.Find(mServerFd) != nullptr) {
         FdSetInsert(mServerFd, mReadFds);
     }
@@ -100,7 +102,8 @@ void Processor::OnSelectFailure(int error) {
     KLOG_AS("ReceiveCmd", kLogError) << GetName() << "-->Fail to monitor, errno = " << error;
     if (IsConnect()) {
         FdSetRemove(mServerFd, mReadFds);
-        // Not watched again on purpose: the console reads nothing until it is switched off and on.
+        // Not watched again on purpose: until the console is switched off and on, a tty is not
+        // read, and a listening console accepts no client.
         const auto device = TakeDevice();
         CloseServer();
         Open(device);
@@ -206,12 +209,12 @@ int Processor::ReadBuffer(int fd, int count) {
     }
     count = std::min(count, READ_BUF_SIZE);
     int got = 0;
-    int fruitless = 0;
-    while (got < count && fruitless < kMaxFruitlessReads) {
+    int emptyReads = 0;
+    while (got < count && emptyReads < kMaxEmptyReads) {
         const ssize_t n = read(fd, mReadBuf.get() + got, static_cast<size_t>(count - got));
         if (n > 0) {
             got += static_cast<int>(n);
-            fruitless = 0;
+            emptyReads = 0;
             continue;
         }
         if (n < 0 && errno != EINTR && errno != EAGAIN) {
@@ -219,7 +222,7 @@ int Processor::ReadBuffer(int fd, int count) {
             mRecvBuffer.Clear();
             return -1;
         }
-        ++fruitless;
+        ++emptyReads;
         if (!Thread::SleepMs(kRetryPauseMs)) {
             break;
         }

@@ -32,8 +32,8 @@ void Processor::SendDataDone(Command* command) {
     }
     const int64_t dropped = mSendCmdQueue.enqueue(command);
     if (dropped > 0) {
-        KLOG_AS("OnFlood", kLogError) << GetName() << "-->client does not read, " << dropped
-                                      << " unsolicited messages dropped";
+        KLOG(kLogError) << GetName() << "-->client does not read, " << dropped
+                        << " unsolicited messages dropped";
     }
 }
 

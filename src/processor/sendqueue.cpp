@@ -1,7 +1,5 @@
 #include "processor/sendqueue.h"
 
-#include <memory>
-
 #include "platform/clock.h"
 #include "platform/thread.h"
 
@@ -9,7 +7,7 @@ namespace kelp {
 
 namespace {
 
-constexpr int kToldPauseMs = 10000;
+constexpr int kReportPauseMs = 10000;
 
 }  // namespace
 
@@ -28,10 +26,10 @@ int64_t SendQueue::CountDropped() {
     MutexLock lock(mRoomMutex);
     ++mDropped;
     const int64_t now = MonotonicMs();
-    if (mDroppedToldMs != 0 && now - mDroppedToldMs < kToldPauseMs) {
+    if (mReportedMs != 0 && now - mReportedMs < kReportPauseMs) {
         return 0;
     }
-    mDroppedToldMs = now;
+    mReportedMs = now;
     const int64_t dropped = mDropped;
     mDropped = 0;
     return dropped;

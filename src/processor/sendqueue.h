@@ -45,10 +45,10 @@ class SendQueue {
 
     std::atomic<int64_t> mAnswers{0};
     std::atomic<int64_t> mBytes{0};
-    Mutex mRoomMutex;  // a leaf
-    CondVar mRoom;     // signalled when the two above have fallen below their limits
+    Mutex mRoomMutex;  // taken before Thread::mMutex (in WaitUntilNotFull), otherwise a leaf
+    CondVar mRoom;     // broadcast when one of the two above has fallen to its limit
     int64_t mDropped KELP_GUARDED_BY(mRoomMutex) = 0;
-    int64_t mDroppedToldMs KELP_GUARDED_BY(mRoomMutex) = 0;
+    int64_t mReportedMs KELP_GUARDED_BY(mRoomMutex) = 0;  // 0: never
     MessageQueue<Command> mQueue;
 };
 

@@ -174,8 +174,8 @@ TEST_F(Consoles, ARouteThatIsNoLineIsNeitherServedNorSpunOn) {
         int atLeast, atMost;  // records until the end of the observed second
     } rows[] = {
         {"/dev/null", "usb-->ioctl read error.errno->25\n", 5, 15},
-        {mDir.Write("file", content), " E KELP    : Connect: usb-->route is no line, not served\n",
-         1, 1},
+        {mDir.Write("file", content),
+         " E KELP    : Connect: usb-->route is not a character device\n", 1, 1},
     };
     for (const auto& row : rows) {
         StartWith(mUsb.Device(), row.route);

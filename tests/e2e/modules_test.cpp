@@ -255,8 +255,8 @@ TEST_F(Pcba, WhatIsUnderWayIsBoundedAndNoConsoleIsHeldUp) {
     for (int i = 0; i < 2; ++i) {
         EXPECT_TRUE(tcp.Answers("AT+P=2\r\n", Mismatch("AT+P=2")));
     }
-    EXPECT_EQ(mKelp->Logged(" E KELP    : Refuse: pcba-->1 requests refused: too many wait"), 1);
-    // After the console is off, its places are free and its records are still consumed.
+    EXPECT_EQ(mKelp->Logged(" E KELP    : Refuse: pcba-->1 requests refused: too many pending"), 1);
+    // Requests of a console that is off no longer count, but their records are still consumed.
     ASSERT_TRUE(local.Answers("ZAT+USB=0\r\n", Ok("ZAT+USB=0")));
     ASSERT_TRUE(mKelp->WaitForLog("usb deactive communication\n"));
     ASSERT_TRUE(asked(tcp, "AT+P=3"));
