@@ -8,7 +8,7 @@ namespace {
 
 using Idle = Bench;
 
-TEST_F(Idle, WithEveryPeerThenWithoutTheForwardingOnes) {
+TEST_F(Idle, NoThreadWakesUpWithOrWithoutPeers) {
     if (KELP_SANITIZED) {
         GTEST_SKIP() << "a sanitizer may run a thread of its own";
     }

@@ -43,7 +43,8 @@ std::string Line(Random& random) {
 }
 
 // The daemon's answer; empty for lines that must not be sent: those for the modem (its answers go
-// to the last speaker) and control commands that change the configuration.
+// to the client that sent last), for pcba and fm (no peer runs), and control commands that change
+// the configuration.
 std::string Expected(const std::string& line) {
     const std::string upper = UpperCase(line);
     const std::string text = upper.c_str();  // test commands end at a zero byte
@@ -63,7 +64,7 @@ std::string Expected(const std::string& line) {
     return Unsupported(line);
 }
 
-TEST_F(Noise, EveryRequestBetweenIsAnsweredExactly) {
+TEST_F(Noise, RequestsBetweenNoiseAreAnsweredExactly) {
     const int seconds = Setting("KELP_NOISE_SECONDS", 3);
     const auto seed = static_cast<unsigned>(Setting("KELP_NOISE_SEED", 1));
     const auto wcn = Wcn(), bench = Default();

@@ -11,8 +11,7 @@ using Relay = Bench;
 
 TEST_F(Relay, EveryConsoleReachesEveryModule) {
     for (const bool keepAlive : {false, true}) {
-        const auto wcn = Wcn();
-        const auto bench = Default();
+        const auto wcn = Wcn(), bench = Default();
         Start(keepAlive);
         Station consoles[] = {Station::Line(mUsb.Master()), Station::Line(mUart.Master()), Tcp(),
                               Station::Local()};
@@ -30,7 +29,7 @@ TEST_F(Relay, EveryConsoleReachesEveryModule) {
     }
 }
 
-TEST_F(Relay, ClientsThatLeaveGetWhatTheyCanAndLoseNothingOfOthers) {
+TEST_F(Relay, ClientsThatLeaveDoNotAffectOthers) {
     const auto wcn = Wcn(Silent());
     Start();
     Station usb = Station::Line(mUsb.Master());
@@ -61,7 +60,7 @@ TEST_F(Relay, ClientsThatLeaveGetWhatTheyCanAndLoseNothingOfOthers) {
     }
 }
 
-TEST_F(Relay, PeersThatComeAndGo) {
+TEST_F(Relay, PeersThatRestart) {
     for (const bool keepAlive : {false, true}) {
         Start(keepAlive);
         Station station = Tcp();
@@ -86,7 +85,7 @@ TEST_F(Relay, PeersThatComeAndGo) {
     }
 }
 
-TEST_F(Relay, ALongAnswerGoesToASlowReaderWhole) {
+TEST_F(Relay, ASlowReaderGetsALongAnswer) {
     std::string answer;
     for (int i = 0; answer.size() < 5 << 20; ++i) {
         answer += std::to_string(i);
@@ -102,7 +101,7 @@ TEST_F(Relay, ALongAnswerGoesToASlowReaderWhole) {
     }
 }
 
-TEST_F(Relay, SixThousandCommandsBeforeAnyReadingAreAnsweredInOrder) {
+TEST_F(Relay, SixThousandPipelinedCommandsAreAnsweredInOrder) {
     const auto wcn = Wcn();
     Start(true, kTail, {"ANDROID_LOG_TAGS=*:S"});
     for (Station& station : std::array{Tcp(), Station::Local()}) {

@@ -24,7 +24,7 @@ TEST(Start, MissingFileEndsWith255) {
     EXPECT_EQ(kelp.Logged(" E KELP    : GetJsonPath: json file() not exist. \n"), 1) << kelp.Log();
 }
 
-TEST(Start, BadFileLeavesTheLocalConsole) {
+TEST(Start, ABadFileStillStartsTheLocalConsole) {
     const TempDir dir;
     const std::string path = dir.Write("cut.json", R"({"console": {"tcp": )");
     KelpProcess kelp({"--second", "5", "--file", path});
@@ -38,11 +38,12 @@ TEST(Start, BadFileLeavesTheLocalConsole) {
 
 using Log = Bench;
 
-TEST_F(Log, NothingThatAClientSendsForgesARecord) {
+TEST_F(Log, ClientsCannotForgeRecords) {
     Start();
     const std::string forged =
-        "X\n01-01 00:00:00.000     1     1 E KELP    : FORGED: X\r\x1b[2J\x01\xff\n";
+        "X\n01-01 00:00:00.000     1     1 E KELP    : FORGED: X\r\x1b[2J\x7f\xff\n";
     EXPECT_TRUE(Tcp().Answers(forged + "\r\n", Unsupported(forged)));
+    EXPECT_TRUE(mKelp->WaitForLog("KELP    : FORGED: X..[2J...|"));  // in a dump
     // The log shows the address as received.
     EXPECT_TRUE(Tcp().Answers("ZAT+IP=" + forged + "\r\n", Ok("ZAT+IP=" + forged)));
     EXPECT_TRUE(mKelp->WaitForLog(":IP Address: X\\n01-01 00:00:00.000"));
@@ -50,7 +51,7 @@ TEST_F(Log, NothingThatAClientSendsForgesARecord) {
     EXPECT_EQ(mKelp->Logged("\n01-01 00:00:00.000     1"), 0);
 }
 
-TEST_F(Log, FilterOfTheEnvironmentDropsRecords) {
+TEST_F(Log, TheFilterDropsRecords) {
     const auto logWith = [&](const char* filter) {
         Start(false, kTail, {std::string("ANDROID_LOG_TAGS=") + filter});
         EXPECT_TRUE(Tcp().Answers("XYZ\r\n", Unsupported("XYZ")));
@@ -68,7 +69,7 @@ std::vector<std::string> Redirected(const std::string& redirections) {
 }
 
 // The log's reader stalls: full pipe, socket and terminal.
-TEST_F(Log, NobodyReadsItAndThenSomebodyDoes) {
+TEST_F(Log, AStalledLogReaderDoesNotBlockConsoles) {
     int pipeEnds[2], socketEnds[2];
     ASSERT_EQ(pipe(pipeEnds), 0);
     ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, socketEnds), 0);

@@ -80,9 +80,9 @@ std::unique_ptr<Peer> Bench::Default(Peer::Script script) const {
 
 void Bench::Switch(Station& local, const std::string& command) {
     const std::string done = command.back() == '0' ? " deactive communication\n" : " active c";
-    const int before = mKelp->Logged(done);
+    const size_t before = mKelp->Log().size();
     Command(local, command);
-    ASSERT_TRUE(mKelp->WaitForLog(done, before + 1));
+    ASSERT_TRUE(WaitUntil([&] { return mKelp->Log().find(done, before) != std::string::npos; }));
 }
 
 void Bench::CheckUnchanged() {

@@ -1,4 +1,4 @@
-// A bench: the daemon with all four consoles, and room for two peers.
+// A bench: the daemon with all four consoles, and peers for its modules.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -27,8 +27,9 @@ std::string Ok(const std::string& request);
 // its peer is an abstract socket. Modules "pcba", "fm" and "modem" take AT+P, AT+F and AT+M; their
 // peers are filesystem sockets of these names in mDir. Module "kelp" takes ZAT+.
 //
-// At the end of every test the daemon must still run, with no more descriptors and threads than at
-// its start, and every line of its log must be well-formed (a sanitizer's report is not).
+// At the end of every test the daemon must still run, and every line of its log must be well-formed
+// (a sanitizer's report is not). Unless Restart was called, the daemon must also have no more
+// descriptors and threads than at its start.
 class Bench : public testing::Test {
   protected:
     static constexpr char kTail[] = R"({"mode": "tail", "tail": "0D0A"})";

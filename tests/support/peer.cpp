@@ -14,11 +14,6 @@ namespace kelp::test {
 
 namespace {
 
-LocalAddress AddressOf(const std::string& name, LocalNamespace space) {
-    LocalAddress address;
-    return MakeLocalAddress(name, space, address) ? address : LocalAddress{};
-}
-
 bool SendAll(int fd, const std::string& bytes) {
     return send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
 }
@@ -30,11 +25,9 @@ Peer::Script Peer::Echo(const std::string& name) {
 }
 
 Peer::Peer(const std::string& name, LocalNamespace space, Script script)
-    : mAddress(AddressOf(name, space)),
-      mIsFile(space == LocalNamespace::kFilesystem),
-      mScript(std::move(script)),
-      mListener(ListenLocal(mAddress)) {
-    if (!mListener.Ok() || !mThread.Start()) {
+    : mIsFile(space == LocalNamespace::kFilesystem), mScript(std::move(script)) {
+    if (!MakeLocalAddress(name, space, mAddress) || !(mListener = ListenLocal(mAddress)).Ok() ||
+        !mThread.Start()) {
         ADD_FAILURE() << "no peer at " << name << ", errno " << errno;
     }
 }

@@ -1,4 +1,4 @@
-// A peer daemon on a local socket, played by a thread of the test.
+// A peer daemon on a local socket, simulated by a thread of the test.
 #pragma once
 
 #include <functional>
@@ -38,7 +38,7 @@ class Peer : private Runnable {
     void Run() override;
     bool Serve(int fd);
 
-    const LocalAddress mAddress;
+    LocalAddress mAddress;
     const bool mIsFile;
     const Script mScript;
     UniqueFd mListener;

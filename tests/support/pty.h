@@ -1,4 +1,4 @@
-// A pseudo-terminal that plays a serial line: the test holds the station's end.
+// A pseudo-terminal in place of a serial line: the test holds the station's end.
 #pragma once
 
 #include <string>

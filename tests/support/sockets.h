@@ -1,4 +1,4 @@
-// Sockets for stations, peers and relays, and the ports that they meet at.
+// Sockets for stations, peers and relays, and free TCP ports.
 #pragma once
 
 #include "platform/localaddress.h"

@@ -15,7 +15,7 @@ namespace kelp::test {
 // Whether a connection to the port is refused.
 bool Refused(int port);
 
-// Every read ends after kPatienceMs at the latest and returns the bytes received until then.
+// Every read ends when nothing arrives for kPatienceMs, and returns the bytes received until then.
 class Station {
   public:
     // Both retry the connection until the console listens.

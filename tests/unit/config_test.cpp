@@ -80,7 +80,7 @@ TEST_F(Config, UnreadableFilesLeaveTheDefaults) {
               "tcp:1:0:192.168.1.100:3000:0|");
 }
 
-TEST_F(Config, ConsolesTakeWhatTheyKnow) {
+TEST_F(Config, InvalidConsoleSettingsAreIgnored) {
     ASSERT_TRUE(Load(R"({"console":{"serial":{"port":1},
         "tcp":{"active":true,"route":"10.0.0.1","port":70000,"timeout":"5"},
         "usb":{"support":false,"port":1.5,"route":null},
@@ -119,7 +119,7 @@ TEST_F(Config, ActiveFollowsItsProperty) {
     SystemProperty::SetFile(nullptr);
 }
 
-TEST_F(Config, ReceiveModeKeepsWhatIsNotGiven) {
+TEST_F(Config, AbsentReceiveSettingsKeepTheirValues) {
     const struct {
         std::string text;
         int mode;
@@ -139,20 +139,20 @@ TEST_F(Config, ReceiveModeKeepsWhatIsNotGiven) {
     EXPECT_EQ(receive.millisecond, 50);
 }
 
-TEST_F(Config, ModulesFillInTheOrderOfTheFile) {
+TEST_F(Config, ModuleSettingsAreReadInFileOrder) {
     ASSERT_TRUE(Load(R"({"module":{"test-commands":{"fm":["EARLY"]},
         "support-modules":["wcn",5,"fm"],
-        "interaction":{"fm":{"keep-alive":true,"path":"@fm","timeout":3,"quiet":250},"modem":{}}}})"));
+        "interaction":{"fm":{"path":"@fm","timeout":3,"quiet":250},"wcn":{"keep-alive":true}}}})"));
     EXPECT_EQ(Said("D ParseSupportModules: "),
               "0: load module(wcn)|2: load module(fm)|2: load module(fm)|");
     EXPECT_TRUE(mManager.GetModuleByName("fm")->testCmds.empty());
     ASSERT_TRUE(Load(R"({"module":{"interaction":1}})"));
     EXPECT_EQ(Said("I ParseInteraction: "),
-              "<<<<<<< wcn|keep-alive(0),path(/dev/socket/sync_wcn),timeout(15)|>>>>>>> wcn|"
+              "<<<<<<< wcn|keep-alive(1),path(/dev/socket/sync_wcn),timeout(15)|>>>>>>> wcn|"
               "<<<<<<< modem|keep-alive(1),path(/dev/socket/async_tolm),timeout(0)|>>>>>>> modem|"
-              "<<<<<<< fm|keep-alive(1),path(@fm),timeout(3)|quiet(250)|>>>>>>> fm|");
-    // Lists without valid elements do not change the earlier list.
-    for (const char* list : {R"(["b","B",7,"a","b"])", "[]", R"("AT")"}) {
+              "<<<<<<< fm|keep-alive(0),path(@fm),timeout(3)|quiet(250)|>>>>>>> fm|");
+    // A list replaces the earlier one, unless it has no valid elements.
+    for (const char* list : {R"(["b","B",7,"a","b"])", R"(["b","B",7,"a","b"])", "[]", R"("AT")"}) {
         ASSERT_TRUE(Load(std::string(R"({"module":{"whitelist":{"wcn":)") + list + "}}}"));
         EXPECT_EQ(Said("I ParseWhiteList: "),
                   "<<<<<<< wcn command white list|B|a|b|b|>>>>>>> wcn command white list|"
@@ -167,7 +167,7 @@ TEST_F(Config, ModulesFillInTheOrderOfTheFile) {
     }
 }
 
-TEST_F(Config, RefreshKeepsEverythingElse) {
+TEST_F(Config, RefreshChangesOnlyConsoleSettings) {
     mDir.Write("k.json", R"({"extra":[1,null],"console":{
         "tcp":{"note":"mine","active":{"p":"1"},"port":1},"usb":[]},"module":{}})");
     ASSERT_EQ(chmod(mPath.c_str(), 0640), 0);
@@ -205,8 +205,8 @@ TEST_F(Config, RefreshKeepsEverythingElse) {
 }
 
 // A read-only directory, a read-only file, and a full disk (by a file size limit).
-TEST_F(Config, RefreshWhereItIsHard) {
-    // Longer than the new text: a missing truncation would leave old bytes behind it.
+TEST_F(Config, RefreshWithoutPermissionOrSpace) {
+    // Longer than the new text: without truncation, old bytes would remain after it.
     ASSERT_TRUE(Load("{" + std::string(5000, ' ') + "}"));
     const ino_t before = Status().st_ino;
     const uid_t self = geteuid();
@@ -241,7 +241,7 @@ TEST_F(Config, RefreshWhereItIsHard) {
     EXPECT_EQ(mDir.Count(), 1u);
 }
 
-TEST_F(Config, UpdatesAtOnceLeaveOneWholeFile) {
+TEST_F(Config, ConcurrentUpdatesLeaveOneCompleteFile) {
     ASSERT_TRUE(Load("{}"));
     const auto update = [&](int port, const std::string& route) {
         mManager.GetConfigByName("tcp")->port = port;

@@ -7,7 +7,7 @@
 namespace kelp::test {
 namespace {
 
-TEST(Formatter, WritesWholeAnswers) {
+TEST(Formatter, BuildsCompleteAnswers) {
     constexpr int kUnset = -1;
     const struct {
         std::string request, stored;

@@ -13,7 +13,7 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-TEST(Framing, EqualsTheNaiveRuleHoweverTheBytesArrive) {
+TEST(Framing, MatchesTheReferenceForAnySplitOfTheInput) {
     std::mt19937 random(1);
     for (int round = 0; round < 2000; ++round) {
         const std::string tail = std::string("\r\n\r\r\n").substr(round % 3, 1 + round % 5 % 3);

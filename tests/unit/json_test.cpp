@@ -18,7 +18,7 @@ std::string Repeat(size_t times, const std::string& text) {
                             : Repeat(times / 2, text + text);
 }
 
-TEST(Json, RefusesAndTellsWhereTheErrorIs) {
+TEST(Json, RejectsInvalidTextWithItsPosition) {
     const struct {
         std::string text;
         int line;
@@ -45,7 +45,7 @@ TEST(Json, RefusesAndTellsWhereTheErrorIs) {
     }
 }
 
-TEST(Json, ReadsWhatIsJustAllowed) {
+TEST(Json, AcceptsTextAtTheLimits) {
     const std::string deep = Repeat(64, "[") + Repeat(64, "]");
     EXPECT_EQ(Parsed(deep).ToString(), deep);
     EXPECT_EQ(Parsed("\xEF\xBB\xBF {\"a\":\"\\u0000\xC3\xA9\"}")["a"].ToString(),
@@ -54,7 +54,7 @@ TEST(Json, ReadsWhatIsJustAllowed) {
               "{\"a\":{\"c\":2},\"b\":{}}");
 }
 
-TEST(Json, NumbersAreTakenThatAreWholeAndOf32Bits) {
+TEST(Json, OnlyIntegral32BitNumbersAreInts) {
     const std::pair<const char*, int> rows[] = {
         {"2147483647", 2147483647}, {"-2147483648", -2147483647 - 1}, {"3.0", 3}};
     int number = 0;
@@ -70,7 +70,7 @@ TEST(Json, NumbersAreTakenThatAreWholeAndOf32Bits) {
     EXPECT_EQ(number, 3);
 }
 
-TEST(Json, ReplaceWritesThroughEveryHandle) {
+TEST(Json, AReplacedValueIsSeenThroughEveryHandle) {
     CJsonObject doc = Parsed(R"({"other":[1.50],"console":{"tcp":7}})");
     CJsonObject tcp = doc["console"]["tcp"];
     EXPECT_TRUE(doc["not"]["there"].IsEmpty());

@@ -10,7 +10,7 @@
 namespace kelp::test {
 namespace {
 
-TEST(Messager, SupportsWholeTestCommandsAndPrefixesOfTheWhiteList) {
+TEST(Messager, MatchesTestCommandsAndWhiteListPrefixes) {
     ConfigManager config;
     *config.GetModuleConfigs() = {ModuleInfo()};
     ModuleInfo& module = config.GetModuleConfigs()->front();
@@ -40,7 +40,7 @@ TEST(Messager, SupportsWholeTestCommandsAndPrefixesOfTheWhiteList) {
     }
 }
 
-TEST(Messager, ModulesThatAreDestroyedLogNoError) {
+TEST(Messager, DestroyedModulesLogNoError) {
     ConfigManager config;
     config.ConstructModuleConfig("pcba");
     config.GetModuleByName("modem")->path = "/nonexistent/modem";

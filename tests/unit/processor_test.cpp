@@ -1,14 +1,21 @@
 #include "processor/processor.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
 
 #include "config/configmanager.h"
 #include "messager/defaultmessager.h"
 #include "messager/messagermanager.h"
+#include "platform/localaddress.h"
+#include "platform/localserver.h"
 #include "processor/command.h"
 #include "support/logcapture.h"
+#include "support/wait.h"
 
 namespace kelp::test {
 namespace {
@@ -20,7 +27,6 @@ class Console : public Processor {
         mConsoleConfig = config->GetConfigByName("tcp");
         mWriteStallMs = 100;
     }
-    using Processor::WriteBuffer;
     int Connect() override { return mServerFd != -1 ? mServerFd.load() : dup(mListener); }
     void DisConnect(int& fd) override {
         UniqueFd(fd).Reset();
@@ -30,18 +36,37 @@ class Console : public Processor {
     int mListener = -1;
 };
 
-TEST(Processor, GivesUpAClientThatTakesNothing) {
+TEST(Processor, GivesUpAClientThatDoesNotRead) {
     ConfigManager config;
     config.GetModuleConfigs()->clear();
+    config.GetReceiveConfig()->mode = kReceiveTail;
+    config.GetConfigByName("tcp")->active = true;
     MessagerManager messagers(&config);
     Console console(&config, &messagers);
     LogCapture log;
-    int pair[2];
-    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, pair), 0);
-    const UniqueFd writer(pair[0]), deaf(pair[1]);
-    const std::string answer(1 << 20, 'x');
-    EXPECT_EQ(console.WriteBuffer(writer.Get(), answer.data(), 1 << 20), -1);
-    EXPECT_EQ(log.Take(), std::vector<std::string>{"E WriteBuffer: tcp-->Write Error! errno->110"});
+    const std::string name = "kelp-test-processor-" + std::to_string(getpid());
+    LocalAddress address;
+    ASSERT_TRUE(MakeLocalAddress(name, LocalNamespace::kAbstract, address));
+    const UniqueFd listener(ListenLocalAbstract(name));
+    console.mListener = listener.Get();
+    ASSERT_EQ(console.Start(), 0);
+    const UniqueFd deaf(ConnectLocal(address)), other(ConnectLocal(address));
+    fcntl(deaf.Get(), F_SETFL, 0);  // blocking
+    std::string bytes = std::string(1 << 20, 'x') + "\r\n";
+    ASSERT_EQ(write(deaf.Get(), bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+    EXPECT_TRUE(WaitUntil([&] {
+        const std::vector<std::string> records = log.Take();
+        return std::count(records.begin(), records.end(),
+                          "E WriteBuffer: tcp-->Write Error! errno->110") == 1;
+    }));
+    ASSERT_EQ(write(other.Get(), "X\r\n", 3), 3);
+    const auto receives = [&](int client, ssize_t count) {
+        return WaitUntil(
+            [&] { return recv(client, bytes.data(), bytes.size(), MSG_DONTWAIT) == count; });
+    };
+    EXPECT_TRUE(receives(other.Get(), 29));  // the refusal of "X"
+    EXPECT_TRUE(receives(deaf.Get(), 0));
+    console.Stop();
 }
 
 class Stopper : public DefaultMessager {
@@ -57,7 +82,7 @@ class Stopper : public DefaultMessager {
     Console* const mConsole;
 };
 
-TEST(Processor, MayBeStoppedOnItsOwnSendThreadWhileAnotherStopsIt) {
+TEST(Processor, ConcurrentStopsWithOneOnTheSendThread) {
     ConfigManager config;
     MessagerManager messagers(&config);
     config.GetConfigByName("tcp")->active = true;

@@ -60,7 +60,7 @@ TEST(Thread, StopEndsEveryKindOfWait) {
     turn.Leave();
 }
 
-TEST(Thread, OneThatStoppedItselfIsTakenUpAgainHoweverSoon) {
+TEST(Thread, RestartsAfterStoppingItself) {
     std::atomic<int> beats{0};
     std::atomic<bool> stopSelf{false};
     Thread* self = nullptr;
