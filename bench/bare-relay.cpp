@@ -29,7 +29,7 @@
 namespace kelp::bench {
 namespace {
 
-// More than all connections of one visit; some relays open one for each client.
+// More than all connections of one run; some relays open one for each client.
 constexpr int kPoolThreads = 24;
 constexpr size_t kReadBytes = 65535;
 

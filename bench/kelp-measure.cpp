@@ -1,5 +1,5 @@
 // Compares relays on one transport with one kind of peer connection; bench/run.py starts it for
-// each visit.
+// each scenario of a pass.
 //
 // Usage: kelp-measure TURNS local|tcp|pty kept|per-request SUBJECT...
 //        kelp-measure calls local|tcp|pty kept|per-request SUBJECT...
@@ -22,6 +22,7 @@
 
 #include "platform/thread.h"
 #include "subject.h"
+#include "support/kelpprocess.h"
 #include "support/procstat.h"
 #include "support/wait.h"
 
@@ -204,13 +205,10 @@ bool CountCalls(const Subject& subject, Environment& environment) {
     }
     test::Process strace(words, environment.directory.Write("strace", ""));
     test::WaitUntil([&] {
-        return !strace.Running() ||
-               environment.directory.Read("strace").find("attached") != std::string::npos;
+        const int attached = test::Occurrences(environment.directory.Read("strace"), "attached");
+        return !strace.Running() || attached >= static_cast<int>(measuring.Pids().size());
     });
-    // strace needs a moment to attach all threads of a process.
-    Thread::SleepMs(200);
     measuring.RoundTrips(kCounted);
-    Thread::SleepMs(20);
     kill(strace.Pid(), SIGINT);
     strace.WaitForExit();
     // The last line: share, seconds, microseconds per call, calls, perhaps errors, "total".

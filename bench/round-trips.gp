@@ -15,7 +15,7 @@ set yrange [0:*]
 set xrange [-0.7:5.7]
 set ylabel "microseconds"
 set key outside right top Left reverse samplen 1
-label(road) = word(road, 1)."\n".word(road, 2)
+label(scenario) = word(scenario, 1)."\n".word(scenario, 2)
 array color[8] = ["#bbbbbb", "#9ecae1", "#4292c6", "#cb181d", "#fb6a4a", "#74c476", "#238b45", "#54278f"]
 set multiplot layout 2,1
 do for [placement = 0:1] {

@@ -4,8 +4,8 @@
 Usage: run.py MEASURE OUT [--smoke] [--seconds=N] [--only=TEXT,...]
 
 scripts/bench starts it. MEASURE is the program kelp-measure, OUT a directory; --only takes the
-subjects whose name and road hold one of the texts, such as "kelp-file tcp". No round begins later
-than N seconds after the first of its placement.
+subjects whose name and scenario contain one of the texts, such as "kelp-file tcp". Each placement
+is measured for N seconds; the last pass is completed.
 """
 import argparse
 import collections
@@ -22,8 +22,10 @@ REFERENCE = "contract"
 BYTE_RELAYS = ("direct", "socat", "ser2net")  # no framing, no routing
 KELP = ("kelp-filtered", "kelp-file")
 SUBJECTS = ("direct", "one-thread", REFERENCE, *KELP, "socat", "ser2net", "python")
-ROADS = [f"{road} {mode}" for mode in ("kept", "per-request") for road in ("local", "tcp", "pty")]
-LOCAL_ROADS = [road for road in ROADS if road.startswith("local")]
+SCENARIOS = [
+    f"{client} {peer}" for peer in ("kept", "per-request") for client in ("local", "tcp", "pty")
+]
+LOCAL_SCENARIOS = [scenario for scenario in SCENARIOS if scenario.startswith("local")]
 LAST_CORE = str(max(os.sched_getaffinity(0)))
 PLACEMENTS = {"one core": (["taskset", "-c", LAST_CORE], 110), "scheduler": ([], 60)}  # seconds
 COSTS = {
@@ -47,87 +49,87 @@ def table(rows):
     return "\n".join("| " + " | ".join(row) + " |" for row in rows)
 
 
-def exists(subject, road):
-    if subject in BYTE_RELAYS and not road.endswith("kept"):
+def exists(subject, scenario):
+    if subject in BYTE_RELAYS and not scenario.endswith("kept"):
         return False
-    return (subject, road) != ("ser2net", "pty kept")  # it accepts on sockets only
+    return (subject, scenario) != ("ser2net", "pty kept")  # it accepts on sockets only
 
 
 class Run:
     def __init__(self, options):
         self.options = options
-        self.visits = collections.Counter()
+        self.passes = collections.Counter()
         self.failures = 0
-        self.values = collections.defaultdict(list)  # by placement, road, subject and figure
+        self.values = collections.defaultdict(list)  # by placement, scenario, subject and figure
         self.ratios = collections.defaultdict(list)
 
-    def wanted(self, subject, road):
+    def wanted(self, subject, scenario):
         texts = self.options.only.split(",")
-        return exists(subject, road) and any(text in f"{subject} {road}" for text in texts)
+        return exists(subject, scenario) and any(text in f"{subject} {scenario}" for text in texts)
 
-    def visit(self, placement, what, road, subjects):
+    def run(self, placement, what, scenario, subjects):
         prefix = PLACEMENTS[placement][0]
-        command = [*prefix, self.options.measure, what, *road.split(), *subjects]
+        command = [*prefix, self.options.measure, what, *scenario.split(), *subjects]
         result = subprocess.run(command, stdout=subprocess.PIPE, text=True, check=False)
         self.failures += result.returncode != 0
         for line in result.stdout.splitlines():
             subject, figure, value, *ratio = line.split("\t")
-            self.values[placement, road, subject, figure].append(float(value))
+            self.values[placement, scenario, subject, figure].append(float(value))
             if ratio:
-                self.ratios[placement, road, subject, figure].append(float(ratio[0]))
+                self.ratios[placement, scenario, subject, figure].append(float(ratio[0]))
 
     def measure(self, placement):
         # Each group runs beside the reference and holds at most one kelp.
         groups = []
-        for road in ROADS:
+        for scenario in SCENARIOS:
             most = [s for s in SUBJECTS if s not in (REFERENCE, KELP[1])]
             for group in (most, KELP[1:]):
-                group = [s for s in group if self.wanted(s, road)]
+                group = [s for s in group if self.wanted(s, scenario)]
                 if group:
-                    groups.append((road, [REFERENCE, *group]))
+                    groups.append((scenario, [REFERENCE, *group]))
         if not groups:
             sys.exit("nothing to measure")
         seconds = self.options.seconds or PLACEMENTS[placement][1]
         end = time.monotonic() + (0 if self.options.smoke else seconds)
-        rounds = 0
-        while rounds == 0 or time.monotonic() < end:
-            for road, subjects in groups:
-                self.visit(placement, "1" if self.options.smoke else "10", road, subjects)
-            rounds += 1
-            groups.append(groups.pop(0))  # so that the order favours none
-        self.visits[placement] = rounds
+        passes = 0
+        while passes == 0 or time.monotonic() < end:
+            for scenario, subjects in groups:
+                self.run(placement, "1" if self.options.smoke else "10", scenario, subjects)
+            passes += 1
+            groups.append(groups.pop(0))  # so that the order favours no subject
+        self.passes[placement] = passes
 
     def count_calls(self):
-        for road in LOCAL_ROADS:
-            subjects = [s for s in SUBJECTS if s != "direct" and self.wanted(s, road)]
+        for scenario in LOCAL_SCENARIOS:
+            subjects = [s for s in SUBJECTS if s != "direct" and self.wanted(s, scenario)]
             if subjects:
-                self.visit("one core", "calls", road, subjects)
+                self.run("one core", "calls", scenario, subjects)
 
     def find(self, *key, digits):
         return text(self.values.get(key), digits)
 
     def budget(self):
         ratios = {}
-        for road in ROADS:
-            found = self.ratios.get(("one core", road, KELP[0], "p50_us"))
-            if found and not road.startswith("pty"):
-                ratios[road] = statistics.median(found)
+        for scenario in SCENARIOS:
+            found = self.ratios.get(("one core", scenario, KELP[0], "p50_us"))
+            if found and not scenario.startswith("pty"):
+                ratios[scenario] = statistics.median(found)
         if not ratios:
             return "kelp with the log filtered was not measured on a socket."
         worst = max(ratios.values())
         return (
             "**Round trip p50 of kelp (log filtered) over the bare relay with the contract's "
             f"system calls, sockets, one core: {worst:.2f}** at most "
-            f"({', '.join(f'{road} {ratio:.2f}' for road, ratio in ratios.items())}); "
+            f"({', '.join(f'{scenario} {ratio:.2f}' for scenario, ratio in ratios.items())}); "
             f"budget {BUDGET}, {'kept' if worst <= BUDGET else 'EXCEEDED'}."
         )
 
     def round_trips(self, placement):
-        rows = [["", *ROADS]]
+        rows = [["", *SCENARIOS]]
         for subject in SUBJECTS:
             rows.append([subject])
-            for road in ROADS:
-                key = (placement, road, subject, "p50_us")
+            for scenario in SCENARIOS:
+                key = (placement, scenario, subject, "p50_us")
                 ratio = self.ratios.get(key)
                 over = f" ({text(ratio, 2)})" if ratio else ""
                 rows[-1].append(self.find(*key, digits=1) + over)
@@ -135,12 +137,13 @@ class Run:
 
     def costs(self):
         rows = [["", *(name for name, _ in COSTS.values())]]
-        for road in LOCAL_ROADS:
+        for scenario in LOCAL_SCENARIOS:
             for subject in SUBJECTS:
-                if ("one core", road, subject, "p50_us") in self.values:
-                    rows.append([f"{subject}, {road}"])
+                if ("one core", scenario, subject, "p50_us") in self.values:
+                    rows.append([f"{subject}, {scenario}"])
                     for figure, (_, digits) in COSTS.items():
-                        rows[-1].append(self.find("one core", road, subject, figure, digits=digits))
+                        key = ("one core", scenario, subject, figure)
+                        rows[-1].append(self.find(*key, digits=digits))
         return table(rows)
 
     def report(self):
@@ -149,9 +152,9 @@ class Run:
             (
                 "![Round trips](round-trips.svg)",
                 f"Measured {datetime.date.today()} on {os.cpu_count()} cores "
-                f"({platform.machine()}, {platform.system()} {platform.release()}); "
-                f"{self.visits['one core']} visits on one core, {self.visits['scheduler']} where "
-                f"the scheduler places; {self.failures} failed.{smoke}",
+                f"({platform.machine()}, {platform.system()} {platform.release().split('-', 1)[0]}); "
+                f"{self.passes['one core']} passes on one core, {self.passes['scheduler']} where "
+                f"the scheduler places the processes; {self.failures} failed.{smoke}",
                 self.budget(),
                 f"Round trip p50 in microseconds, on one core; in brackets over `{REFERENCE}`:",
                 self.round_trips("one core"),
@@ -163,13 +166,13 @@ class Run:
         )
 
     def picture(self):
-        # A block for each placement, a row for each road, a column for each subject.
+        # A block for each placement, a row for each scenario, a column for each subject.
         blocks = []
         for placement in PLACEMENTS:
-            rows = ["\t".join(("road", *SUBJECTS))]
-            for road in ROADS:
-                values = (self.find(placement, road, s, "p50_us", digits=2) for s in SUBJECTS)
-                rows.append("\t".join((road, *values)))
+            rows = ["\t".join(("scenario", *SUBJECTS))]
+            for scenario in SCENARIOS:
+                values = (self.find(placement, scenario, s, "p50_us", digits=2) for s in SUBJECTS)
+                rows.append("\t".join((scenario, *values)))
             blocks.append("\n".join(rows))
         return "\n\n\n".join(blocks) + "\n"
 

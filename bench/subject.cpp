@@ -14,7 +14,7 @@ namespace kelp::bench {
 
 namespace {
 
-constexpr int kPatienceMs = 5000;
+constexpr int kReplyTimeoutMs = 5000;
 
 bool IsKelp(const Subject& subject) {
     return subject.who.rfind("kelp", 0) == 0;
@@ -57,7 +57,7 @@ bool Client::Receive(size_t bytes) {
     while (bytes > 0) {
         // A tty has no receive time-out; all subjects on a pty pay for this call alike.
         struct pollfd ready = {mFd.Get(), POLLIN, 0};
-        if (mIsTty && poll(&ready, 1, kPatienceMs) <= 0) {
+        if (mIsTty && poll(&ready, 1, kReplyTimeoutMs) <= 0) {
             return false;
         }
         const ssize_t n = read(mFd.Get(), buffer, std::min(bytes, sizeof(buffer)));
@@ -133,7 +133,7 @@ std::unique_ptr<Client> Running::Connect() {
         }
         return fd.Ok();
     });
-    const struct timeval patience = {kPatienceMs / 1000, 0};
+    const struct timeval patience = {kReplyTimeoutMs / 1000, 0};
     setsockopt(fd.Get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience));
     return std::make_unique<Client>(std::move(fd), mSubject.transport == Transport::kPty);
 }

@@ -14,25 +14,29 @@ namespace {
 
 std::string NaiveAnswer(const std::string& request, const std::string& echo,
                         const std::string& text, int result) {
-    if (echo.empty() || echo.compare(0, request.size(), request) != 0)
+    if (echo.empty() || echo.compare(0, request.size(), request) != 0) {
         return request + "\r\n\r\n6012\r\n\r\nERROR\r\n";
+    }
     if (result != 0) {
         kelp::ErrorBuffer error;
         kelp::GetStringByErrCode(result, kelp::kErrorBase, error);
         return request + "\r\n\r\n" + error + "\r\n\r\nERROR\r\n";
     }
-    if (text.empty())
+    if (text.empty()) {
         return request + "\r\n\r\nOK\r\n";
-    if (text.find(echo) != std::string::npos)
+    }
+    if (text.find(echo) != std::string::npos) {
         return text;
+    }
     std::string head;
     const size_t plus = request.find('+');
     if (plus != std::string::npos) {
         size_t end = request.find('=');
         end = end == std::string::npos ? request.find('?') : end;
         head = request.substr(plus, end < plus ? end : end - plus) + ":";
-        if (end < plus)
+        if (end < plus) {
             head = request.substr(plus) + ":";
+        }
     }
     return request + "\r\n\r\n" + head + text + "\r\n\r\nOK\r\n";
 }

@@ -27,7 +27,7 @@ namespace {
 using kelp::LocalResult;
 
 constexpr int kMaxSteps = 300;
-constexpr size_t kMaxUnderWay = 256;
+constexpr size_t kMaxPending = 256;
 constexpr int32_t kMaxText = 1 << 20;
 
 // The daemon's end of all connections, and the answers that the consoles got. Guarded by mutex.
@@ -167,13 +167,13 @@ class Model {
     template <typename Open>
     int Ask(const std::string& request, Open open) {
         mRequests.push_back(request);
-        if (mUnderWay.size() == kMaxUnderWay) {
+        if (mInFlight.size() == kMaxPending) {
             mExpected[mRequests.size() - 1] = Mismatch(request);
             return -1;
         }
         if (mKeepAlive && mKept != -1) {
             Wire& wire = mWires[mKept];
-            const bool idle = std::none_of(mUnderWay.begin(), mUnderWay.end(),
+            const bool idle = std::none_of(mInFlight.begin(), mInFlight.end(),
                                            [&](const Asked& a) { return a.wire == mKept; });
             if (idle) {
                 wire.bytes.clear();
@@ -182,7 +182,7 @@ class Model {
         }
         const int wire = mKeepAlive && mKept != -1 ? mKept : open();
         mKept = mKeepAlive ? wire : -1;
-        mUnderWay.push_back({mRequests.size() - 1, wire});
+        mInFlight.push_back({mRequests.size() - 1, wire});
         Settle();
         return wire;
     }
@@ -196,9 +196,9 @@ class Model {
         mWires[wire].closed = true;
         Settle();
     }
-    bool Waits() const { return !mUnderWay.empty(); }
+    bool Waits() const { return !mInFlight.empty(); }
     void TimeOut() {
-        GiveUp(mUnderWay.front().wire);
+        GiveUp(mInFlight.front().wire);
         Settle();
     }
     bool IsOver(int wire) { return mWires[wire].over; }
@@ -225,8 +225,9 @@ class Model {
     }
     // The field at `at`, empty when a length leads out of the record. Advances `at`.
     static std::string Text(const std::string& record, int64_t& at) {
-        if (at < 0 || at + 4 > static_cast<int64_t>(record.size()))
+        if (at < 0 || at + 4 > static_cast<int64_t>(record.size())) {
             return "";
+        }
         const int32_t length = Int(record, static_cast<size_t>(at));
         const int64_t begin = at + 4;
         at = begin + length;
@@ -238,10 +239,12 @@ class Model {
     static int64_t RecordLength(const std::string& bytes) {
         size_t end = 4;
         for (int text = 0; text < 2; ++text) {
-            if (bytes.size() < end + 4)
+            if (bytes.size() < end + 4) {
                 return 0;
-            if (Int(bytes, end) > kMaxText)
+            }
+            if (Int(bytes, end) > kMaxText) {
                 return -1;
+            }
             end += 4 + static_cast<size_t>(std::max(Int(bytes, end), 0));
         }
         return bytes.size() < end ? 0 : static_cast<int64_t>(end);
@@ -254,8 +257,8 @@ class Model {
 
     // Answers all requests that can be answered, in order.
     void Settle() {
-        for (; !mUnderWay.empty(); mUnderWay.pop_front()) {
-            const Asked asked = mUnderWay.front();
+        for (; !mInFlight.empty(); mInFlight.pop_front()) {
+            const Asked asked = mInFlight.front();
             const std::string& request = mRequests[asked.number];
             std::string& answer = mExpected[asked.number];
             answer = Mismatch(request);
@@ -294,7 +297,7 @@ class Model {
     const bool mKeepAlive;
     std::vector<std::string> mRequests;
     std::map<size_t, std::string> mExpected;
-    std::deque<Asked> mUnderWay;
+    std::deque<Asked> mInFlight;
     std::map<int, Wire> mWires;  // by number; an unknown one is open and empty
     int mKept = -1;              // takes the next request
 };
@@ -356,8 +359,9 @@ class Conversation {
     };
 
     uint8_t Next() {
-        if (mSize == 0)
+        if (mSize == 0) {
             return 0;
+        }
         --mSize;
         return *mData++;
     }
@@ -382,8 +386,9 @@ class Conversation {
                 }
                 return;
         }
-        if (wire == -1)
+        if (wire == -1) {
             return;
+        }
         Said& said = mSaid[static_cast<size_t>(wire)];
         switch (step % 12) {
             case 5:
@@ -432,8 +437,9 @@ class Conversation {
             }
             mModule->HandleMessager(command, mConsole);
             const int wire = mModel.Ask(request, [&] {
-                if (mAbsent)
+                if (mAbsent) {
                     return -1;
+                }
                 mSaid.emplace_back();
                 return static_cast<int>(mSaid.size()) - 1;
             });
@@ -472,8 +478,9 @@ class Conversation {
             kelp::MutexLock lock(mWorld.mutex);
             World::Wire& to = mWorld.wires[static_cast<size_t>(wire)];
             KELP_FUZZ_CHECK(to.shut == mModel.IsOver(wire));
-            if (to.closed || to.shut)
+            if (to.closed || to.shut) {
                 return;
+            }
             to.bytes += bytes;
         }
         mModel.Say(wire, bytes);
