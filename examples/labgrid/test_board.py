@@ -11,10 +11,10 @@ RESULT = rb"\r\n(OK|ERROR|\+CM[ES] ERROR: [^\r\n]*)\r\n"
 def ask(target):
     """Sends a command; returns the lines of the answer and what it ends in."""
     console = target.get_driver("ConsoleProtocol")
-    # A connection of its own for each test: what comes late belongs to nobody.
+    # A new connection for each test: a late answer to an earlier test is not taken for its own.
     target.deactivate(console)
     target.activate(console)
-    for _ in range(50):  # a console that never falls silent is the test's own to fail
+    for _ in range(50):  # drop old bytes; on a console that is never quiet, the test itself fails
         if console.expect(["(?s).+", pexpect.TIMEOUT], timeout=0.1)[0] == 1:
             break
 
