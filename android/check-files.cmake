@@ -1,5 +1,5 @@
-# Fails when Android.bp or TEST_MAPPING is not in step with the tree: a file or pattern that finds
-# nothing, or a test that is no module.
+# Fails when Android.bp or TEST_MAPPING does not match the tree: a file or pattern without a match,
+# or a test without a module.
 file(READ "${SOURCE_DIR}/Android.bp" blueprint)
 string(REGEX REPLACE "//[^\n]*" "" blueprint "${blueprint}")
 string(REGEX MATCHALL "\"[^\" ]*[./][^\" ]*\"" paths "${blueprint}")

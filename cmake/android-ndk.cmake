@@ -1,5 +1,5 @@
-# The toolchain of the NDK that $ANDROID_NDK names. Its place is kept in the cache, so that a later
-# configuration of the same build folder does without the environment.
+# The toolchain of the NDK in $ANDROID_NDK. The path is cached, so that the variable is needed only
+# for the first configuration of a build directory.
 list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES KELP_ANDROID_NDK)
 set(ndk "${KELP_ANDROID_NDK}")
 if(NOT ndk)

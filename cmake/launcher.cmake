@@ -1,6 +1,5 @@
-# Sets `variable` to what starts the program `target` on this machine: the program itself or, in a
-# cross build, a script that hands it to the emulator. Tests that start processes use it, because
-# the kernel would refuse the program of another architecture.
+# Sets `variable` to the command that runs the program `target` on this machine: the program itself,
+# or in a cross build a script that runs it in the emulator. For tests that start processes.
 function(kelp_launcher variable target)
     set(launcher $<TARGET_FILE:${target}>)
     if(CMAKE_CROSSCOMPILING_EMULATOR)

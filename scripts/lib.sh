@@ -51,7 +51,7 @@ wait_for() {
     shift
     until "$@" >/dev/null 2>&1; do
         if ((SECONDS >= deadline)); then
-            echo "$0: waited in vain for: $*" >&2
+            echo "$0: timed out waiting for: $*" >&2
             return 1
         fi
         sleep 0.05

@@ -1,6 +1,6 @@
-# find_package(GTest) for builds that cannot link the library in Debian's libgtest-dev (another
-# architecture, another standard library): made from the sources in Debian's package googletest,
-# with this build's compiler and flags. A preset selects it with GTest_DIR.
+# find_package(GTest) for builds that cannot link Debian's libgtest-dev (another architecture or
+# standard library): compiles the sources from Debian's package googletest with this build's
+# compiler and flags. A preset selects it with GTest_DIR.
 if(NOT TARGET GTest::gtest)
     set(KELP_GTEST_SOURCE /usr/src/googletest CACHE PATH "Sources of GoogleTest")
     if(NOT EXISTS "${KELP_GTEST_SOURCE}/CMakeLists.txt")

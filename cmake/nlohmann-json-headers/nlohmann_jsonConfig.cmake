@@ -1,5 +1,5 @@
-# find_package(nlohmann_json) for the NDK. The package is headers only, but on a PC they lie in
-# /usr/include, among those of the PC's C library: the target leads to them and to nothing else.
+# find_package(nlohmann_json) for the NDK. On a PC the headers are in /usr/include, which also holds
+# the headers of the PC's C library: the target makes only the JSON headers visible.
 if(NOT TARGET nlohmann_json::nlohmann_json)
     set(link "${CMAKE_BINARY_DIR}/nlohmann-json-headers")
     file(MAKE_DIRECTORY "${link}")
