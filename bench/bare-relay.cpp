@@ -24,7 +24,7 @@
 #include <thread>
 #include <vector>
 
-#include "endpoint.h"
+#include "support/sockets.h"
 
 namespace kelp::bench {
 namespace {
@@ -32,6 +32,14 @@ namespace {
 // More than all connections of one run; some relays open one for each client.
 constexpr int kPoolThreads = 24;
 constexpr size_t kReadBytes = 65535;
+
+LocalAddress AddressOf(const std::string& path) {
+    return test::AddressOf(path, LocalNamespace::kFilesystem);
+}
+
+int PortOf(const std::string& text) {
+    return static_cast<int>(strtol(text.c_str(), nullptr, 10));
+}
 
 UniqueFd OpenLine(const char* device) {
     return UniqueFd(open(device, O_RDWR | O_NOCTTY | O_CLOEXEC));
@@ -47,7 +55,7 @@ void Echo(int fd) {
 }
 
 int ServeEcho(const std::string& path, int port, const char* device) {
-    const UniqueFd listeners[] = {test::ListenLocal(PathAddress(path)), test::ListenTcp(port)};
+    const UniqueFd listeners[] = {test::ListenLocal(AddressOf(path)), test::ListenTcp(port)};
     for (const UniqueFd& listener : listeners) {
         for (int i = 0; i < kPoolThreads; ++i) {
             std::thread([fd = listener.Get()] {
@@ -69,9 +77,9 @@ struct Client {
 class Relay {
   public:
     Relay(bool contract, bool kept, const std::string& peer)
-        : mContract(contract), mPeer(PathAddress(peer)) {
+        : mContract(contract), mPeer(AddressOf(peer)) {
         if (kept) {
-            mKept = Connect(mPeer);
+            mKept = test::ConnectLocalBlocking(mPeer);
         }
         if (contract) {
             std::thread(&Relay::WriteAnswers, this).detach();
@@ -134,7 +142,7 @@ class Relay {
         if (mContract && mKept.Ok()) {
             recv(mKept.Get(), mBuffer.data(), mBuffer.size(), MSG_DONTWAIT);
         }
-        UniqueFd own = mKept.Ok() ? UniqueFd() : Connect(mPeer);
+        UniqueFd own = mKept.Ok() ? UniqueFd() : test::ConnectLocalBlocking(mPeer);
         const int peer = mKept.Ok() ? mKept.Get() : own.Get();
         send(peer, command, length, MSG_NOSIGNAL);
         const auto n = static_cast<size_t>(
@@ -181,7 +189,7 @@ class Relay {
 int Main(const std::vector<std::string>& words) {
     signal(SIGPIPE, SIG_IGN);
     if (words.size() == 5 && words[1] == "echo") {
-        return ServeEcho(words[2], atoi(words[3].c_str()), words[4].c_str());
+        return ServeEcho(words[2], PortOf(words[3]), words[4].c_str());
     }
     if (words.size() != 6 || (words[1] != "one-thread" && words[1] != "contract")) {
         return 2;
@@ -189,8 +197,8 @@ int Main(const std::vector<std::string>& words) {
     const std::string& transport = words[2];
     const std::string& where = words[3];
     Relay relay(words[1] == "contract", words[4] == "kept", words[5]);
-    relay.Serve(transport == "tcp"     ? test::ListenTcp(atoi(where.c_str()))
-                : transport == "local" ? test::ListenLocal(PathAddress(where))
+    relay.Serve(transport == "tcp"     ? test::ListenTcp(PortOf(where))
+                : transport == "local" ? test::ListenLocal(AddressOf(where))
                                        : UniqueFd(),
                 transport == "pty" ? OpenLine(where.c_str()) : UniqueFd());
     return 1;

@@ -20,8 +20,10 @@
 #include <map>
 #include <sstream>
 
+#include "client.h"
+#include "environment.h"
 #include "platform/thread.h"
-#include "subject.h"
+#include "runningsubject.h"
 #include "support/kelpprocess.h"
 #include "support/procstat.h"
 #include "support/wait.h"
@@ -87,7 +89,7 @@ class Measuring {
         mTimes.insert(mTimes.end(), times.begin(), times.end());
         std::string commands;
         for (int i = 0; i < kPipelined; ++i) {
-            commands += Running::kCommand;
+            commands += RunningSubject::kCommand;
         }
         const double begin = NowUs();
         for (int i = 0; i < kWrites; ++i) {
@@ -111,7 +113,7 @@ class Measuring {
         while (mGood && mSubject.transport != Transport::kPty && mSubject.who != "ser2net" &&
                mClients.size() < kClients) {
             mClients.push_back(mRunning.Connect());
-            mGood = mClients.back()->Exchange(Running::kCommand, mRunning.AnswerBytes());
+            mGood = mClients.back()->Exchange(RunningSubject::kCommand, mRunning.AnswerBytes());
         }
     }
 
@@ -122,7 +124,7 @@ class Measuring {
         const double begin = NowUs();
         for (int i = 0; i < kEachOfFour; ++i) {
             for (const auto& client : mClients) {
-                mGood = mGood && client->Send(Running::kCommand);
+                mGood = mGood && client->Send(RunningSubject::kCommand);
             }
             for (const auto& client : mClients) {
                 mGood = mGood && client->Receive(mRunning.AnswerBytes());
@@ -153,7 +155,7 @@ class Measuring {
         std::vector<double> times;
         for (int i = 0; i < count && mGood; ++i) {
             const double begin = NowUs();
-            mGood = mClients[0]->Exchange(Running::kCommand, mRunning.AnswerBytes());
+            mGood = mClients[0]->Exchange(RunningSubject::kCommand, mRunning.AnswerBytes());
             times.push_back(NowUs() - begin);
         }
         return times;
@@ -162,7 +164,7 @@ class Measuring {
 
   private:
     const Subject mSubject;
-    Running mRunning;
+    RunningSubject mRunning;
     std::vector<pid_t> mPids;
     std::vector<std::unique_ptr<Client>> mClients;
     bool mGood = true;
@@ -179,6 +181,10 @@ void TakeTurns(All& all, size_t turns, void (Measuring::*turn)()) {
             (*all[(first + i) % all.size()].*turn)();
         }
     }
+}
+
+Transport TransportOf(const std::string& name) {
+    return name == "tcp" ? Transport::kTcp : name == "pty" ? Transport::kPty : Transport::kLocal;
 }
 
 bool Measure(const std::vector<Subject>& subjects, Environment& environment, size_t turns) {
@@ -232,7 +238,8 @@ int Main(const std::vector<std::string>& words) {
     umask(077);
     Environment environment;
     // Relays with a kept connection open it at start, so the peer must listen.
-    test::WaitUntil([&] { return Connect(PathAddress(environment.peer)).Ok(); });
+    const LocalAddress peer = test::AddressOf(environment.peer, LocalNamespace::kFilesystem);
+    test::WaitUntil([&] { return test::ConnectLocalBlocking(peer).Ok(); });
     std::vector<Subject> subjects;
     for (size_t i = 4; i < words.size(); ++i) {
         subjects.push_back({words[i], TransportOf(words[2]), words[3] == "kept"});

@@ -47,7 +47,7 @@ void FrameBurst(benchmark::State& state) {
     for (size_t i = 0; i < commands; ++i) {
         stream.append(kRequest).append(kTail);
     }
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         if (Frame(stream, stream.size()) != commands) {
             state.SkipWithError("commands lost");
         }
@@ -59,7 +59,7 @@ BENCHMARK(FrameBurst)->Arg(1)->Arg(16)->RangeMultiplier(4)->Range(256, 256 << 10
 
 void FrameLongLine(benchmark::State& state) {
     const std::string stream = std::string(static_cast<size_t>(state.range(0)), 'x') + "\r\n";
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         if (Frame(stream, 64) != 1) {
             state.SkipWithError("line lost");
         }
@@ -84,7 +84,7 @@ void Refuse(benchmark::State& state, bool byModules) {
     MessagerManager manager(&config);
     Command command;
     command.mRequest.assign(kRequest.begin(), kRequest.end());
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         if (manager.HandleRequest(&command, nullptr) != kErrorUnsupportCommand) {
             state.SkipWithError("not refused");
         }
@@ -102,7 +102,7 @@ void ReceiveFromPeer(benchmark::State& state) {
         [&](const std::string&) { return test::Peer::Answer{std::string(size, 'x')}; });
     LocalSocketClient client(directory.Path("peer"));
     client.sopen();
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         std::vector<char> answer;
         client.ssend({'?'});
         while (answer.size() < size && client.sreceive(answer, {5, 0}) == LocalResult::kDone) {
@@ -120,7 +120,7 @@ void Format(benchmark::State& state) {
     const std::string answer(static_cast<size_t>(state.range(0)), 'x');
     Command command;
     command.mRequest.assign(kRequest.begin(), kRequest.end());
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         Formatter formatter;
         formatter.SetResult(0);
         formatter.SetRequest(kRequest.data(), static_cast<int>(kRequest.size()));
@@ -144,7 +144,7 @@ class Filter {
 void LogRecord(benchmark::State& state, const char* filter) {
     const Filter held(filter);
     const std::string name = "local";
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         KLOG(kLogDebug) << name << "-->" << 17 << " charactor(s) received. error->" << 0;
     }
 }
@@ -154,7 +154,7 @@ BENCHMARK_CAPTURE(LogRecord, filtered, "KELP:E");
 void LogDump(benchmark::State& state, const char* filter) {
     const Filter held(filter);
     const std::string bytes(static_cast<size_t>(state.range(0)), 'x');
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         DUMPLOG(kLogTag, "Command <<<<<<<", bytes.data(), bytes.size());
     }
 }

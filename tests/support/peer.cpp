@@ -25,9 +25,11 @@ Peer::Script Peer::Echo(const std::string& name) {
 }
 
 Peer::Peer(const std::string& name, LocalNamespace space, Script script)
-    : mIsFile(space == LocalNamespace::kFilesystem), mScript(std::move(script)) {
-    if (!MakeLocalAddress(name, space, mAddress) || !(mListener = ListenLocal(mAddress)).Ok() ||
-        !mThread.Start()) {
+    : mAddress(AddressOf(name, space)),
+      mIsFile(space == LocalNamespace::kFilesystem),
+      mScript(std::move(script)),
+      mListener(ListenLocal(mAddress)) {
+    if (!mListener.Ok() || !mThread.Start()) {
         ADD_FAILURE() << "no peer at " << name << ", errno " << errno;
     }
 }

@@ -38,7 +38,7 @@ class Peer : private Runnable {
     void Run() override;
     bool Serve(int fd);
 
-    LocalAddress mAddress;
+    const LocalAddress mAddress;
     const bool mIsFile;
     const Script mScript;
     UniqueFd mListener;

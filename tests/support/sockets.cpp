@@ -36,8 +36,18 @@ UniqueFd Socket(Enter enter, const struct sockaddr* address, socklen_t length, b
 
 }  // namespace
 
+LocalAddress AddressOf(const std::string& name, LocalNamespace space) {
+    LocalAddress address = {};
+    MakeLocalAddress(name, space, address);
+    return address;
+}
+
 UniqueFd ListenLocal(const LocalAddress& address) {
     return Socket(bind, address.Get(), address.length, true);
+}
+
+UniqueFd ConnectLocalBlocking(const LocalAddress& address) {
+    return Socket(connect, address.Get(), address.length, false);
 }
 
 UniqueFd ListenTcp(int port) {

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 
-#include "platform/localaddress.h"
 #include "support/wait.h"
 
 namespace kelp::test {
@@ -22,10 +21,9 @@ Station Station::Tcp(int port) {
 }
 
 Station Station::Local() {
-    LocalAddress address;
-    MakeLocalAddress("/dev/socket/kelp", LocalNamespace::kAbstract, address);
+    const LocalAddress address = AddressOf("/dev/socket/kelp", LocalNamespace::kAbstract);
     Station station((UniqueFd()));
-    EXPECT_TRUE(WaitUntil([&] { return (station.mFd = UniqueFd(ConnectLocal(address))).Ok(); }));
+    EXPECT_TRUE(WaitUntil([&] { return (station.mFd = ConnectLocalBlocking(address)).Ok(); }));
     return station;
 }
 

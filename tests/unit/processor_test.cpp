@@ -1,6 +1,5 @@
 #include "processor/processor.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/socket.h>
@@ -11,10 +10,10 @@
 #include "config/configmanager.h"
 #include "messager/defaultmessager.h"
 #include "messager/messagermanager.h"
-#include "platform/localaddress.h"
 #include "platform/localserver.h"
 #include "processor/command.h"
 #include "support/logcapture.h"
+#include "support/sockets.h"
 #include "support/wait.h"
 
 namespace kelp::test {
@@ -45,13 +44,11 @@ TEST(Processor, GivesUpAClientThatDoesNotRead) {
     Console console(&config, &messagers);
     LogCapture log;
     const std::string name = "kelp-test-processor-" + std::to_string(getpid());
-    LocalAddress address;
-    ASSERT_TRUE(MakeLocalAddress(name, LocalNamespace::kAbstract, address));
+    const LocalAddress address = AddressOf(name, LocalNamespace::kAbstract);
     const UniqueFd listener(ListenLocalAbstract(name));
     console.mListener = listener.Get();
     ASSERT_EQ(console.Start(), 0);
-    const UniqueFd deaf(ConnectLocal(address)), other(ConnectLocal(address));
-    fcntl(deaf.Get(), F_SETFL, 0);  // blocking
+    const UniqueFd deaf = ConnectLocalBlocking(address), other = ConnectLocalBlocking(address);
     std::string bytes = std::string(1 << 20, 'x') + "\r\n";
     ASSERT_EQ(write(deaf.Get(), bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
     EXPECT_TRUE(WaitUntil([&] {

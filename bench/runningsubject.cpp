@@ -1,20 +1,19 @@
-#include "subject.h"
+#include "runningsubject.h"
 
 #include <fcntl.h>
-#include <poll.h>
-#include <sys/time.h>
+#include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <fstream>
 
+#include "client.h"
+#include "environment.h"
+#include "support/sockets.h"
 #include "support/wait.h"
 
 namespace kelp::bench {
 
 namespace {
-
-constexpr int kReplyTimeoutMs = 5000;
 
 bool IsKelp(const Subject& subject) {
     return subject.who.rfind("kelp", 0) == 0;
@@ -41,35 +40,7 @@ std::string KelpConfig(bool kept, const std::string& peer, const std::string& us
 
 }  // namespace
 
-bool Client::Send(std::string_view data) {
-    while (!data.empty()) {
-        const ssize_t n = write(mFd.Get(), data.data(), data.size());
-        if (n <= 0) {
-            return false;
-        }
-        data.remove_prefix(static_cast<size_t>(n));
-    }
-    return true;
-}
-
-bool Client::Receive(size_t bytes) {
-    char buffer[65536];
-    while (bytes > 0) {
-        // A tty has no receive time-out; all subjects on a pty pay for this call alike.
-        struct pollfd ready = {mFd.Get(), POLLIN, 0};
-        if (mIsTty && poll(&ready, 1, kReplyTimeoutMs) <= 0) {
-            return false;
-        }
-        const ssize_t n = read(mFd.Get(), buffer, std::min(bytes, sizeof(buffer)));
-        if (n <= 0) {
-            return false;
-        }
-        bytes -= static_cast<size_t>(n);
-    }
-    return true;
-}
-
-Running::Running(const Subject& subject, Environment& environment, size_t number)
+RunningSubject::RunningSubject(const Subject& subject, Environment& environment, size_t number)
     : mSubject(subject),
       mEnvironment(environment),
       mPath(environment.directory.Path("relay-" + std::to_string(number))) {
@@ -79,7 +50,7 @@ Running::Running(const Subject& subject, Environment& environment, size_t number
     }
 }
 
-std::vector<std::string> Running::Words() const {
+std::vector<std::string> RunningSubject::Words() const {
     const auto at = static_cast<size_t>(mSubject.transport);
     const std::string transport = std::array{"local", "tcp", "pty"}[at];
     const std::string where = std::array{mPath, std::to_string(mPort), mLine.Device()}[at];
@@ -115,16 +86,16 @@ std::vector<std::string> Running::Words() const {
     return {BARE_RELAY, who, transport, where, mode, peer};
 }
 
-std::unique_ptr<Client> Running::Connect() {
+std::unique_ptr<Client> RunningSubject::Connect() {
     const bool direct = mRelay == nullptr;
-    LocalAddress address = PathAddress(direct ? mEnvironment.peer : mPath);
-    if (IsKelp(mSubject)) {
-        MakeLocalAddress("/dev/socket/kelp", LocalNamespace::kAbstract, address);
-    }
+    const LocalAddress address =
+        IsKelp(mSubject)
+            ? test::AddressOf("/dev/socket/kelp", LocalNamespace::kAbstract)
+            : test::AddressOf(direct ? mEnvironment.peer : mPath, LocalNamespace::kFilesystem);
     UniqueFd fd;
     test::WaitUntil([&] {
         if (mSubject.transport == Transport::kLocal) {
-            fd = bench::Connect(address);
+            fd = test::ConnectLocalBlocking(address);
         } else if (mSubject.transport == Transport::kTcp) {
             fd = test::ConnectTcp(direct ? mEnvironment.port : mPort);
         } else {
@@ -133,12 +104,10 @@ std::unique_ptr<Client> Running::Connect() {
         }
         return fd.Ok();
     });
-    const struct timeval patience = {kReplyTimeoutMs / 1000, 0};
-    setsockopt(fd.Get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience));
     return std::make_unique<Client>(std::move(fd), mSubject.transport == Transport::kPty);
 }
 
-std::vector<pid_t> Running::Pids() const {
+std::vector<pid_t> RunningSubject::Pids() const {
     if (mRelay == nullptr) {
         return {};
     }
@@ -151,7 +120,7 @@ std::vector<pid_t> Running::Pids() const {
     return pids;
 }
 
-size_t Running::AnswerBytes() const {
+size_t RunningSubject::AnswerBytes() const {
     // A relay that cuts lines forwards the command without its terminator, and the peer echoes
     // that.
     const bool relaysBytes =
