@@ -33,29 +33,25 @@ TEST_F(Relay, ClientsThatLeaveDoNotAffectOthers) {
     const auto wcn = Wcn(Silent());
     Start();
     Station usb = Station::Line(mUsb.Master());
-    const struct {
-        const char* name;
-        void (*leave)(Station&);
-        std::string got;
-    } rows[] = {
-        {"half-closes", [](Station& s) { s.HalfClose(); }, "late"},
-        {"resets", [](Station& s) { s.Reset(); }, ""},
-        {"closes", [](Station& s) { const Station gone = std::move(s); }, ""},
+    const std::pair<const char*, void (*)(Station&)> rows[] = {
+        {"half-closes", [](Station& s) { s.HalfClose(); }},
+        {"resets", [](Station& s) { s.Reset(); }},
+        {"closes", [](Station& s) { const Station gone = std::move(s); }},
     };
-    for (const auto& row : rows) {
+    for (const auto& [name, leave] : rows) {
         for (const bool tcp : {true, false}) {
-            SCOPED_TRACE(std::string(row.name) + (tcp ? ", TCP" : ", local"));
+            SCOPED_TRACE(std::string(name) + (tcp ? ", TCP" : ", local"));
             Station leaver = tcp ? Tcp() : Station::Local();
-            const std::string request = std::string("AT+W ") + row.name + (tcp ? "1" : "2");
+            const std::string request = std::string("AT+W ") + name + (tcp ? "1" : "2");
             ASSERT_TRUE(leaver.Send(request + "\r\n"));
             ASSERT_TRUE(wcn->WaitForRequest(request));
-            row.leave(leaver);
+            leave(leaver);
             EXPECT_TRUE(usb.Answers("X\r\n", Unsupported("X")));
             Station next = tcp ? Tcp() : Station::Local();
             ASSERT_TRUE(wcn->Push("late"));
             // Not the answer for the client that left.
             EXPECT_TRUE(next.Answers("Y\r\n", Unsupported("Y")));
-            EXPECT_EQ(leaver.ReceiveToEnd(), row.got);
+            EXPECT_EQ(leaver.ReceiveToEnd(), leaver.Fd() == -1 ? "" : "late");
         }
     }
 }
