@@ -64,12 +64,12 @@ bool ModemMessager::Open() {
     if (fd == -1) {
         return false;
     }
-    mFd = fd;
     {
         MutexLock lock(mMutex);
         mConnection = std::move(opened);
         mToRead.push_back(mConnection);
     }
+    mFd = fd;  // last: tells the module's thread that there is a connection to read
     eventfd_write(mOpened.Get(), 1);
     return true;
 }

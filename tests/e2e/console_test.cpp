@@ -102,7 +102,7 @@ TEST_F(Consoles, SwitchingOffClosesClientsWithPendingCommands) {
             mUart.Flush();
         }
     }
-    EXPECT_EQ(mKelp->Threads(), threads);
+    EXPECT_TRUE(WaitUntil([&] { return mKelp->Threads() == threads; }));
     EXPECT_TRUE(WaitUntil([&] { return mKelp->Descriptors() <= descriptors + 2; }));
 }
 
@@ -119,7 +119,7 @@ TEST_F(Consoles, NoExchangeStartsAfterAStopRequest) {
     const int64_t begin = MonotonicMs();
     Command(local, "ZAT+TCP=0");
     EXPECT_TRUE(local.Answers("X\r\n", Unsupported("X")));
-    EXPECT_LT(MonotonicMs() - begin, KELP_SANITIZED ? 10000 : 1000);
+    EXPECT_LT(MonotonicMs() - begin, 10000);
     sender.join();
     EXPECT_EQ(wcn->Connections(), 1);
     Switch(local, "ZAT+TCP=1");
@@ -141,6 +141,7 @@ TEST_F(Consoles, UnreadInputDoesNotResetUnreadAnswers) {
         Station station = Tcp();
         ASSERT_TRUE(station.Send(requests + held + "\r\n" + std::string(400000, 'y')));
         ASSERT_TRUE(wcn->WaitForRequest(held));
+        ASSERT_TRUE(mKelp->WaitForLog(": SendCmd: Response <<<<<<< (19", 200 * (i + 1)));
         Switch(local, "ZAT+TCP=0");
         EXPECT_TRUE(station.Receive(answers.size()) == answers);
         Switch(local, "ZAT+TCP=1");
@@ -173,7 +174,7 @@ TEST_F(Consoles, ARouteThatIsNotATtyCausesNoSpin) {
         std::string route, record;
         int atLeast, atMost;  // records until the end of the observed second
     } rows[] = {
-        {"/dev/null", "usb-->ioctl read error.errno->25\n", 5, 15},
+        {"/dev/null", "usb-->ioctl read error.errno->25\n", 5, 50},
         {mDir.Write("file", content),
          " E KELP    : Connect: usb-->route is not a character device\n", 1, 1},
     };
@@ -215,9 +216,10 @@ TEST_F(Consoles, AReopenedLineGetsEarlierAnswers) {
     ASSERT_TRUE(mKelp->WaitForLog(": ReConnect: usb << reconnect << fd:"));
     ASSERT_TRUE(modem->Push("RING"));
     Station line = Station::Line(again.Master());
-    EXPECT_TRUE(line.Answers("", "RING"));
-    // The module's time-out is one second.
-    EXPECT_TRUE(line.Answers("", "AT+P1\r\n\r\n6012\r\n\r\nERROR\r\n"));
+    // The module's time-out of one second may end before the message arrives.
+    const std::string late = "AT+P1\r\n\r\n6012\r\n\r\nERROR\r\n",
+                      got = line.Receive(late.size() + 4);
+    EXPECT_TRUE(got == "RING" + late || got == late + "RING") << got;
     EXPECT_TRUE(line.Answers("X\r\n", Unsupported("X")));
     mUsb = std::move(again);  // stays plugged in for the checks of TearDown
 }
@@ -226,14 +228,14 @@ TEST_F(Consoles, NewClientsDoNotExtendAQuietInterval) {
     const auto wcn = Wcn();
     Start(false, R"({"mode": "timetick", "millisecond": 300})");
     Station stations[] = {Tcp(), Tcp(), Tcp(), Tcp()};
-    ASSERT_TRUE(stations[0].Send("AT+W"));
     const int64_t begin = MonotonicMs();
+    ASSERT_TRUE(stations[0].Send("AT+W"));
     while (!Polls(stations[0].Fd(), POLLIN) && MonotonicMs() - begin < 5000) {
         const Station rejected = Tcp();
         Thread::SleepMs(50);
     }
     EXPECT_GE(MonotonicMs() - begin, 250);
-    EXPECT_LT(MonotonicMs() - begin, KELP_SANITIZED ? 4000 : 1500);
+    EXPECT_LT(MonotonicMs() - begin, 4000);
     EXPECT_TRUE(stations[0].Answers("", "<wcn:AT+W>"));
     // The bytes of the command are kept.
     EXPECT_TRUE(stations[0].Answers("\r\n2", "<wcn:AT+W\r\n2>"));
@@ -274,7 +276,7 @@ TEST_F(Consoles, UrgentBytesStayInOrder) {
             ASSERT_TRUE(station.Answers("B\r\n", Unsupported("A!B")));
         }
     }
-    EXPECT_LT(MonotonicMs() - begin, KELP_SANITIZED ? 5000 : 500);
+    EXPECT_LT(MonotonicMs() - begin, 5000);
 }
 
 TEST_F(Consoles, OpeningALineSetsItsAttributes) {

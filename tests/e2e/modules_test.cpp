@@ -75,15 +75,16 @@ TEST_F(Modem, ReconnectsToARestartedDaemon) {
         EXPECT_TRUE(station.Answers("AT+M1\r\n", "<modem:AT+M1\r\n>"));
         ASSERT_TRUE(modem->Push("half a li"));
         EXPECT_TRUE(station.Answers("", "half a li"));
+        const int lost = mKelp->Logged("disconnect ,retry:");
         modem.reset();
-        ASSERT_TRUE(mKelp->WaitForLog(" E KELP    : Run: disconnect ,retry:", i + 1));
+        ASSERT_TRUE(mKelp->WaitForLog(" E KELP    : Run: disconnect ,retry:", lost + 1));
         for (int j = 0; j < 5; ++j) {
             EXPECT_TRUE(station.Answers("AT+Mlost\r\nX\r\n", Unsupported("X")));
         }
         // A connection is tried once a second.
         const int64_t switches = Switches(mKelp->Pid());
         Thread::SleepMs(2000);
-        EXPECT_TRUE(KELP_SANITIZED || Switches(mKelp->Pid()) - switches <= 6);
+        EXPECT_TRUE(KELP_SANITIZED || Switches(mKelp->Pid()) - switches <= 12);
         modem = Daemon("modem", script);
         EXPECT_TRUE(WaitUntil([&] { return modem->Connections() == 1; }));
         const int64_t begin = MonotonicMs();
@@ -99,7 +100,7 @@ TEST_F(Modem, ReconnectsToARestartedDaemon) {
         EXPECT_TRUE(station.Answers("AT+M3\r\n", "bye"));
         ASSERT_TRUE(mKelp->WaitForLog("disconnect ,retry:", lost + 1));
     }
-    EXPECT_LT(MonotonicMs() - begin, KELP_SANITIZED ? 8000 : 3000);
+    EXPECT_LT(MonotonicMs() - begin, 8000);
 }
 
 TEST_F(Modem, AnAbsentDaemonIsTriedOnceASecond21Times) {
@@ -107,7 +108,7 @@ TEST_F(Modem, AnAbsentDaemonIsTriedOnceASecond21Times) {
     Start(true);
     ASSERT_TRUE(mKelp->WaitForLog(" E KELP    : Run: Connect Fail. Exit!!!\n"));
     EXPECT_GE(MonotonicMs() - begin, 21000);
-    EXPECT_LT(MonotonicMs() - begin, KELP_SANITIZED ? 30000 : 22500);
+    EXPECT_LT(MonotonicMs() - begin, KELP_SANITIZED ? 30000 : 25000);
     EXPECT_EQ(mKelp->Logged(" E KELP    : TryConnect: reach max count(20). Connect fail.\n"), 1);
     EXPECT_TRUE(KELP_SANITIZED || StaysIdle(mKelp->Pid()));
     Station station = Tcp();
@@ -246,7 +247,7 @@ TEST_F(Pcba, TheTimeOutCoversTheWholeRecord) {
     const std::string part = Int(0) + Text("AT+P1") + Int(1 << 20) + std::string(5000, 'x');
     const int64_t ms =
         PushesUntil(*daemon, part, [&] { EXPECT_TRUE(station.Answers("", Mismatch("AT+P1"))); });
-    EXPECT_LT(ms, KELP_SANITIZED ? 5000 : 1500);
+    EXPECT_LT(ms, 5000);
 }
 
 TEST_F(Pcba, PendingRequestsAreBoundedAndBlockNoConsole) {
@@ -295,7 +296,7 @@ TEST_F(Pcba, PendingRequestsAreBoundedAndBlockNoConsole) {
     for (Station* station : {&local, &tcp}) {
         EXPECT_TRUE(station->Answers("", Mismatch(large.substr(0, 1 << 20))));
     }
-    EXPECT_LT(MonotonicMs() - begin, KELP_SANITIZED ? 5000 : 1500);
+    EXPECT_LT(MonotonicMs() - begin, KELP_SANITIZED ? 5000 : 1900);
     deaf = false;
     ASSERT_TRUE(tcp.Send("AT+P=5\r\n") && daemon->WaitForRequest("AT+P=5"));
     ASSERT_TRUE(daemon->Push(Record("AT+P=5", "5")));
@@ -303,25 +304,27 @@ TEST_F(Pcba, PendingRequestsAreBoundedAndBlockNoConsole) {
 }
 
 TEST_F(Modules, AnswersInSeveralPieces) {
-    const auto wcn = Wcn([](const std::string&) { return Peer::Answer{"one"}; });
-    const auto bench = Default(Silent());
+    const auto wcn = Wcn(Silent()), bench = Default(Silent());
     const std::string path = R"("path": ")" + mDir.Path("wcn");
-    StartWith(path, R"("quiet": 300, )" + path);
+    StartWith(path, R"("quiet": 1000, )" + path);
     Station station = Tcp();
     for (const std::string request : {"AT+W1", "AT+W2"}) {
         ASSERT_TRUE(station.Send(request + "\r\n"));
-        ASSERT_TRUE(wcn->WaitForRequest(request) && wcn->Push("two"));
+        ASSERT_TRUE(wcn->WaitForRequest(request) && wcn->Push("one") && wcn->Push("two"));
         Thread::SleepMs(100);
         ASSERT_TRUE(wcn->Push("three"));
         EXPECT_TRUE(station.Answers("", "onetwothree"));
     }
-    // A long answer that arrives slowly is relayed.
-    ASSERT_TRUE(station.Send("AT+B\r\n") && bench->WaitForRequest("AT+B"));
-    const int64_t ms = PushesUntil(*bench, std::string(4096, 'x'), [&] { station.Receive(4096); });
-    EXPECT_LT(ms, KELP_SANITIZED ? 5000 : 2000);
-    // The rest is dropped: a new connection, after those of the two starts.
-    ASSERT_TRUE(station.Send("AT+B2\r\n") && bench->WaitForRequest("AT+B2"));
-    EXPECT_EQ(bench->Connections(), 3);
+    // A long answer that arrives slowly is relayed, and its connection closed. If the pushing
+    // thread is held up for 20 ms, the answer is complete, and the connection is kept: try again.
+    EXPECT_TRUE(WaitUntil([&] {
+        Station asking = Tcp();
+        bool good = asking.Send("AT+B\r\n") && bench->WaitForRequest("AT+B");
+        const int before = bench->Connections();
+        EXPECT_LT(PushesUntil(*bench, std::string(4096, 'x'), [&] { asking.Receive(4096); }), 5000);
+        good = good && asking.Send("AT+B2\r\n") && bench->WaitForRequest("AT+B2");
+        return bench->Push("!") && good && bench->Connections() == before + 1;
+    }));
 }
 
 }  // namespace

@@ -86,8 +86,10 @@ TEST_F(Relay, ASlowReaderGetsALongAnswer) {
     for (int i = 0; answer.size() < 5 << 20; ++i) {
         answer += std::to_string(i);
     }
-    const auto wcn = Wcn([&](const std::string&) { return Peer::Answer{answer}; });
-    Start();
+    // The close ends the answer; without a quiet time, so would a peer that is held up for 20 ms.
+    const auto wcn = Wcn([&](const std::string&) { return Peer::Answer{answer, true}; });
+    const std::string path = R"("path": ")" + mDir.Path("wcn");
+    StartWith(path, R"("quiet": 20000, )" + path, false);
     for (Station& station : std::array{Tcp(), Station::Local()}) {
         ASSERT_TRUE(station.Send("AT+W\r\n"));
         ASSERT_TRUE(wcn->WaitForRequest("AT+W"));

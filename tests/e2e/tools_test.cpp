@@ -88,7 +88,7 @@ TEST(Tools, SendReportsTheOutcomeOfEachAnswer) {
     const std::pair<const char*, std::string> rows[] = {
         {"$S BAD OK", "x\r\nERROR\r\n1\r\nOK\r\n|1"},
         {"$S BAD OK --stop", "x\r\nERROR\r\n|1"},
-        {"$S TEXT OK --quiet 50", "abcabca1\r\nOK\r\n|4"},
+        {"$S TEXT OK --quiet 500", "abcabca1\r\nOK\r\n|4"},
         {"$S TEXT --quiet 50 --expect cab", "abcabca|0"},
         {"$S TEXT --quiet 50 --expect y --timeout 1", "abcabcakelp-send: TEXT" + late},
         {"$S OK --expect 1 --expect O", "1\r\nOK\r\n|0"},
@@ -101,7 +101,7 @@ TEST(Tools, SendReportsTheOutcomeOfEachAnswer) {
         {"$S Z=2 --expect Z", z + "kelp-send: Z=2" + error},
         {"$S Z=2 --expect-error Z:Un", z + "|0"},
         {"$S Z=2 --expect-error =2", z + "kelp-send: Z=2" + unexpected},
-        {"$S +R --quiet 400 --expect 2", r + "|0"},
+        {"$S +R --quiet 550 --expect 2", r + "|0"},
         {"$S +R --quiet 400 --expect C:", r + "kelp-send: +R" + unexpected},
         {"$S +Q --quiet 50 --expect C --timeout 1", "\r\n+C: 1\r\nkelp-send: +Q" + late},
         {"$S +P=1 --expect 1", "\r\n+Ev: 1\r\n\r\nOK\r\nkelp-send: +P=1" + unexpected},

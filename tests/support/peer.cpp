@@ -91,7 +91,10 @@ bool Peer::Serve(int fd) {
 bool Peer::WaitForRequest(const std::string& request) {
     return WaitUntil([&] {
         MutexLock lock(mMutex);
-        return mLastRequest == request;
+        // Requests that arrive together are read as one.
+        const size_t at = mLastRequest.size() - request.size();
+        return at <= mLastRequest.size() &&
+               mLastRequest.compare(at, std::string::npos, request) == 0;
     });
 }
 

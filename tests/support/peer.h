@@ -28,7 +28,7 @@ class Peer : private Runnable {
     // Ends every connection; a filesystem socket is removed.
     ~Peer() override;
 
-    // Waits until the last request is exactly `request`.
+    // Waits until the bytes of the last read end with `request`.
     bool WaitForRequest(const std::string& request);
     // Sends on the newest connection, also unsolicited; waits for the first connection.
     bool Push(const std::string& bytes);

@@ -55,10 +55,10 @@ bool StaysIdle(pid_t pid) {
     const char* const seconds = getenv("KELP_IDLE_SECONDS");
     const long idleMs = seconds != nullptr ? strtol(seconds, nullptr, 10) * 1000 : 2000;
     int64_t before;
-    // Settled: no context switch for 100 ms.
+    // Settled: no context switch for 500 ms. A thread that waits for a core does not switch.
     const bool settled = WaitUntil([&] {
         before = Switches(pid);
-        Thread::SleepMs(100);
+        Thread::SleepMs(500);
         return Switches(pid) == before;
     });
     Thread::SleepMs(static_cast<int>(idleMs));

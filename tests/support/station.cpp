@@ -34,8 +34,13 @@ Station Station::Line(int master) {
 bool Station::Send(std::string_view bytes) {
     struct pollfd writable = {mFd.Get(), POLLOUT, 0};
     while (!bytes.empty() && poll(&writable, 1, kPatienceMs) == 1) {
-        // Works for blocking and non-blocking descriptors; a tty may accept a part.
-        const ssize_t n = write(mFd.Get(), bytes.data(), std::min<size_t>(bytes.size(), 4096));
+        // Works for blocking and non-blocking descriptors; a tty may accept a part. No SIGPIPE when
+        // the daemon has closed the connection.
+        const size_t size = std::min<size_t>(bytes.size(), 4096);
+        ssize_t n = send(mFd.Get(), bytes.data(), size, MSG_NOSIGNAL);
+        if (n < 0 && errno == ENOTSOCK) {
+            n = write(mFd.Get(), bytes.data(), size);
+        }
         if (n < 0 && errno != EAGAIN) {
             break;
         }

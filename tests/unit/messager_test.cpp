@@ -40,16 +40,5 @@ TEST(Messager, MatchesTestCommandsAndWhiteListPrefixes) {
     }
 }
 
-TEST(Messager, DestroyedModulesLogNoError) {
-    ConfigManager config;
-    config.ConstructModuleConfig("pcba");
-    config.GetModuleByName("modem")->path = "/nonexistent/modem";
-    LogCapture log;
-    std::make_unique<MessagerManager>(&config).reset();
-    for (const std::string& record : log.Take()) {
-        EXPECT_NE(record[0], 'E') << record;
-    }
-}
-
 }  // namespace
 }  // namespace kelp::test
