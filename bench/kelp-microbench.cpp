@@ -7,12 +7,10 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <memory>
 #include <string>
 #include <string_view>
 
 #include "config/configmanager.h"
-#include "messager/defaultmessager.h"
 #include "messager/formatter.h"
 #include "messager/messagermanager.h"
 #include "platform/localsocketclient.h"

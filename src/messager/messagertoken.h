@@ -1,7 +1,6 @@
 // A request of the PCBA module that waits for its answer.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <memory>
 

@@ -1,6 +1,5 @@
 #include "common/arguments.h"
 
-#include <errno.h>
 #include <sysexits.h>
 
 #include <cstdio>
