@@ -10,7 +10,8 @@
 
 namespace kelp::bench {
 
-// A directory, the echo peer, and kelp's UART, which stays unused.
+// A directory; the echo peer, which also serves a port and a line (for "direct"); and kelp's UART,
+// which stays unused.
 struct Environment {
     const test::TempDir directory;
     const std::string peer = directory.Path("peer");

@@ -24,7 +24,8 @@ class RunningSubject {
     // `number` is unique among the running subjects.
     RunningSubject(const Subject& subject, Environment& environment, size_t number);
 
-    // Waits until the subject listens.
+    // Waits until the subject listens, for at most 30 seconds; after that every exchange of the
+    // client fails.
     std::unique_ptr<Client> Connect();
     // The relay and its child processes; none for "direct".
     std::vector<pid_t> Pids() const;

@@ -13,7 +13,7 @@ namespace kelp {
 struct CommonConfig {
     std::string name;             // "uart", "usb", "local" or "tcp"
     Shared<bool> active = false;  // opened and served
-    bool support = false;         // present in this build
+    bool support = false;         // exists; if not, no command can switch the console on
     Shared<std::string> route;    // device node, local socket name, or IPv4 address to bind
     Shared<int32_t> port = 0;     // of "tcp" only
     int32_t timeout = 0;          // stored and written back, otherwise unused

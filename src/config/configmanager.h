@@ -35,7 +35,7 @@ class ConfigManager {
     // The first record of exactly this name, or null.
     CommonConfig* GetConfigByName(const std::string& name);
     ModuleInfo* GetModuleByName(const std::string& name);
-    // Whether this build supports the console; false for a name that no console has.
+    // Whether the console exists ("support"); false for a name that no console has.
     bool SupportConsoleMode(const std::string& name);
 
     // Appends the record of a module that only the file names.

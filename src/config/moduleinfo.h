@@ -9,7 +9,7 @@ namespace kelp {
 
 // Written before any other thread starts, only read afterwards.
 struct ModuleInfo {
-    int32_t timeout = 0;                 // of one exchange with the peer, in seconds
+    int32_t timeout = 0;                 // for an answer of pcba and fm, in seconds; 0: no limit
     int32_t quietMs = 0;                 // silence that ends an answer; 0: off
     bool keepAlive = false;              // keep the connection to the peer between requests
     std::string name;                    // key of the module factory

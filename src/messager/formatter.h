@@ -26,9 +26,9 @@ class Formatter {
     bool Matches(const Command& command) const;
 
     // Replaces the command's response with the complete answer: the echo of its request, the value
-    // line or error line, and OK or ERROR. An answer text that contains the request is already
-    // complete and is sent unchanged. A stored request that does not begin with the command's gives
-    // the mismatch answer. Clears request and text; keeps the result.
+    // line or error line, and OK or ERROR. An answer text that contains the stored request is
+    // already complete and is sent unchanged. A stored request that does not begin with the
+    // command's gives the mismatch answer. Clears request and text; keeps the result.
     void GetResponse(Command* command);
 
     // Appends the head of a value line: the request from its first '+' up to its first '=' (else

@@ -14,11 +14,11 @@ struct CommonConfig;
 // Serves the commands that begin with "ZAT+": switch consoles on and off, set the TCP console's
 // address and port, and write these settings back.
 //
-// A switch is never done while its command is served: a send thread does it after it has written an
-// answer of this module. Each answer performs the oldest queued switch, so switches run in the
-// order of the requests, one at a time. Of two consoles with control commands at the same time, the
-// answer on one may therefore perform the switch of the other, whose own answer may still be
-// unsent; a console that is switched off drops its unsent answers.
+// A switch is never done while its command is served: a send thread does it after it has written or
+// dropped an answer of this module. Each such answer performs the oldest queued switch, so switches
+// run in the order of the requests, one at a time. Of two consoles with control commands at the
+// same time, the answer on one may therefore perform the switch of the other, whose own answer may
+// still be unsent; a console that is switched off drops its unsent answers.
 //
 // A send thread that finds another thread switching hands its switch to that thread and goes on, so
 // two consoles that switch each other off never wait for each other.

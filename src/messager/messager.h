@@ -32,7 +32,8 @@ class Messager {
     // that received it; several consoles may call at once. `processor` is that console. Returns 0
     // or an error code.
     virtual unsigned HandleMessager(Command* command, void* processor) = 0;
-    // Called on a console's send thread once an answer with this module in mMessager has been sent.
+    // Called on a send thread once an answer with this module in mMessager has been written, or
+    // dropped because its console stopped or its client is gone.
     virtual unsigned HandleComplete() { return 0; }
 
     // True when the whole request, in upper case, is one of the test commands, or begins with one

@@ -47,8 +47,8 @@ class MessagerManager {
     // 6008 when either is null (the caller keeps the command). Any thread.
     unsigned HandleResponse(Command* command, void* processor);
 
-    // Tells the command's module, if it set one, that the answer has been sent. Called on a
-    // console's send thread.
+    // Tells the command's module, if it set one, that the answer has been written or dropped.
+    // Called on the console's send thread, or on the thread that stops the console.
     unsigned HandleComplete(Command* command);
 
     ModuleInfo* GetModuleByName(const std::string& name);

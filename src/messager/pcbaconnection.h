@@ -24,8 +24,8 @@ struct PCBAConnection {
 
     const std::shared_ptr<LocalSocketClient> client;
     size_t waiting = 0;  // requests without their records; guarded by the module's mMutex
-    // Both used by the module's thread while requests wait, else by the thread that writes the next
-    // one.
+    // The next two belong to the module's thread while requests are pending, otherwise to the
+    // thread that writes the next request.
     std::vector<char> bytes;  // received, not yet cut into records
     bool givenUp = false;
 };

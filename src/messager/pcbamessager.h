@@ -21,10 +21,10 @@ struct PCBAConnection;
 
 // Requests are written on the console's receive thread. The module's own thread waits for the
 // answers in the order of the requests, each on the connection that its request was written on.
-// With keep-alive all share one connection. It takes no more requests after it is lost, timed out,
-// brought a damaged record or one that echoes another request, or took only part of a request; it
-// is closed when its pending requests are answered. Without keep-alive each request has its own
-// connection.
+// With keep-alive all share one connection. That connection takes no more requests once it is lost,
+// a request on it has timed out or was written only in part, or a record on it is damaged or echoes
+// another request; it is closed when its pending requests are answered. Without keep-alive each
+// request has its own connection.
 //
 // Pending requests are bounded in number and bytes. A request beyond that, or one that the daemon
 // does not read within a second, gets the mismatch answer at once. So a console waits at most a

@@ -9,7 +9,7 @@
 
 namespace kelp {
 
-// When an answer is complete. Normally after the first read. From 4 KiB on, or with `quietMs`,
+// When an answer is complete: normally after the first read. From 4 KiB on, or with `quietMs`,
 // reading continues until the peer closes or is quiet for 20 ms, or for `quietMs`.
 struct AnswerEnd {
     int32_t quietMs = 0;          // above 0: the peer may write one answer in several pieces

@@ -8,8 +8,8 @@
 
 namespace kelp {
 
-// Non-recursive; any thread may use it. Never fails once constructed. A lock that is called a leaf
-// at its declaration: no other lock, except that of the log, is taken while it is held.
+// Non-recursive; any thread may use it. Never fails once constructed. While a lock that is
+// called a leaf at its declaration is held, no other lock is taken, except that of the log.
 class KELP_CAPABILITY("mutex") Mutex {
   public:
     Mutex() { pthread_mutex_init(&mMutex, nullptr); }

@@ -51,8 +51,8 @@ class ClientHandle {
     void HangUp();
 
     // Marks the client as gone and closes the descriptor once nobody holds it. While the client
-    // keeps sending, blocks until `deadlineMs` (of MonotonicMs) at most, so that no reset overtakes
-    // its last answers.
+    // keeps sending, blocks until 100 ms after `deadlineMs` (of MonotonicMs) at most, so that no
+    // reset overtakes its last answers.
     void Close(int64_t deadlineMs);
 
   private:

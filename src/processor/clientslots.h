@@ -41,7 +41,7 @@ class ClientSlots {
     // The largest number in a slot, -1 without one. Takes no lock.
     int MaxNumber() const { return mMaxNumber; }
 
-    // Closes the descriptors of all clients, including those that have left. Blocks for at most 0.5
+    // Closes the descriptors of all clients, including those that have left. Blocks for at most 0.6
     // seconds, while clients keep sending.
     void CloseAll();
 

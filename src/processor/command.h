@@ -29,7 +29,7 @@ class Command {
     std::vector<char> mRequest;     // as framed, without the terminator
     std::vector<char> mResponse;    // complete on the wire; the console adds nothing
     int mClientFd = -1;             // the client's number when it asked; -1: no answer is written
-    Messager* mMessager = nullptr;  // told when the answer has been sent; not owned
+    Messager* mMessager = nullptr;  // told when the answer is written or dropped; not owned
     std::shared_ptr<ClientHandle> mClient;  // null: the answer is written to mClientFd itself
 };
 

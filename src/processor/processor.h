@@ -78,8 +78,8 @@ class Processor {
     // Open and close the descriptors without the threads. The daemon itself does not call them.
     virtual int ConnectByApp();
     virtual void DisConnectByApp();
-    // Opens the console and starts its threads. 0, or -1 when it is not active or does not open, or
-    // when the calling thread is told to stop meanwhile.
+    // Opens the console and starts its threads. 0, or -1 when it is not active, does not open, or
+    // gets no threads, or when the calling thread is told to stop meanwhile.
     virtual int Start();
     // Ends both threads, also blocked ones, and closes every descriptor of the console. On return
     // all framed commands have been routed, without an exchange with a peer. On the console's own
@@ -152,8 +152,8 @@ class Processor {
     // Thread::Stop order the two.
     fd_set mReadFds;
     std::shared_ptr<ClientHandle> mCurrentClient;  // last client read; null after a failed read
-    int64_t mQuietDeadlineMs =
-        -1;  // MonotonicMs at which the buffer becomes a command; -1: no deadline
+    // MonotonicMs at which the buffer becomes a command; -1: no deadline.
+    int64_t mQuietDeadlineMs = -1;
     FrameBuffer mRecvBuffer;
     const std::unique_ptr<char[]> mReadBuf;
     int64_t mAcceptFailureLoggedMs = 0;
