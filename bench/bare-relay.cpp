@@ -33,10 +33,6 @@ namespace {
 constexpr int kPoolThreads = 24;
 constexpr size_t kReadBytes = 65535;
 
-LocalAddress AddressOf(const std::string& path) {
-    return test::AddressOf(path, LocalNamespace::kFilesystem);
-}
-
 int PortOf(const std::string& text) {
     return static_cast<int>(strtol(text.c_str(), nullptr, 10));
 }
@@ -55,7 +51,7 @@ void Echo(int fd) {
 }
 
 int ServeEcho(const std::string& path, int port, const char* device) {
-    const UniqueFd listeners[] = {test::ListenLocal(AddressOf(path)), test::ListenTcp(port)};
+    const UniqueFd listeners[] = {test::ListenLocal(test::AddressOf(path)), test::ListenTcp(port)};
     for (const UniqueFd& listener : listeners) {
         for (int i = 0; i < kPoolThreads; ++i) {
             std::thread([fd = listener.Get()] {
@@ -77,7 +73,7 @@ struct Client {
 class Relay {
   public:
     Relay(bool contract, bool kept, const std::string& peer)
-        : mContract(contract), mPeer(AddressOf(peer)) {
+        : mContract(contract), mPeer(test::AddressOf(peer)) {
         if (kept) {
             mKept = test::ConnectLocalBlocking(mPeer);
         }
@@ -198,7 +194,7 @@ int Main(const std::vector<std::string>& words) {
     const std::string& where = words[3];
     Relay relay(words[1] == "contract", words[4] == "kept", words[5]);
     relay.Serve(transport == "tcp"     ? test::ListenTcp(PortOf(where))
-                : transport == "local" ? test::ListenLocal(AddressOf(where))
+                : transport == "local" ? test::ListenLocal(test::AddressOf(where))
                                        : UniqueFd(),
                 transport == "pty" ? OpenLine(where.c_str()) : UniqueFd());
     return 1;

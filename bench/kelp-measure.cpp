@@ -160,6 +160,7 @@ class Measuring {
         }
         return times;
     }
+    bool Good() const { return mGood; }  // every exchange so far was answered
     const std::vector<pid_t>& Pids() const { return mPids; }
 
   private:
@@ -210,9 +211,10 @@ bool CountCalls(const Subject& subject, Environment& environment) {
         words.insert(words.end(), {"-p", std::to_string(pid)});
     }
     test::Process strace(words, environment.directory.Write("strace", ""));
-    test::WaitUntil([&] {
-        const int attached = test::Occurrences(environment.directory.Read("strace"), "attached");
-        return !strace.Running() || attached >= static_cast<int>(measuring.Pids().size());
+    // Also ends when strace cannot run: there is no table then.
+    const bool attached = test::WaitUntil([&] {
+        const int count = test::Occurrences(environment.directory.Read("strace"), "attached");
+        return !strace.Running() || count >= static_cast<int>(measuring.Pids().size());
     });
     measuring.RoundTrips(kCounted);
     kill(strace.Pid(), SIGINT);
@@ -225,7 +227,7 @@ bool CountCalls(const Subject& subject, Environment& environment) {
         total >> calls;
     }
     printf("%s\tcalls\t%f\n", subject.who.c_str(), calls / kCounted);
-    return !total.fail();
+    return attached && measuring.Good() && !total.fail();
 }
 
 int Main(const std::vector<std::string>& words) {
@@ -238,8 +240,11 @@ int Main(const std::vector<std::string>& words) {
     umask(077);
     Environment environment;
     // Relays with a kept connection open it at start, so the peer must listen.
-    const LocalAddress peer = test::AddressOf(environment.peer, LocalNamespace::kFilesystem);
-    test::WaitUntil([&] { return test::ConnectLocalBlocking(peer).Ok(); });
+    const LocalAddress peer = test::AddressOf(environment.peer);
+    if (!test::WaitUntil([&] { return test::ConnectLocalBlocking(peer).Ok(); })) {
+        fputs("FAILED: the echo peer does not listen\n", stderr);
+        return 1;
+    }
     std::vector<Subject> subjects;
     for (size_t i = 4; i < words.size(); ++i) {
         subjects.push_back({words[i], TransportOf(words[2]), words[3] == "kept"});

@@ -89,9 +89,8 @@ std::vector<std::string> RunningSubject::Words() const {
 std::unique_ptr<Client> RunningSubject::Connect() {
     const bool direct = mRelay == nullptr;
     const LocalAddress address =
-        IsKelp(mSubject)
-            ? test::AddressOf("/dev/socket/kelp", LocalNamespace::kAbstract)
-            : test::AddressOf(direct ? mEnvironment.peer : mPath, LocalNamespace::kFilesystem);
+        IsKelp(mSubject) ? test::AddressOf("/dev/socket/kelp", LocalNamespace::kAbstract)
+                         : test::AddressOf(direct ? mEnvironment.peer : mPath);
     UniqueFd fd;
     test::WaitUntil([&] {
         if (mSubject.transport == Transport::kLocal) {

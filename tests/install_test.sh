@@ -50,6 +50,7 @@ for page in "$root"/usr/share/man/man?/*; do
     name=$(basename "$page" .gz)
     [[ $name == *.1 ]] || continue
     zcat "$page" | sed 's/\\-/-/g' >"$root/page"
+    [[ $("${name%.1}" --version) == "${name%.1} "* ]] || fail "$name: --version"
     for option in $("${name%.1}" --help | grep -oE -- '--[a-z0-9-]+' | sort -u); do
         grep -qE -- "$option([^a-z0-9-]|\$)" "$root/page" || fail "$name says nothing of $option"
     done

@@ -142,7 +142,7 @@ bool KELPMessager::UpdateCommucationActive(std::string console, bool active) {
 }
 
 std::deque<KELPMessager::HandedOver>& KELPMessager::HandedOverQueue() {
-    static auto* queue = new std::deque<HandedOver>;
+    static auto* queue = new std::deque<HandedOver>;  // never destroyed: exit ends no threads
     return *queue;
 }
 

@@ -69,7 +69,7 @@ bool ModemMessager::Open() {
         mConnection = std::move(opened);
         mToRead.push_back(mConnection);
     }
-    mFd = fd;  // last: tells the module's thread that there is a connection to read
+    mFd = fd;  // after mToRead, where the module's thread then expects the connection
     eventfd_write(mOpened.Get(), 1);
     return true;
 }

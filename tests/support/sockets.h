@@ -9,7 +9,7 @@
 namespace kelp::test {
 
 // All zero when the name does not fit.
-LocalAddress AddressOf(const std::string& name, LocalNamespace space);
+LocalAddress AddressOf(const std::string& name, LocalNamespace space = LocalNamespace::kFilesystem);
 
 // Blocking stream sockets, without Nagle's delay on TCP; not Ok(), with errno, when that fails.
 // TCP is on the loopback interface; port 0 takes any.
