@@ -39,9 +39,13 @@ PeerConnection::PeerConnection(UniqueFd fd, const Role& role, std::string name, 
     mLog.Line(mName, "connected");
 }
 
-bool PeerConnection::MayRead() const {
-    return !mRole.deaf && !mInputEnded && mQueue.WaitingBytes() <= kMaxWaitingBytes &&
+bool PeerConnection::HasRoom() const {
+    return mQueue.WaitingBytes() <= kMaxWaitingBytes &&
            mQueue.WaitingOutputs() <= kMaxWaitingOutputs;
+}
+
+bool PeerConnection::MayRead() const {
+    return !mRole.deaf && !mInputEnded && !mIsHeld && HasRoom();
 }
 
 short PeerConnection::Events() const {
@@ -49,6 +53,9 @@ short PeerConnection::Events() const {
 }
 
 int64_t PeerConnection::NextDueMs() const {
+    if (mIsHeld && HasRoom()) {
+        return 0;
+    }
     int64_t next = mBlocked ? -1 : mQueue.NextDueMs();
     for (const Timer& timer : mTimers) {
         if (timer.dueMs >= 0 && (next < 0 || timer.dueMs < next)) {
@@ -61,7 +68,7 @@ int64_t PeerConnection::NextDueMs() const {
 bool PeerConnection::Serve(short revents, int64_t nowMs) {
     const bool gone = (revents & (POLLHUP | POLLERR)) != 0;
     if ((revents & POLLIN) != 0 && MayRead()) {
-        if (!Read(nowMs)) {
+        if (!Read()) {
             mLog.Line(mName, "lost");
             return false;
         }
@@ -69,19 +76,20 @@ bool PeerConnection::Serve(short revents, int64_t nowMs) {
         mLog.Line(mName, "hung up");
         return false;
     }
+    AnswerRequests(nowMs);
     SendUnsolicited(nowMs);
     if ((!mBlocked || (revents & POLLOUT) != 0) && !Write(nowMs)) {
         mLog.Line(mName, "lost");
         return false;
     }
-    if (mQueue.Ended() || (mInputEnded && (gone || mQueue.Empty()))) {
+    if (mQueue.Ended() || (mInputEnded && (gone || (mQueue.Empty() && !mIsHeld)))) {
         mLog.Line(mName, "closed");
         return false;
     }
     return true;
 }
 
-bool PeerConnection::Read(int64_t nowMs) {
+bool PeerConnection::Read() {
     static char sBuffer[kReadBytes];
     size_t together = 0;
     for (;;) {
@@ -102,12 +110,12 @@ bool PeerConnection::Read(int64_t nowMs) {
             break;
         }
     }
-    return AnswerRequests(nowMs);
+    return mCutter.Waiting() <= kMaxRequestBytes;
 }
 
-bool PeerConnection::AnswerRequests(int64_t nowMs) {
+void PeerConnection::AnswerRequests(int64_t nowMs) {
     std::string_view request;
-    while (mCutter.Next(request)) {
+    while (HasRoom() && mCutter.Next(request)) {
         mLog.Request(mName, request);
         const Answer* answer = FindAnswer(mRole, request);
         const Answer unknown = answer == nullptr ? AnswerToUnknown(mRole.kind) : Answer();
@@ -122,7 +130,7 @@ bool PeerConnection::AnswerRequests(int64_t nowMs) {
         mLog.Answer(mName, output.pattern, output.total);
         mQueue.AddAnswer(std::move(output));
     }
-    return mCutter.Waiting() <= kMaxRequestBytes;
+    mIsHeld = !HasRoom();
 }
 
 void PeerConnection::SendUnsolicited(int64_t nowMs) {

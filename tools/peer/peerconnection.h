@@ -13,8 +13,9 @@
 
 namespace kelp::tools {
 
-// Never blocks. While too much output waits for a client that does not read, its requests are not
-// read and unsolicited messages are skipped. Times are milliseconds of MonotonicMs. One thread.
+// Never blocks. While too much output waits for a client that does not read, its requests are
+// neither read nor answered and unsolicited messages are skipped. Times are milliseconds of
+// MonotonicMs. One thread.
 class PeerConnection {
   public:
     // `role` and `log` must outlive it. `fd` is a stream socket.
@@ -38,9 +39,10 @@ class PeerConnection {
         int left;       // 0: without end
     };
 
+    bool HasRoom() const;  // for more output
     bool MayRead() const;
-    bool Read(int64_t nowMs);
-    bool AnswerRequests(int64_t nowMs);
+    bool Read();
+    void AnswerRequests(int64_t nowMs);
     void SendUnsolicited(int64_t nowMs);
     bool Write(int64_t nowMs);
 
@@ -53,6 +55,7 @@ class PeerConnection {
     std::vector<Timer> mTimers;
     bool mInputEnded = false;
     bool mBlocked = false;  // the last write would have blocked
+    bool mIsHeld = false;   // requests that have been read may wait for room
 };
 
 }  // namespace kelp::tools
