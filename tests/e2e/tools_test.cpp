@@ -81,6 +81,11 @@ TEST(Tools, SendReportsTheOutcomeOfEachAnswer) {
     const std::string unexpected = ": the answer is not the expected one\n|1";
     const std::string error = ": the answer is an error\n|1";
     const std::string late = ": no complete answer in time\n|2";
+    const auto report = [](const std::string& text, int status) {
+        return (status == 1 ? ": the answer is not the expected one"
+                            : ": no complete answer in time") +
+               ("; \"" + text + "\" is only in an unsolicited report\n|") + std::to_string(status);
+    };
     const std::string z = "Z=2\r\n\r\n+Z:Unsupport command\r\n\r\nOK\r\n";
     const std::string r = "\r\n+C: 1\r\n\r\n+R: 2\r\n\r\nOK\r\n\r\n+C: 1\r\n";
     const std::string i = "\r\n+GCAP: 1\r\n\r\nOK\r\n\r\n+C: 2\r\n";
@@ -102,14 +107,14 @@ TEST(Tools, SendReportsTheOutcomeOfEachAnswer) {
         {"$S Z=2 --expect-error Z:Un", z + "|0"},
         {"$S Z=2 --expect-error =2", z + "kelp-send: Z=2" + unexpected},
         {"$S +R --quiet 550 --expect 2", r + "|0"},
-        {"$S +R --quiet 400 --expect C:", r + "kelp-send: +R" + unexpected},
-        {"$S +Q --quiet 50 --expect C --timeout 1", "\r\n+C: 1\r\nkelp-send: +Q" + late},
-        {"$S +P=1 --expect 1", "\r\n+Ev: 1\r\n\r\nOK\r\nkelp-send: +P=1" + unexpected},
+        {"$S +R --quiet 400 --expect C:", r + "kelp-send: +R" + report("C:", 1)},
+        {"$S +Q --quiet 50 --expect C --timeout 1", "\r\n+C: 1\r\nkelp-send: +Q" + report("C", 2)},
+        {"$S +P=1 --expect 1", "\r\n+Ev: 1\r\n\r\nOK\r\nkelp-send: +P=1" + report("1", 1)},
         {"$S ATI --expect 1", i + "|0"},
-        {"$S ATI --expect 2", i + "kelp-send: ATI" + unexpected},
+        {"$S ATI --expect 2", i + "kelp-send: ATI" + report("2", 1)},
         {"$S AT+H --expect 2", h + "|0"},
         {"$S AT+H --expect AT", h + "kelp-send: AT+H" + unexpected},
-        {"$S AT+H --expect 1", h + "kelp-send: AT+H" + unexpected},
+        {"$S AT+H --expect 1", h + "kelp-send: AT+H" + report("1", 1)},
         {"$S E --quiet 1 --expect E --timeout 1", "Ekelp-send: E" + late},
         {"$S ECHOFIRST --quiet 50 --expect E",
          "ECHOFIRST\r\nERROR\r\nkelp-send: ECHOFIRST" + error},
@@ -128,7 +133,8 @@ TEST(Tools, SendReportsTheOutcomeOfEachAnswer) {
     }
     EXPECT_NE(Send("$S HEX --json --quiet 50").find(",\"hex\":\"FF00\"}\n|4"), std::string::npos);
     EXPECT_EQ(Result(KELP_SEND " --terminator '' --timeout 1 $S TEXT --expect cab"),
-              "abcabcakelp-send: TEXT" + late);  // silence alone does not complete it
+              "abcabcakelp-send: TEXT: no complete answer in time; an answer without a result line "
+              "needs --quiet\n|2");
 
     const Pty line;
     ASSERT_EQ(write(line.Master(), "\r\nOK\r\n", 6), 6);  // the answer to an earlier command

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "common/text.h"
 #include "main/errorcode.h"
 
 namespace kelp::tools {
@@ -125,7 +126,8 @@ AnswerJudge::Parts AnswerJudge::Split() const {
             echoEnd = lineEnd;
             parts.proper.clear();
         } else if (IsReport(line) && (at > resultAt || IsAsked({}))) {
-            // Dropped with the CR LF before it; the one after it stays for the next line.
+            // Taken out with the CR LF before it; the one after it stays for the next line.
+            parts.reports += answer.substr(end, lineEnd - end);
         } else {
             isText = true;
             parts.proper += answer.substr(end, lineEnd - end);
@@ -161,12 +163,12 @@ bool AnswerJudge::IsFinal() const {
 }
 
 bool AnswerJudge::MayEndInSilence() const {
-    if (IsEmpty() || mExpectation.texts.empty()) {
-        return !IsEmpty();
+    const Parts parts = Split();
+    if (IsBlank(parts.afterEcho) || mExpectation.texts.empty()) {
+        return !IsBlank(parts.afterEcho);
     }
-    const Verdict verdict = Judge();
-    return verdict == Verdict::kError ||
-           (verdict == Verdict::kOk && mExpectation.inSilence && !IsBlank(Split().proper));
+    return IsError(parts.afterEcho) ||
+           (mExpectation.inSilence && !IsBlank(parts.proper) && Judge() == Verdict::kOk);
 }
 
 bool AnswerJudge::IsError(std::string_view answer) const {
@@ -193,6 +195,17 @@ Verdict AnswerJudge::Judge() const {
         found = found && Contains(parts.proper, text);
     }
     return found ? Verdict::kOk : Verdict::kUnexpected;
+}
+
+std::string AnswerJudge::Remedy() const {
+    const Parts parts = Split();
+    for (const std::string& text : mExpectation.texts) {
+        if (!Contains(parts.proper, text) && Contains(parts.reports, text)) {
+            return "; " + Quoted(text) + " is only in an unsolicited report";
+        }
+    }
+    const bool wouldPass = !mExpectation.texts.empty() && Judge() == Verdict::kOk;
+    return wouldPass ? "; an answer without a result line needs --quiet" : "";
 }
 
 }  // namespace kelp::tools

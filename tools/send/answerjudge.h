@@ -44,11 +44,14 @@ class AnswerJudge {
     bool MayEndInSilence() const;
     // For a complete answer.
     Verdict Judge() const;
+    // For an answer that is incomplete or not as expected: "; " and what helps, or empty.
+    std::string Remedy() const;
 
   private:
     struct Parts {
         std::string_view afterEcho;
         std::string proper;
+        std::string reports;
     };
 
     Parts Split() const;

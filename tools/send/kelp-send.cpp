@@ -182,10 +182,12 @@ void Program::Explain(const std::string& command, const Exchange& exchange) cons
     const std::string shown = kelp::tools::Printable(command);
     switch (exchange.outcome) {
         case Outcome::kTimeOut:
-            fprintf(stderr, "kelp-send: %s: no complete answer in time\n", shown.c_str());
+            fprintf(stderr, "kelp-send: %s: no complete answer in time%s\n", shown.c_str(),
+                    exchange.error.c_str());
             break;
         case Outcome::kUnexpected:
-            fprintf(stderr, "kelp-send: %s: the answer is not the expected one\n", shown.c_str());
+            fprintf(stderr, "kelp-send: %s: the answer is not the expected one%s\n", shown.c_str(),
+                    exchange.error.c_str());
             break;
         case Outcome::kError:
             if (!mOptions.settings.expectation.texts.empty()) {

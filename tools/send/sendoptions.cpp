@@ -19,7 +19,8 @@ constexpr char kHelp[] =
     "\v"
     "TARGET is HOST:PORT, [IPV6]:PORT, an IPv4 address alone (port 3000), @NAME for an abstract "
     "local socket, or the path of a local socket or of a tty. A path must contain a '/'. A tty is "
-    "put in raw mode at 115200 baud, and bytes that it received before it was opened are dropped. "
+    "locked and put in raw mode at 115200 baud, and bytes that it received before it was opened "
+    "are dropped. "
     "TEXT may contain \\r \\n \\t \\\\ and \\xHH.\n"
     "\n"
     "An answer is complete when it ends in a line OK, ERROR, +CME ERROR: or +CMS ERROR: between "
@@ -27,7 +28,8 @@ constexpr char kHelp[] =
     "echo of the command has arrived. --expect and --expect-error ignore the echo and unsolicited "
     "reports, and with them the quiet time completes only an error or, if --quiet is given, an "
     "answer that passes. Bytes that arrive between two commands are also printed (with --json: "
-    "status UNASKED).\n"
+    "status UNASKED). After a time-out the next command uses a new connection; on a tty it is sent "
+    "only after the late answer, which is printed like these bytes, or ends with a time-out, too.\n"
     "\n"
     "Exit status, the largest of all commands:\n"
     "  0   OK          passed: the answer ends in OK, or it is as expected\n"
@@ -35,7 +37,7 @@ constexpr char kHelp[] =
     "                  error text of the daemon, or contains \"Unsupport command\"\n"
     "  1   UNEXPECTED  the answer is complete, but not as expected\n"
     "  2   TIMEOUT     the answer was not complete in time; what arrived is printed\n"
-    "  3   NOCONNECT   could not connect\n"
+    "  3   NOCONNECT   could not connect, or another program has locked the tty\n"
     "  3   LOST        the connection ended without an answer\n"
     "  4   TEXT        the answer is complete, but neither OK nor an error, and\n"
     "                  nothing was expected\n"
@@ -70,7 +72,8 @@ constexpr struct argp_option kOptions[] = {
      0},
     {"quiet", kQuiet, "MS", 0,
      "milliseconds of silence that complete an answer without a result line; default 500; 0: "
-     "never. With --expect or --expect-error, such an answer passes only if this option is given",
+     "never. With --expect or --expect-error, such an answer passes only if it is an error or this "
+     "option is given",
      0},
     {"terminator", kTerminator, "HEX", 0,
      "bytes to send after each command; default 0D0A; empty: none", 0},

@@ -39,6 +39,9 @@ Station::Station(Target target, StationSettings settings)
 
 Exchange Station::Send(const std::string& command, const Listener& unasked, const Listener& heard) {
     Exchange exchange;
+    if (mOverdue && !TakeOverdue(exchange, unasked)) {
+        return exchange;
+    }
     mDeadlineMs = MonotonicMs() + mSettings.timeoutMs;
     if (mFd.Ok()) {
         TakeUnasked(unasked);
@@ -61,13 +64,40 @@ Exchange Station::Send(const std::string& command, const Listener& unasked, cons
         exchange.error =
             std::string("the connection ended without an answer") + (atOnce ? kMayBeFull : "");
     }
+    if (exchange.outcome == Outcome::kUnexpected || exchange.outcome == Outcome::kTimeOut) {
+        exchange.error = judge.Remedy();
+    }
     if (exchange.outcome == Outcome::kTimeOut) {
         exchange.milliseconds = MonotonicMs() - startMs;
-        if (!isTty) {
-            mFd.Reset();  // so that a late answer is not taken for the next one
-        }
+        Abandon(command, exchange.answer);
     }
     return exchange;
+}
+
+// The rest of the answer must not be taken for the next one.
+void Station::Abandon(const std::string& command, const std::string& answer) {
+    if (isatty(mFd.Get()) == 0) {
+        mFd.Reset();
+        return;
+    }
+    // Whatever its text, silence completes it where --quiet says so.
+    const Expectation& expected = mSettings.expectation;
+    mOverdue.emplace(command, expected.inSilence ? Expectation() : expected);
+    mOverdue->Append(answer);
+}
+
+// False when the overdue answer does not come: then nothing may be sent.
+bool Station::TakeOverdue(Exchange& exchange, const Listener& unasked) {
+    int64_t lastByteMs = MonotonicMs();
+    mDeadlineMs = lastByteMs + mSettings.timeoutMs;
+    if (Converse(*mOverdue, {}, lastByteMs, unasked) == Outcome::kTimeOut) {
+        exchange.outcome = Outcome::kTimeOut;
+        exchange.milliseconds = mSettings.timeoutMs;
+        exchange.error = "; it was not sent, because an earlier answer is overdue";
+        return false;
+    }
+    mOverdue.reset();
+    return true;
 }
 
 bool Station::Connect(Exchange& exchange) {

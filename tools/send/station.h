@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -24,13 +25,14 @@ enum class Outcome { kOk, kError, kText, kUnexpected, kTimeOut, kLost, kNoConnec
 struct Exchange {
     Outcome outcome = Outcome::kNoConnection;
     std::string answer;        // all received bytes, whatever the outcome
-    std::string error;         // the reason of kNoConnection and kLost
+    std::string error;         // the reason of kNoConnection and kLost; a remedy for the others
     int64_t milliseconds = 0;  // from sending to the last received byte
 };
 
 // One thread. The first command connects, and the connection is kept. The next command reconnects
-// after a lost connection or (except on a tty) an overdue answer. Opening a tty drops the bytes it
-// has received: they answer an earlier command.
+// after a lost connection or an overdue answer. A tty is kept: the next command waits for the
+// overdue answer and is sent after it, or not at all. Opening a tty drops the bytes it has
+// received: they answer an earlier command.
 class Station {
   public:
     Station(Target target, StationSettings settings);
@@ -38,8 +40,8 @@ class Station {
     // Called with bytes as they arrive, inside Send.
     using Listener = std::function<void(std::string_view)>;
 
-    // Sends a command and waits for its answer, at most for the time-out. `unasked` gets the bytes
-    // that arrived since the last answer.
+    // Waits for an overdue answer, sends a command and waits for its answer, each at most for the
+    // time-out. `unasked` gets the bytes that arrived before the command was sent.
     Exchange Send(const std::string& command, const Listener& unasked, const Listener& heard);
 
   private:
@@ -47,6 +49,8 @@ class Station {
 
     bool Connect(Exchange& exchange);
     Input Read(std::string_view& bytes);
+    void Abandon(const std::string& command, const std::string& answer);
+    bool TakeOverdue(Exchange& exchange, const Listener& unasked);
     void TakeUnasked(const Listener& unasked);
     void Write(std::string_view& unsent);
     Outcome Converse(AnswerJudge& judge, std::string_view unsent, int64_t& lastByteMs,
@@ -55,7 +59,8 @@ class Station {
     const Target mTarget;
     const StationSettings mSettings;
     UniqueFd mFd;
-    int64_t mDeadlineMs = 0;  // of the command, in MonotonicMs
+    std::optional<AnswerJudge> mOverdue;  // on the open tty
+    int64_t mDeadlineMs = 0;              // of the answer, in MonotonicMs
 };
 
 }  // namespace kelp::tools

@@ -7,6 +7,7 @@
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <string.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <termios.h>
@@ -79,17 +80,16 @@ UniqueFd ConnectLocalName(const std::string& name, LocalNamespace space, std::st
 
 UniqueFd OpenTty(const std::string& path, std::string& error) {
     UniqueFd fd(open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
-    struct termios settings;
-    if (!fd.Ok() || tcgetattr(fd.Get(), &settings) != 0) {
-        error = strerror(errno);
-        return UniqueFd();
-    }
-    cfmakeraw(&settings);
-    settings.c_cflag |= CLOCAL | CREAD;
+    struct termios settings = {};  // raw, whatever was set before
+    settings.c_cflag = CS8 | CREAD | CLOCAL;
+    settings.c_cc[VMIN] = 1;
     cfsetospeed(&settings, B115200);
     cfsetispeed(&settings, B115200);
-    if (tcsetattr(fd.Get(), TCSANOW, &settings) != 0) {
-        error = strerror(errno);
+    // The lock first: whoever holds it needs the line as it is.
+    if (!fd.Ok() || flock(fd.Get(), LOCK_EX | LOCK_NB) != 0 ||
+        tcsetattr(fd.Get(), TCSANOW, &settings) != 0) {
+        const bool isLocked = errno == EWOULDBLOCK || errno == EBUSY;
+        error = isLocked ? "locked by another program" : strerror(errno);
         return UniqueFd();
     }
     tcflush(fd.Get(), TCIFLUSH);

@@ -22,9 +22,9 @@ struct Target {
 // a path, which contains a '/'. False for anything else.
 bool ParseTarget(const std::string& text, Target& target);
 
-// Connects or opens: non-blocking, close-on-exec; a tty is set raw at 115200 baud and its received
-// bytes are dropped. Blocks for at most `timeoutMs` milliseconds, plus the look-up of a host name.
-// On failure the result is not Ok(), with a message.
+// Connects or opens: non-blocking, close-on-exec; a tty is locked by flock(2), set raw at 115200
+// baud, and its received bytes are dropped. Blocks for at most `timeoutMs` milliseconds, plus the
+// look-up of a host name. On failure the result is not Ok(), with a message.
 UniqueFd OpenTarget(const Target& target, int timeoutMs, std::string& error);
 
 // A connection that ends within this many milliseconds without a byte may mean that all client
