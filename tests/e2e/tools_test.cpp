@@ -62,21 +62,29 @@ std::string Send(const std::string& arguments) {
 
 TEST(Tools, SendReportsTheOutcomeOfEachAnswer) {
     ASSERT_TRUE(kExported);
-    Program peer(KELP_PEER
-                 R"( --wcn $S --request OK --answer '1\r\nOK\r\n' --pieces 1 --pause 1)"
-                 R"( --request TEXT --answer abc --bytes 7 --request HEX --hex FF00)"
-                 R"( --request BAD --answer 'x\r\nERROR\r\n' --delay 9 --request MUTE --silent)"
-                 R"( --request CME --answer '\r\n+CME ERROR: 10\r\n')"
-                 R"( --request OFF --answer 'Invalid descriptor')"
-                 R"( --request Z=2 --answer 'Z=2\r\n\r\n+Z:Unsupport command\r\n\r\nOK\r\n')"
-                 R"( --request +R --answer '\r\n+C: 1\r\n\r\n+R: 2\r\n\r\nOK\r\n\r\n+C: 1\r\n')"
-                 R"( --pieces 9 --pause 200 --request +Q --answer '\r\n+C: 1\r\n')"
-                 R"( --request +P=1 --answer '\r\n+Ev: 1\r\n\r\nOK\r\n' --pause 1)"
-                 R"( --request ATI --answer '\r\n+GCAP: 1\r\n\r\nOK\r\n\r\n+C: 2\r\n')"
-                 R"( --request AT+H --answer '\r\n> AT+H\r\n+HI: 1\r\n+h: 2\r\n+C: 3\r\nOK\r\n')"
-                 R"( --request GO --silent --close --request E --echo)"
-                 R"( --request ECHOFIRST --echo --answer '\r\nERROR\r\n' --pieces 9 --pause 200)"
-                 R"( --modem $S-m --answer . --echo --unsolicited U --after 0)");
+    const TempDir dir;
+    const std::string answers =
+        R"({"request": "OK", "answer": "1\r\nOK\r\n", "pieces": 1, "pause": 1},
+        {"request": "TEXT", "answer": "abc", "bytes": 7}, {"request": "HEX", "hex": "FF00"},
+        {"request": "BAD", "answer": "x\r\nERROR\r\n", "delay": 9},
+        {"request": "MUTE", "silent": true},
+        {"request": "CME", "answer": "\r\n+CME ERROR: 10\r\n"},
+        {"request": "OFF", "answer": "Invalid descriptor"},
+        {"request": "Z=2", "answer": "Z=2\r\n\r\n+Z:Unsupport command\r\n\r\nOK\r\n"},
+        {"request": "+R", "answer": "\r\n+C: 1\r\n\r\n+R: 2\r\n\r\nOK\r\n\r\n+C: 1\r\n",
+         "pieces": 9, "pause": 200},
+        {"request": "+Q", "answer": "\r\n+C: 1\r\n"},
+        {"request": "+P=1", "answer": "\r\n+Ev: 1\r\n\r\nOK\r\n", "pause": 1},
+        {"request": "ATI", "answer": "\r\n+GCAP: 1\r\n\r\nOK\r\n\r\n+C: 2\r\n"},
+        {"request": "AT+H", "answer": "\r\n> AT+H\r\n+HI: 1\r\n+h: 2\r\n+C: 3\r\nOK\r\n"},
+        {"request": "GO", "silent": true, "close": true}, {"request": "E", "echo": true},
+        {"request": "ECHOFIRST", "echo": true, "answer": "\r\nERROR\r\n", "pieces": 9,
+         "pause": 200})";
+    const std::string script = R"({"roles": [{"role": "wcn", "socket": ")" + kSocket +
+                               R"(", "answers": [)" + answers +
+                               R"(]}, {"role": "modem", "socket": ")" + kSocket + R"(-m",
+        "answers": [{"answer": ".", "echo": true}], "unsolicited": [{"text": "U", "after": 0}]}]})";
+    Program peer(KELP_PEER " " + dir.Write("script.json", script));
     ASSERT_EQ(peer.Output('\n'), "ready " + kSocket + " " + kSocket + "-m\n");
     const std::string unexpected = ": the answer is not the expected one\n|1";
     const std::string error = ": the answer is an error\n|1";

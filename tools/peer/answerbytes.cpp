@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "main/errorcode.h"
-#include "peer/peerkeys.h"
 
 namespace kelp::tools {
 
@@ -28,9 +27,7 @@ Output Shape(const Answer& answer, std::string bytes) {
     if (bytes.empty() || answer.silent) {
         return output;
     }
-    output.total = answer.totalBytes >= 0
-                       ? static_cast<uint64_t>(answer.totalBytes)
-                       : static_cast<uint64_t>(bytes.size()) * static_cast<uint64_t>(answer.repeat);
+    output.total = answer.totalBytes >= 0 ? static_cast<uint64_t>(answer.totalBytes) : bytes.size();
     const size_t once = bytes.size();
     const uint64_t wanted = std::min<uint64_t>(output.total, kRunBytes);
     while (bytes.size() < wanted) {
@@ -53,8 +50,9 @@ const Answer* FindAnswer(const Role& role, std::string_view request) {
 }
 
 Answer AnswerToUnknown(RoleKind kind) {
-    Answer answer = MakeAnswer(kind);
+    Answer answer;
     if (kind == RoleKind::kPcba) {
+        answer.echo = true;
         answer.result = kErrorUnsupportCommand;
     } else {
         answer.text = "\r\nERROR\r\n";
@@ -86,9 +84,7 @@ Output ComposeUnsolicited(const Answer& answer, int64_t nowMs) {
 }
 
 std::string PcbaRecord(const Answer& answer, std::string_view request) {
-    const std::string_view echoed = !answer.echo      ? std::string_view()
-                                    : answer.echoText ? std::string_view(*answer.echoText)
-                                                      : request;
+    const std::string_view echoed = answer.echo ? request : std::string_view();
     std::string record;
     AppendInt(record, answer.result);
     AppendInt(record, answer.requestLength.value_or(static_cast<int32_t>(echoed.size())));

@@ -34,7 +34,7 @@ PeerConnection::PeerConnection(UniqueFd fd, const Role& role, std::string name, 
       mCutter(role.requestEnd, role.requestStart) {
     for (const Answer& answer : role.unsolicited) {
         const int first = answer.afterMs >= 0 ? answer.afterMs : answer.everyMs;
-        mTimers.push_back({&answer, nowMs + first, answer.everyMs > 0 ? answer.times : 1});
+        mTimers.push_back({&answer, nowMs + first});
     }
     mLog.Line(mName, "connected");
 }
@@ -45,7 +45,7 @@ bool PeerConnection::HasRoom() const {
 }
 
 bool PeerConnection::MayRead() const {
-    return !mRole.deaf && !mInputEnded && !mIsHeld && HasRoom();
+    return !mInputEnded && !mIsHeld && HasRoom();
 }
 
 short PeerConnection::Events() const {
@@ -138,16 +138,15 @@ void PeerConnection::SendUnsolicited(int64_t nowMs) {
         if (timer.dueMs < 0 || timer.dueMs > nowMs) {
             continue;
         }
-        // Messages skipped for a client that does not read count as sent.
+        // A message is not sent later to a client that does not read now.
         if (mQueue.WaitingBytes() <= kMaxWaitingBytes) {
             Output output = ComposeUnsolicited(*timer.answer, nowMs);
             mLog.Answer(mName, output.pattern, output.total);
             mQueue.AddUnsolicited(std::move(output));
         }
         // Missed repetitions are not sent later.
-        timer.dueMs =
-            timer.left == 1 ? -1 : std::max(timer.dueMs + timer.answer->everyMs, nowMs + 1);
-        timer.left -= timer.left > 0 ? 1 : 0;
+        const int everyMs = timer.answer->everyMs;
+        timer.dueMs = everyMs == 0 ? -1 : std::max(timer.dueMs + everyMs, nowMs + 1);
     }
 }
 

@@ -36,7 +36,6 @@ class PeerConnection {
     struct Timer {
         const Answer* answer;
         int64_t dueMs;  // -1: no more
-        int left;       // 0: without end
     };
 
     bool HasRoom() const;  // for more output

@@ -1,4 +1,4 @@
-// The description of a bench peer, filled from a script file or from options.
+// The description of a bench peer, filled from a script.
 #pragma once
 
 #include <optional>
@@ -20,30 +20,26 @@ struct Answer {
     bool silent = false;
     bool close = false;   // the connection, after the answer
     int delayMs = 0;      // after the request
-    int repeat = 1;       // how often the whole answer is sent
     int totalBytes = -1;  // not negative: the answer is cut or repeated to this length
     int pieceBytes = 0;   // not 0: written in pieces of this length ...
     int pauseMs = 0;      // ... with this pause between them
 
     // In the record of a pcba peer. Lengths, when given, replace the true ones.
     int result = 0;
-    std::optional<std::string> echoText;
     std::optional<int> requestLength;
     std::optional<int> responseLength;
 
     // Times of an unsolicited message, counted from the start of each connection.
     int afterMs = -1;  // the first time; -1: after everyMs
     int everyMs = 0;   // 0: once
-    int times = 0;     // 0: without end
 };
 
 struct Role {
     RoleKind kind = RoleKind::kWcn;
-    std::string name;             // in the log
+    std::string name;             // in the log; default: that of the kind
     std::string socket;           // a path, or '@' and an abstract name
     std::string requestEnd;       // empty: a request is what arrives together ...
     std::string requestStart;     // ... cut, unless this is empty, wherever this occurs again
-    bool deaf = false;            // never reads
     std::vector<Answer> answers;  // the first match is used
     std::vector<Answer> unsolicited;
 };

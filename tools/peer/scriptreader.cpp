@@ -11,6 +11,21 @@
 
 namespace kelp::tools {
 
+namespace {
+
+// By the role's name; false when there is no such kind.
+bool SetKind(Role& role) {
+    if (role.name == "modem") {
+        role.kind = RoleKind::kModem;
+        role.requestEnd = "\r\n";
+    } else if (role.name == "pcba") {
+        role.kind = RoleKind::kPcba;
+    }
+    return role.name == "wcn" || role.kind != RoleKind::kWcn;
+}
+
+}  // namespace
+
 ScriptReader::ScriptReader(std::string file, std::string text)
     : mFile(std::move(file)), mText(WithoutByteOrderMark(std::move(text))), mLocator(mText) {}
 
@@ -54,24 +69,21 @@ bool ScriptReader::ReadRole(size_t object, Script& script) {
         return false;
     }
     // The kind decides what the other members mean, wherever it is in the object.
-    std::string kindName;
-    RoleKind kind = RoleKind::kWcn;
-    if (!json.Get("role", kindName) || !FindRoleKind(kindName, kind)) {
+    Role role;
+    if (!json.Get("role", role.name) || !SetKind(role)) {
         size_t place = object;
         for (const JsonMember& member : members) {
             place = member.key == "role" ? member.valueOffset : place;
         }
         return Fail(place, "\"role\" must be \"wcn\", \"modem\" or \"pcba\"");
     }
-    Role role = MakeRole(kind);
     for (const JsonMember& member : members) {
         if (member.key != "role" && !ReadRoleMember(json, member, role)) {
             return false;
         }
     }
-    const std::string wrong = CheckRole(role);
-    if (!wrong.empty()) {
-        return Fail(object, wrong);
+    if (role.socket.empty() || role.socket == "@") {
+        return Fail(object, "a role needs a \"socket\"");
     }
     script.push_back(std::move(role));
     return true;
@@ -85,22 +97,18 @@ bool ScriptReader::ReadRoleMember(const neb::CJsonObject& json, const JsonMember
     if (member.key == "unsolicited") {
         return ReadAnswers(member.valueOffset, kBySelf, role);
     }
-    KeyValue value;
-    if (member.key == "socket") {
-        const KeyInfo info = {"socket", KeyType::kText, 0, 0, nullptr};
-        const bool ok = ReadValue(json, member, info, value);
-        role.socket = value.text;
-        return ok;
-    }
-    const RoleKey* key = FindRoleKey(member.key);
-    if (key == nullptr) {
+    std::string* const text = member.key == "socket"          ? &role.socket
+                              : member.key == "name"          ? &role.name
+                              : member.key == "request-start" ? &role.requestStart
+                                                              : nullptr;
+    if (text == nullptr) {
         return Fail(member.keyOffset, "unknown key " + Quoted(member.key));
     }
-    if (!ReadValue(json, member, key->info, value)) {
-        return false;
+    if (text == &role.requestStart && !role.requestEnd.empty()) {
+        return Fail(member.keyOffset, "\"request-start\" is not for \"modem\"");
     }
-    key->set(role, value);
-    return true;
+    return json.Get(std::string(member.key), *text) ||
+           Fail(member.valueOffset, Quoted(member.key) + " must be a string");
 }
 
 bool ScriptReader::ReadAnswers(size_t list, AnswerUse use, Role& role) {
@@ -108,7 +116,8 @@ bool ScriptReader::ReadAnswers(size_t list, AnswerUse use, Role& role) {
         return false;
     }
     for (const size_t element : mLocator.Elements(list)) {
-        Answer answer = MakeAnswer(role.kind);
+        Answer answer;
+        answer.echo = role.kind == RoleKind::kPcba;
         if (!Expect(element, '{', "an object") || !ReadAnswer(element, use, role, answer)) {
             return false;
         }
@@ -133,7 +142,7 @@ bool ScriptReader::ReadAnswer(size_t object, AnswerUse use, const Role& role, An
         }
         KeyValue value;
         if (!CheckExclusion(members, member, key->excludes) ||
-            !ReadValue(json, member, key->info, value)) {
+            !ReadValue(json, member, *key, value)) {
             return false;
         }
         key->set(answer, value);
@@ -155,9 +164,9 @@ bool ScriptReader::CheckExclusion(const std::vector<JsonMember>& members, const 
 }
 
 bool ScriptReader::ReadValue(const neb::CJsonObject& json, const JsonMember& member,
-                             const KeyInfo& info, KeyValue& value) {
+                             const AnswerKey& answerKey, KeyValue& value) {
     const std::string key(member.key);
-    switch (info.type) {
+    switch (answerKey.type) {
         case KeyType::kText:
             return json.Get(key, value.text) ||
                    Fail(member.valueOffset, Quoted(key) + " must be a string");
@@ -170,17 +179,16 @@ bool ScriptReader::ReadValue(const neb::CJsonObject& json, const JsonMember& mem
             return json.Get(key, value.flag) ||
                    Fail(member.valueOffset, Quoted(key) + " must be true or false");
         default:
-            return ReadNumber(json, member, info, value.number);
+            return ReadNumber(json, member, answerKey, value.number);
     }
 }
 
 bool ScriptReader::ReadNumber(const neb::CJsonObject& json, const JsonMember& member,
-                              const KeyInfo& info, int& number) {
+                              const AnswerKey& key, int& number) {
     const bool ok = json.Get(std::string(member.key), number);
-    return (ok && number >= info.min && number <= info.max) ||
+    return (ok && number >= key.min && number <= key.max) ||
            Fail(member.valueOffset, Quoted(member.key) + " must be a whole number from " +
-                                        std::to_string(info.min) + " to " +
-                                        std::to_string(info.max));
+                                        std::to_string(key.min) + " to " + std::to_string(key.max));
 }
 
 bool ScriptReader::OpenObject(size_t object, neb::CJsonObject& json,

@@ -32,9 +32,9 @@ class ScriptReader {
     bool ReadAnswer(size_t object, AnswerUse use, const Role& role, Answer& answer);
     bool CheckExclusion(const std::vector<JsonMember>& members, const JsonMember& member,
                         const char* excluded);
-    bool ReadValue(const neb::CJsonObject& json, const JsonMember& member, const KeyInfo& info,
+    bool ReadValue(const neb::CJsonObject& json, const JsonMember& member, const AnswerKey& key,
                    KeyValue& value);
-    bool ReadNumber(const neb::CJsonObject& json, const JsonMember& member, const KeyInfo& info,
+    bool ReadNumber(const neb::CJsonObject& json, const JsonMember& member, const AnswerKey& key,
                     int& number);
     // The object's members, each once, and a handle to read them.
     bool OpenObject(size_t object, neb::CJsonObject& json, std::vector<JsonMember>& members);

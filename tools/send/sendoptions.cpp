@@ -17,7 +17,7 @@ constexpr char kHelp[] =
     "on a terminal, sends each typed line and shows everything that arrives, until the end of file "
     "(Ctrl-D)."
     "\v"
-    "TARGET is HOST:PORT, [IPV6]:PORT, an IPv4 address alone (port 3000), @NAME for an abstract "
+    "TARGET is HOST:PORT, an IPv4 address alone (port 3000), @NAME for an abstract "
     "local socket, or the path of a local socket or of a tty. A path must contain a '/'. A tty is "
     "locked and put in raw mode at 115200 baud, and bytes that it received before it was opened "
     "are dropped. "

@@ -54,6 +54,7 @@ UniqueFd ConnectTcpAddress(const struct addrinfo& address, int64_t deadlineMs) {
 
 UniqueFd ConnectTcp(const Target& target, int timeoutMs, std::string& error) {
     struct addrinfo hints = {};
+    hints.ai_family = AF_INET;
     hints.ai_socktype = SOCK_STREAM;
     struct addrinfo* found = nullptr;
     const int64_t deadlineMs = MonotonicMs() + timeoutMs;
@@ -111,19 +112,13 @@ bool ParseTarget(const std::string& text, Target& target) {
         target = {Target::Kind::kTcp, text, kDefaultPort};
         return true;
     }
-    const size_t colon = text.rfind(':');
+    const size_t colon = text.find(':');
     int port = 0;
     if (colon == text.npos || !ParseNumber(text.substr(colon + 1), 1, 65535, port)) {
         return false;
     }
-    std::string host = text.substr(0, colon);
-    if (host.size() > 2 && host.front() == '[' && host.back() == ']') {
-        host = host.substr(1, host.size() - 2);
-    } else if (host.find(':') != host.npos) {
-        return false;
-    }
-    target = {Target::Kind::kTcp, host, std::to_string(port)};
-    return !host.empty();
+    target = {Target::Kind::kTcp, text.substr(0, colon), std::to_string(port)};
+    return colon > 0;
 }
 
 UniqueFd OpenTarget(const Target& target, int timeoutMs, std::string& error) {

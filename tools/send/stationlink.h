@@ -18,8 +18,8 @@ struct Target {
     std::string port;  // of kTcp
 };
 
-// Parses "HOST:PORT", "[IPV6]:PORT", an IPv4 address alone (the daemon's default port), "@NAME", or
-// a path, which contains a '/'. False for anything else.
+// Parses "HOST:PORT", an IPv4 address alone (the daemon's default port), "@NAME", or a path, which
+// contains a '/'. False for anything else.
 bool ParseTarget(const std::string& text, Target& target);
 
 // Connects or opens: non-blocking, close-on-exec; a tty is locked by flock(2), set raw at 115200

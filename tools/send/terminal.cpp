@@ -4,7 +4,6 @@
 #include <poll.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <utility>
 
@@ -15,36 +14,13 @@ namespace kelp::tools {
 
 namespace {
 
-bool IsControl(unsigned char byte) {
-    return byte < ' ' || byte == 0x7f;
-}
-
-// Length in bytes of the first UTF-8 character; 0 when it is invalid.
-size_t CharacterLength(std::string_view bytes) {
-    const auto lead = static_cast<unsigned char>(bytes[0]);
-    const size_t length = lead < 0x80 ? 1 : lead < 0xc2 ? 0 : lead < 0xe0 ? 2 : lead < 0xf0 ? 3 : 4;
-    for (size_t i = 1; i < length; ++i) {
-        if (i >= bytes.size() || (static_cast<unsigned char>(bytes[i]) & 0xc0) != 0x80) {
-            return 0;
-        }
-    }
-    return lead < 0xf5 ? length : 0;
-}
-
-// Noise must not switch the terminal's mode: only layout characters pass. Controls are those of
-// ASCII, and 0x80 to 0x9f as single bytes or as UTF-8 characters.
+// Noise must not switch the terminal's mode: only printable ASCII and layout characters pass.
 std::string WithoutControls(std::string_view bytes) {
     std::string shown;
-    for (; !bytes.empty();) {
-        const size_t length = CharacterLength(bytes);
-        const std::string_view next = bytes.substr(0, std::max<size_t>(length, 1));
-        const bool isLayout = next == "\r" || next == "\n" || next == "\t";
-        const bool isC1 =
-            next[0] == '\xc2' && length == 2 && static_cast<unsigned char>(next[1]) < 0xa0;
-        const bool isControl =
-            length == 0 || isC1 || IsControl(static_cast<unsigned char>(next[0]));
-        shown += isControl && !isLayout ? Printable(next) : std::string(next);
-        bytes.remove_prefix(next.size());
+    for (const char c : bytes) {
+        const bool isLayout = c == '\r' || c == '\n' || c == '\t';
+        const bool passes = isLayout || (c >= ' ' && c < 0x7f);
+        shown += passes ? std::string(1, c) : Printable({&c, 1});
     }
     return shown;
 }
