@@ -8,4 +8,7 @@ set(CMAKE_CXX_COMPILER aarch64-linux-gnu-g++)
 # every architecture.
 set(CMAKE_FIND_ROOT_PATH /usr/aarch64-linux-gnu)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
-set(CMAKE_CROSSCOMPILING_EMULATOR qemu-aarch64-static -L /usr/aarch64-linux-gnu)
+find_program(KELP_QEMU qemu-aarch64-static)
+if(KELP_QEMU)
+    set(CMAKE_CROSSCOMPILING_EMULATOR ${KELP_QEMU} -L /usr/aarch64-linux-gnu)
+endif()

@@ -5,6 +5,7 @@ if(ANDROID)
 endif()
 
 include(GNUInstallDirs)
+include(cmake/manualpage.cmake)
 set(kelp_data_dir ${CMAKE_INSTALL_DATADIR}/kelp)
 set(kelp_unit_dir lib/systemd/system)
 
@@ -45,7 +46,10 @@ compressed(docs/man/kelp.8 ${CMAKE_INSTALL_MANDIR}/man8)
 compressed(docs/man/kelp.json.5 ${CMAKE_INSTALL_MANDIR}/man5)
 foreach(tool ${KELP_TOOLS})
     install(TARGETS ${tool} DESTINATION ${CMAKE_INSTALL_BINDIR})
-    compressed(docs/man/${tool}.1 ${CMAKE_INSTALL_MANDIR}/man1)
+    kelp_manual_page(page ${tool})
+    if(page)
+        compressed(${page} ${CMAKE_INSTALL_MANDIR}/man1)
+    endif()
 endforeach()
 
 # The service's initial configuration, and the schema for editors.

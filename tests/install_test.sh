@@ -18,6 +18,9 @@ examples=$root/usr/share/doc/kelp/examples
 for source in kelp "${0%/*}"/../tools/*/kelp-*.cpp; do
     name=$(basename "$source" .cpp)
     [[ $(command -v "$name") == "$root/usr/"* ]] || fail "$name is not installed"
+    [[ $name == kelp || $("$name" --version) == "$name "* ]] || fail "$name --version"
+    ! have help2man || [[ -n $(find "$root/usr/share/man" -name "$name.[18]*") ]] ||
+        fail "$name has no manual page"
 done
 
 kelp-check --no-paths "$root/usr/share/kelp/kelp.json" >"$root/whole" || fail "the shipped example"
@@ -43,17 +46,9 @@ kelp-send $console AT+XYZ >"$root/answer" && fail "AT+XYZ is served"
 grep -q '^Unsupport command' "$root/answer" || fail "AT+XYZ:" "$(<"$root/answer")"
 
 for page in "$root"/usr/share/man/man?/*; do
-    if have man; then
-        warnings=$(LC_ALL=C.UTF-8 MANROFFSEQ='' man --warnings -l -Tutf8 -Z "$page" 2>&1 >/dev/null)
-        [[ -z $warnings ]] || fail "$page: $warnings"
-    fi
-    name=$(basename "$page" .gz)
-    [[ $name == *.1 ]] || continue
-    zcat "$page" | sed 's/\\-/-/g' >"$root/page"
-    [[ $("${name%.1}" --version) == "${name%.1} "* ]] || fail "$name: --version"
-    for option in $("${name%.1}" --help | grep -oE -- '--[a-z0-9-]+' | sort -u); do
-        grep -qE -- "$option([^a-z0-9-]|\$)" "$root/page" || fail "$name says nothing of $option"
-    done
+    have man || break
+    warnings=$(LC_ALL=C.UTF-8 MANROFFSEQ='' man --warnings -l -Tutf8 -Z "$page" 2>&1 >/dev/null)
+    [[ -z $warnings ]] || fail "$page: $warnings"
 done
 if have systemd-analyze; then
     sed "s#\([= -]\)/usr/#\1$root/usr/#" "$root"/usr/lib/systemd/system/kelp.service \

@@ -32,18 +32,18 @@ constexpr char kHelp[] =
     "only after the late answer, which is printed like these bytes, or ends with a time-out, too.\n"
     "\n"
     "Exit status, the largest of all commands:\n"
-    "  0   OK          passed: the answer ends in OK, or it is as expected\n"
-    "  1   ERROR       the answer ends in ERROR, +CME ERROR:, +CMS ERROR: or an\n"
-    "                  error text of the daemon, or contains \"Unsupport command\"\n"
-    "  1   UNEXPECTED  the answer is complete, but not as expected\n"
-    "  2   TIMEOUT     the answer was not complete in time; what arrived is printed\n"
-    "  3   NOCONNECT   could not connect, or another program has locked the tty\n"
-    "  3   LOST        the connection ended without an answer\n"
-    "  4   TEXT        the answer is complete, but neither OK nor an error, and\n"
-    "                  nothing was expected\n"
-    "  64  usage error\n"
-    "  66  FILE cannot be read or has no command in it\n"
-    "  74  standard output could not be written\n";
+    "  0 OK          passed: the answer ends in OK, or it is as expected\n"
+    "  1 ERROR       the answer ends in ERROR, +CME ERROR:, +CMS ERROR: or an error\n"
+    "                text of the daemon, or contains \"Unsupport command\"\n"
+    "  1 UNEXPECTED  the answer is complete, but not as expected\n"
+    "  2 TIMEOUT     the answer was not complete in time; what arrived is printed\n"
+    "  3 NOCONNECT   could not connect, or another program has locked the tty\n"
+    "  3 LOST        the connection ended without an answer\n"
+    "  4 TEXT        the answer is complete, but neither OK nor an error, and\n"
+    "                nothing was expected\n"
+    "  64            usage error\n"
+    "  66            FILE cannot be read or has no command in it\n"
+    "  74            standard output could not be written\n";
 
 enum OptionCode {
     kTimeout = 256,  // no letters
@@ -73,7 +73,7 @@ constexpr struct argp_option kOptions[] = {
     {"quiet", kQuiet, "MS", 0,
      "milliseconds of silence that complete an answer without a result line; default 500; 0: "
      "never. With --expect or --expect-error, such an answer passes only if it is an error or this "
-     "option is given",
+     "option is given. Choose more than the longest pause in an answer",
      0},
     {"terminator", kTerminator, "HEX", 0,
      "bytes to send after each command; default 0D0A; empty: none", 0},
