@@ -80,9 +80,10 @@ void Station::Abandon(const std::string& command, const std::string& answer) {
         mFd.Reset();
         return;
     }
-    // Whatever its text, silence completes it where --quiet says so.
+    // Any text will do, but no report alone.
     const Expectation& expected = mSettings.expectation;
-    mOverdue.emplace(command, expected.inSilence ? Expectation() : expected);
+    const bool inSilence = expected.inSilence || expected.texts.empty();
+    mOverdue.emplace(command, Expectation{{""}, false, inSilence});
     mOverdue->Append(answer);
 }
 
