@@ -14,28 +14,22 @@ namespace {
 constexpr char kHexDigits[] = "0123456789ABCDEF";
 constexpr size_t kMaxDumpBytes = 256;
 
-bool IsControl(char c) {
-    return static_cast<unsigned char>(c) < 0x20 || c == 0x7f;
+bool IsPrintable(char c) {
+    return c >= ' ' && c <= '~';
 }
 
 size_t Escape(unsigned char c, char* out) {
+    static constexpr std::string_view kNamed = "\rr\nn\tt";  // pairs of a byte and its letter
     out[0] = '\\';
-    switch (c) {
-        case '\r':
-            out[1] = 'r';
-            return 2;
-        case '\n':
-            out[1] = 'n';
-            return 2;
-        case '\t':
-            out[1] = 't';
-            return 2;
-        default:
-            out[1] = 'x';
-            out[2] = kHexDigits[c >> 4];
-            out[3] = kHexDigits[c & 15];
-            return 4;
+    const size_t pair = kNamed.find(static_cast<char>(c));
+    if (pair != kNamed.npos) {
+        out[1] = kNamed[pair + 1];
+        return 2;
     }
+    out[1] = 'x';
+    out[2] = kHexDigits[c >> 4];
+    out[3] = kHexDigits[c & 15];
+    return 4;
 }
 
 }  // namespace
@@ -49,10 +43,10 @@ LogMessage::LogMessage(LogSeverity severity, const char* tag, const char* functi
 
 LogMessage::~LogMessage() {
     if (LogEnabled(mSeverity)) {
-        if (std::any_of(mStream.mText, mStream.mText + mStream.mLength, IsControl)) {
-            EmitEscaped();
-        } else {
+        if (std::all_of(mStream.mText, mStream.mText + mStream.mLength, IsPrintable)) {
             log_backend::Emit(mSeverity, mTag, mStream.mText, mStream.mLength);
+        } else {
+            EmitEscaped();
         }
     }
     errno = mErrno;
@@ -64,7 +58,7 @@ void LogMessage::EmitEscaped() {
     for (size_t i = 0; i < mStream.mLength; ++i) {
         const char c = mStream.mText[i];
         char escaped[4] = {c};
-        const size_t n = IsControl(c) ? Escape(static_cast<unsigned char>(c), escaped) : 1;
+        const size_t n = IsPrintable(c) ? 1 : Escape(static_cast<unsigned char>(c), escaped);
         if (length + n > LogStream::kCapacity) {
             break;
         }
@@ -91,7 +85,7 @@ void DumpLog(const char* tag, const char* function, const char* title, const voi
         hex[3 * i] = ' ';
         hex[3 * i + 1] = kHexDigits[c >> 4];
         hex[3 * i + 2] = kHexDigits[c & 15];
-        ascii[i] = c >= 0x20 && c < 0x7f ? static_cast<char>(c) : '.';
+        ascii[i] = IsPrintable(static_cast<char>(c)) ? static_cast<char>(c) : '.';
     }
     stream << std::string_view(hex, shown * 3) << " |" << std::string_view(ascii, shown)
            << (shown < length ? "|..." : "|");

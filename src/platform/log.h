@@ -74,8 +74,8 @@ class LogStream {
     char mText[kCapacity + 1];  // one more for the platform's line end or terminator
 };
 
-// Control bytes are escaped when the record is emitted (\r \n \t, else \xNN), so that a record is
-// always one line and no client can forge another.
+// Every byte that is not printable ASCII is escaped when the record is emitted (\r \n \t, else
+// \xNN), so that a record is one line on every terminal and no client can forge another.
 class LogMessage {
   public:
     // `tag` is a literal: it is not copied.

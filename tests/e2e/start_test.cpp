@@ -39,16 +39,20 @@ TEST(Start, ABadFileStillStartsTheLocalConsole) {
 using Log = Bench;
 
 TEST_F(Log, ClientsCannotForgeRecords) {
-    Start();
+    Start();  // TearDown checks the format of every line
+    // Beyond ASCII: a control character, and a line separator.
     const std::string forged =
-        "X\n01-01 00:00:00.000     1     1 E KELP    : FORGED: X\r\x1b[2J\x7f\xff\n";
+        "X\n01-01 00:00:00.000     1     1 E KELP    : FORGED: "
+        "X\r\x1b[2J\x7f~\xc2\x9b\xe2\x80\xa8\n";
     EXPECT_TRUE(Tcp().Answers(forged + "\r\n", Unsupported(forged)));
-    EXPECT_TRUE(mKelp->WaitForLog("KELP    : FORGED: X..[2J...|"));  // in a dump
+    EXPECT_TRUE(mKelp->WaitForLog("KELP    : FORGED: X..[2J.~......|\n"));  // in a dump
     // The log shows the address as received.
     EXPECT_TRUE(Tcp().Answers("ZAT+IP=" + forged + "\r\n", Ok("ZAT+IP=" + forged)));
     EXPECT_TRUE(mKelp->WaitForLog(":IP Address: X\\n01-01 00:00:00.000"));
-    // TearDown checks the format of every line.
-    EXPECT_EQ(mKelp->Logged("\n01-01 00:00:00.000     1"), 0);
+    EXPECT_TRUE(mKelp->WaitForLog("X\\r\\x1B[2J\\x7F~\\xC2\\x9B\\xE2\\x80\\xA8\\n\n"));
+    const std::string large(257, 'y');
+    EXPECT_TRUE(Tcp().Answers(large + "\r\n", Unsupported(large)));
+    EXPECT_TRUE(mKelp->WaitForLog("yy|...\n"));
 }
 
 TEST_F(Log, TheFilterDropsRecords) {
