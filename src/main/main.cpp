@@ -56,7 +56,7 @@ int main(int argc, char** argv) {
     FillStandardDescriptors();
     LimitDescriptors();
     kelp::SetLogFilter(getenv("ANDROID_LOG_TAGS"));
-    kelp::OpenLog();
+    kelp::OpenLog(getenv("JOURNAL_STREAM"));
     kelp::SystemProperty::SetFile(getenv("KELP_PROPERTIES"));
 
     kelp::ArgParser(argc, argv);

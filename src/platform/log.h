@@ -33,8 +33,9 @@ inline constexpr char kLogTag[] = "KELP";
 // records pass.
 void SetLogFilter(const char* list);
 // Makes writes to standard error non-blocking, for the log only. Without it a record may block
-// without limit.
-void OpenLog();
+// without limit. Records begin with the journal's priority ("<3>") when `journal`, the value of
+// systemd's JOURNAL_STREAM or null, names standard error.
+void OpenLog(const char* journal);
 
 // False when the filter drops records of this severity: callers then need not build them.
 bool LogEnabled(LogSeverity severity);

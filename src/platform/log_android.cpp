@@ -26,7 +26,7 @@ int Priority(LogSeverity severity) {
 
 void SetLogFilter(const char*) {}
 
-void OpenLog() {}
+void OpenLog(const char*) {}
 
 bool LogEnabled(LogSeverity severity) {
     return __android_log_is_loggable(Priority(severity), kLogTag, ANDROID_LOG_VERBOSE) != 0;

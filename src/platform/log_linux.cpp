@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdio>
+#include <string>
 #include <string_view>
 
 #include "platform/clock.h"
@@ -28,19 +29,10 @@ namespace {
 // Longest wait of a record for a slow reader.
 constexpr int kMaxWaitMs = 50;
 
-// Android's priorities in the filter, lowest first.
+// Android's priorities, lowest first: a severity is the rank of its letter. Below them the
+// journal's.
 constexpr char kPriorityLetters[] = "VDIWEFS";
-
-char Letter(LogSeverity severity) {
-    switch (severity) {
-        case kLogDebug:
-            return 'D';
-        case kLogInfo:
-            return 'I';
-        default:
-            return 'E';
-    }
-}
+constexpr char kJournalDigits[] = "7764322";
 
 int Rank(char letter) {
     const char* found = letter != '\0' ? strchr(kPriorityLetters, UpperCase(letter)) : nullptr;
@@ -60,6 +52,7 @@ Sink sSink = Sink::kBlocking;
 int sFd = STDERR_FILENO;
 bool sTty = false;
 bool sTakesParts = false;  // partial writes happen: a tty, a stream socket
+bool sJournal = false;     // standard error goes to systemd's journal
 
 // Records dropped since the last successful write. While it is not 0, no record waits.
 std::atomic<size_t> sLost{0};
@@ -200,9 +193,14 @@ void SetLogFilter(const char* list) {
     sLowestRank = std::max(own >= 0 ? own : all, 0);
 }
 
-void OpenLog() {
+void OpenLog(const char* journal) {
     struct stat status;
-    if (fstat(STDERR_FILENO, &status) != 0 || S_ISREG(status.st_mode)) {
+    if (fstat(STDERR_FILENO, &status) != 0) {
+        return;
+    }
+    sJournal = journal != nullptr &&
+               journal == std::to_string(status.st_dev) + ':' + std::to_string(status.st_ino);
+    if (S_ISREG(status.st_mode)) {
         return;
     }
     if (S_ISSOCK(status.st_mode)) {
@@ -225,7 +223,6 @@ void OpenLog() {
     sFd = own >= 0 ? own : STDERR_FILENO;
 }
 
-// The severities equal the ranks of D, I and E.
 bool LogEnabled(LogSeverity severity) {
     return severity >= sLowestRank;
 }
@@ -246,9 +243,11 @@ size_t Prefix(char* out, size_t capacity, LogSeverity severity, const char* tag,
         *digit = static_cast<char>('0' + milliseconds % 10);
         milliseconds /= 10;
     }
-    head.text[head.priority] = Letter(severity);
+    head.text[head.priority] = kPriorityLetters[severity];
+    const char level[] = {'<', kJournalDigits[severity], '>'};
     size_t length = 0;
-    for (const std::string_view part : {std::string_view(head.text, head.length),
+    for (const std::string_view part : {std::string_view(level, sJournal ? sizeof(level) : 0),
+                                        std::string_view(head.text, head.length),
                                         std::string_view(function), std::string_view(": ")}) {
         const size_t taken = std::min(part.size(), capacity - length);
         memcpy(out + length, part.data(), taken);

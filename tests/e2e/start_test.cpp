@@ -36,6 +36,20 @@ TEST(Start, ABadFileStillStartsTheLocalConsole) {
     EXPECT_TRUE(kelp.Running());
 }
 
+TEST(Start, RecordsForTheJournalBeginWithTheirPriority) {
+    const TempDir dir;
+    dir.Write("kelp.json", R"({"console": {"usb": {"active": false}}})");
+    KelpProcess kelp(
+        {"--file=" + dir.Path("kelp.json")},
+        {"bash", "-c", "JOURNAL_STREAM=$(stat -Lc %d:%i /dev/fd/2) exec \"$@\"", "bash"});
+    ASSERT_TRUE(kelp.WaitForLog("tcp-->current status is deactive.\n"));
+    for (const std::string row : {"7D", "6I", "3E"}) {
+        const int records = kelp.Logged(std::string(" ") + row[1] + " KELP    : ");
+        EXPECT_GT(records, 0);
+        EXPECT_EQ(kelp.Logged(std::string("<") + row[0] + ">"), records);
+    }
+}
+
 using Log = Bench;
 
 TEST_F(Log, ClientsCannotForgeRecords) {
@@ -57,7 +71,8 @@ TEST_F(Log, ClientsCannotForgeRecords) {
 
 TEST_F(Log, TheFilterDropsRecords) {
     const auto logWith = [&](const char* filter) {
-        Start(false, kTail, {std::string("ANDROID_LOG_TAGS=") + filter});
+        // JOURNAL_STREAM names another file: no priorities, as TearDown checks.
+        Start(false, kTail, {std::string("ANDROID_LOG_TAGS=") + filter, "JOURNAL_STREAM=1:1"});
         EXPECT_TRUE(Tcp().Answers("XYZ\r\n", Unsupported("XYZ")));
         return mKelp->Log();
     };
