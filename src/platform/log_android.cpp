@@ -11,16 +11,11 @@ namespace kelp {
 
 namespace {
 
-int Priority(LogSeverity severity) {
-    switch (severity) {
-        case kLogDebug:
-            return ANDROID_LOG_DEBUG;
-        case kLogInfo:
-            return ANDROID_LOG_INFO;
-        default:
-            return ANDROID_LOG_ERROR;
-    }
+// The severities are numbered like Android's priorities, from "verbose".
+constexpr int Priority(LogSeverity severity) {
+    return ANDROID_LOG_VERBOSE + severity;
 }
+static_assert(Priority(kLogDebug) == ANDROID_LOG_DEBUG && Priority(kLogError) == ANDROID_LOG_ERROR);
 
 }  // namespace
 
