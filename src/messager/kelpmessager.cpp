@@ -33,6 +33,8 @@ constexpr CommucationCmd CommucationCmdTable[] = {
 constexpr char kUpdate[] = "ZAT+UPDATE";
 constexpr char kPort[] = "ZAT+PORT";
 constexpr char kIp[] = "ZAT+IP";
+// More cannot be an address, but would be parsed and written at each update.
+constexpr size_t kMaxAddress = 255;
 
 const CommucationCmd* FindRow(const std::string& command) {
     const auto* row = std::find_if(std::begin(CommucationCmdTable), std::end(CommucationCmdTable),
@@ -106,6 +108,10 @@ void KELPMessager::UpdateTCPIPConfig(std::string command) {
     std::string address;
     CommonConfig* const config = FindTcpConfig(__func__, command, address);
     if (config == nullptr) {
+        return;
+    }
+    if (address.size() > kMaxAddress) {
+        KLOG(kLogError) << mModuleName << ":address of " << address.size() << " bytes ignored";
         return;
     }
     if (address == "0") {

@@ -99,18 +99,23 @@ TEST_F(Control, AnswersAndStoredSettings) {
     // With an address that cannot be bound the console stays off until corrected and switched off
     // and on.
     const size_t descriptors = mKelp->Descriptors();
-    for (const char* bad : {"ZAT+IP=203.0.113.1", "ZAT+IP=NOWHERE", "ZAT+IP=\xff\xfe"}) {
-        Command(local, bad);
+    const std::string longest(255, '1');
+    for (const std::string bad : {"203.0.113.1", "NOWHERE", "\xff\xfe", longest.c_str()}) {
+        Command(local, "ZAT+IP=" + bad);
         Switch(local, "ZAT+TCP=0");
         const int failures = mKelp->Logged(" E KELP    : Start: tcp-->start fail\n");
         Switch(local, "ZAT+TCP=1");
         EXPECT_EQ(mKelp->Logged(" E KELP    : Start: tcp-->start fail\n"), failures + 1);
         Command(local, "ZAT+IP=0");
+        Command(local, "ZAT+IP=1" + longest);  // not stored
         Command(local, "ZAT+TCP=0");
         Switch(local, "ZAT+TCP=1");
         EXPECT_FALSE(Refused(port));
         EXPECT_TRUE(WaitUntil([&] { return mKelp->Descriptors() <= descriptors; }));
     }
+    EXPECT_EQ(mKelp->Logged(" E KELP    : UpdateTCPIPConfig: kelp:address of 256 bytes ignored\n"),
+              4);
+    EXPECT_EQ(mKelp->Logged(":IP Address: 11"), 1);
     Command(local, "ZAT+PORT=text");
     Command(local, "ZAT+PORT=99999999999");
     EXPECT_EQ(mKelp->Logged(": kelp:IP Port: 0\n"), 1);
