@@ -110,6 +110,7 @@ class Processor {
     CommonConfig* mConsoleConfig = nullptr;         // set once by the subclass's constructor
     // Time-out in milliseconds for a client that takes no byte of an answer; set before Start.
     int mWriteStallMs = 30000;
+    std::atomic<bool> mWriteFailed{false};  // the last write; set by the send thread
 
   private:
     using ReceiveRunnable = MemberRunnable<Processor, &Processor::ReceiveCmd>;
@@ -137,7 +138,7 @@ class Processor {
     // Send thread.
     void Answer(const Command& command);
     void Complete(Command& command);
-    int WaitWritable(int fd, int64_t& stalledSinceMs, bool wasReady);
+    int WaitWritable(int fd, int64_t& deadlineMs);
     void DropAnswers();
 
     const ProcessorModeE mMode;

@@ -2,7 +2,6 @@
 
 #include <errno.h>
 #include <poll.h>
-#include <termios.h>
 
 #include "messager/messagermanager.h"
 #include "platform/clock.h"
@@ -69,15 +68,9 @@ void Processor::Answer(const Command& command) {
         }
     }
     const int fd = hold != nullptr ? hold->Get() : command.mClientFd;
-    if (WriteBuffer(fd, command.mResponse.data(), static_cast<int>(command.mResponse.size())) >=
-        0) {
-        return;
-    }
-    if (mMode == DEVICE_MODE) {
-        // The rest of a broken answer is useless, and would block the close of the line until the
-        // host reads it.
-        tcflush(fd, TCOFLUSH);
-    } else if (client != nullptr) {
+    const int size = static_cast<int>(command.mResponse.size());
+    if (WriteBuffer(fd, command.mResponse.data(), size) < 0 && mMode == SERVER_MODE &&
+        client != nullptr) {
         // A client that does not read must not delay the others again and again.
         client->HangUp();
     }
@@ -107,55 +100,42 @@ int Processor::WriteBuffer(int fd, const char* data, int length) {
         return 0;
     }
     int written = 0;
-    int64_t stalledSinceMs = -1;
-    bool wasReady = false;
+    int64_t deadlineMs = 0;  // while the other end takes nothing, else 0
     while (written < length) {
         const ssize_t n = write(fd, data + written, static_cast<size_t>(length - written));
-        int error = n < 0 ? errno : 0;
         if (n > 0) {
             written += static_cast<int>(n);
-            stalledSinceMs = -1;
-            wasReady = false;
+            deadlineMs = 0;
             continue;
         }
-        if (error == EAGAIN || error == 0) {
-            error = WaitWritable(fd, stalledSinceMs, wasReady);
-            wasReady = true;
-        } else if (error == EINTR) {
-            error = Thread::SleepMs(kRetryPauseMs) ? 0 : ECANCELED;
-        }
+        const bool retry = n == 0 || errno == EAGAIN || errno == EINTR;
+        const int error = retry ? WaitWritable(fd, deadlineMs) : errno;
         if (error != 0) {
             KLOG(kLogError) << GetName() << "-->"
                             << "Write Error! errno->" << error;
+            mWriteFailed = true;
             return -1;
         }
     }
+    mWriteFailed = false;
     return written;
 }
 
 // 0 when the next write may be tried, else the error.
-int Processor::WaitWritable(int fd, int64_t& stalledSinceMs, bool wasReady) {
-    const int64_t now = MonotonicMs();
-    if (stalledSinceMs < 0) {
-        stalledSinceMs = now;
-    }
-    const int64_t left = stalledSinceMs + mWriteStallMs - now;
-    if (left <= 0) {
-        return ETIMEDOUT;
-    }
-    // A tty may report that it is writable and still take nothing.
-    if (wasReady && !Thread::SleepMs(kRetryPauseMs)) {
+int Processor::WaitWritable(int fd, int64_t& deadlineMs) {
+    if (deadlineMs == 0) {
+        deadlineMs = MonotonicMs() + mWriteStallMs;
+    } else if (!Thread::SleepMs(kRetryPauseMs)) {
+        // Paced: a tty may report that it is writable and still take nothing.
         return ECANCELED;
     }
-    switch (Thread::WaitFd(fd, POLLOUT, static_cast<int>(left))) {
-        case WaitResult::kReady:
-            return 0;
-        case WaitResult::kTimeOut:
-            return ETIMEDOUT;
-        case WaitResult::kStopped:
-            break;
+    const int64_t left = deadlineMs - MonotonicMs();
+    const WaitResult result =
+        left > 0 ? Thread::WaitFd(fd, POLLOUT, static_cast<int>(left)) : WaitResult::kTimeOut;
+    if (result == WaitResult::kReady) {
+        return 0;
     }
-    return ECANCELED;
+    return result == WaitResult::kTimeOut ? ETIMEDOUT : ECANCELED;
 }
 
 }  // namespace kelp

@@ -1,5 +1,7 @@
 #include "processor/serialprocessor.h"
 
+#include <termios.h>
+
 #include "config/configmanager.h"
 #include "processor/consoleattribute.h"
 #include "processor/sfiochannel.h"
@@ -26,6 +28,10 @@ int SerialProcessor::Connect() {
 }
 
 void SerialProcessor::DisConnect(int& fd) {
+    if (mWriteFailed) {
+        // The host does not read: the close would wait for it.
+        tcflush(fd, TCOFLUSH);
+    }
     // The channel owns the descriptor; a second close could hit another file.
     mChannel->Close();
     fd = -1;

@@ -12,6 +12,8 @@
 #include "messager/messagermanager.h"
 #include "platform/localserver.h"
 #include "processor/command.h"
+#include "processor/usbprocessor.h"
+#include "support/bench.h"
 #include "support/logcapture.h"
 #include "support/sockets.h"
 #include "support/wait.h"
@@ -35,11 +37,17 @@ class Console : public Processor {
     int mListener = -1;
 };
 
-TEST(Processor, GivesUpAClientThatDoesNotRead) {
-    ConfigManager config;
+// The record of the console, which then cuts lines and accepts no command.
+CommonConfig* Activate(ConfigManager& config, const char* console) {
     config.GetModuleConfigs()->clear();
     config.GetReceiveConfig()->mode = kReceiveTail;
-    config.GetConfigByName("tcp")->active = true;
+    config.GetConfigByName(console)->active = true;
+    return config.GetConfigByName(console);
+}
+
+TEST(Processor, GivesUpAClientThatDoesNotRead) {
+    ConfigManager config;
+    Activate(config, "tcp");
     MessagerManager messagers(&config);
     Console console(&config, &messagers);
     LogCapture log;
@@ -63,6 +71,56 @@ TEST(Processor, GivesUpAClientThatDoesNotRead) {
     EXPECT_TRUE(WaitUntil([&] { return receive(other) == 29; }));  // the refusal of "X"
     EXPECT_TRUE(WaitUntil([&] { return receive(deaf) == 0; }));
     console.Stop();
+}
+
+class Line : public USBProcessor {
+  public:
+    Line(ConfigManager* config, MessagerManager* messagers) : USBProcessor(config, messagers) {
+        mWriteStallMs = 50;
+    }
+};
+
+TEST(Processor, AHostThatPausesLosesOnlyAnswersWhoseWriteFailed) {
+    const Pty pty;
+    ConfigManager config;
+    Activate(config, "usb")->route = pty.Device();
+    MessagerManager messagers(&config);
+    Line line(&config, &messagers);
+    LogCapture log;
+    Station host = Station::Line(pty.Master());
+    ASSERT_EQ(line.Start(), 0);
+    // Returns the number of answers whose write failed.
+    const auto ask = [&](const std::string& request, int count) {
+        for (int i = 0; i < count; ++i) {
+            EXPECT_TRUE(host.Send(request + "\r\n"));
+        }
+        int failed = 0;
+        EXPECT_TRUE(WaitUntil([&] {
+            for (const std::string& record : log.Take()) {
+                failed += record == "E WriteBuffer: usb-->Write Error! errno->110";
+                count -= record.find("D SendCmd: Response <<<<<<<") == 0;
+            }
+            return count == 0;
+        }));
+        return failed;
+    };
+    // More than a pty takes.
+    const std::string request(8000, 'x'), answer = Unsupported(request);
+    const int failed = ask(request, 10);
+    EXPECT_GE(failed, 1);
+    for (int i = failed; i < 10; ++i) {
+        ASSERT_TRUE(host.Receive(answer.size()) == answer);
+    }
+    EXPECT_GE(ask(request, 10), 1);
+    line.Stop();
+    ASSERT_EQ(line.Start(), 0);
+    EXPECT_EQ(ask("X", 1), 0);  // there is room again
+    line.Stop();
+    std::string rest;  // not dropped, because the last write succeeded
+    for (size_t n = 0; rest.size() == n && rest.find(Unsupported("X")) == rest.npos; ++n) {
+        rest += host.Receive(1);
+    }
+    EXPECT_NE(rest.find(Unsupported("X")), rest.npos);
 }
 
 class Stopper : public DefaultMessager {
