@@ -1,6 +1,8 @@
 #include "processor/sfiochannel.h"
 
+#include <errno.h>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include "platform/log.h"
@@ -26,12 +28,17 @@ int SFIOChannel::Open(const char* path, bool blocking) {
         KLOG(kLogError) << "open fail";
         return -1;
     }
+    if (isatty(fd) == 1 && flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+        KLOG(kLogError) << path << ": locked by another program, which may take part of the input";
+    }
     KLOG(kLogInfo) << "Opened. FD is " << fd;
     return fd;
 }
 
 int SFIOChannel::Close() {
     if (fd >= 0) {
+        // A duplicate of the descriptor may stay open, and would keep the lock.
+        flock(fd, LOCK_UN);
         close(fd);
         fd = -1;
     }

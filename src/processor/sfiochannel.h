@@ -13,7 +13,9 @@ class SFIOChannel {
 
     // Returns the descriptor, which the channel owns; -1 on failure; 0, not the descriptor, when
     // the channel is open already (0 is part of the interface). With `blocking` unset the node is
-    // opened without waiting, not as the controlling terminal, and with synchronous writes.
+    // opened without waiting, not as the controlling terminal, and with synchronous writes. A tty
+    // is locked (flock), so that terminal programs refuse it; one that another program has locked
+    // is opened all the same, with a record.
     int Open(const char* path, bool blocking);
     int Close();  // always 0
 

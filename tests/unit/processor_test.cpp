@@ -1,7 +1,9 @@
 #include "processor/processor.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sched.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -12,6 +14,7 @@
 #include "messager/messagermanager.h"
 #include "platform/localserver.h"
 #include "processor/command.h"
+#include "processor/sfiochannel.h"
 #include "processor/usbprocessor.h"
 #include "support/bench.h"
 #include "support/logcapture.h"
@@ -121,6 +124,24 @@ TEST(Processor, AHostThatPausesLosesOnlyAnswersWhoseWriteFailed) {
         rest += host.Receive(1);
     }
     EXPECT_NE(rest.find(Unsupported("X")), rest.npos);
+}
+
+TEST(SFIOChannel, LocksATtyUntilItIsClosed) {
+    const Pty pty;
+    const UniqueFd other(open(pty.Device().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
+    const auto locks = [&] { return flock(other.Get(), LOCK_EX | LOCK_NB) == 0; };
+    SFIOChannel channel;
+    for (const bool held : {true, false}) {
+        LogCapture log;
+        flock(other.Get(), held ? LOCK_EX : LOCK_UN);
+        EXPECT_GE(channel.Open(pty.Device().c_str(), false), 0);
+        EXPECT_EQ(locks(), held);
+        EXPECT_EQ(log.Take().at(0).find("E Open: " + pty.Device() + ": locked by"),
+                  held ? 0 : std::string::npos);
+        const UniqueFd duplicate(dup(channel.fd));
+        channel.Close();
+        EXPECT_TRUE(locks());
+    }
 }
 
 class Stopper : public DefaultMessager {
