@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <string.h>
 #include <sys/file.h>
 #include <unistd.h>
 
@@ -26,6 +27,7 @@ int SFIOChannel::Open(const char* path, bool blocking) {
     fd = open(path, flags | O_CLOEXEC);
     if (fd < 0) {
         KLOG(kLogError) << "open fail";
+        KLOG(kLogInfo) << path << ": errno = " << errno << " (" << strerror(errno) << ")";
         return -1;
     }
     if (isatty(fd) == 1 && flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {

@@ -165,6 +165,8 @@ TEST_F(Consoles, ASerialLineOpensWithAllItsDescriptorsOrNone) {
         Command(local, "ZAT+USB=0");
     }
     EXPECT_GE(mKelp->Logged("usb-->no second descriptor, errno = 24\n"), 1);
+    const std::string reason = mUsb.Device() + ": errno = 24 (Too many open files)\n";
+    EXPECT_EQ(mKelp->Logged(" I KELP    : Open: " + reason), mKelp->Logged("Open: open fail\n"));
     Switch(local, "ZAT+USB=1");
 }
 

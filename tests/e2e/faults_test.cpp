@@ -148,6 +148,8 @@ TEST_F(Faults, DescriptorsTooLargeForSelectAreNotServed) {
             "bash"});
     EXPECT_TRUE(mKelp->WaitForLog("Start: usb-->start fail\n"));
     EXPECT_TRUE(mKelp->WaitForLog("Start: local-->start fail\n"));
+    EXPECT_EQ(mKelp->Logged(" I KELP    : Connect: local-->/dev/socket/kelp: errno = 24 (Too many"),
+              1);
     struct rlimit limit = {};
     EXPECT_EQ(prlimit(mKelp->Pid(), RLIMIT_NOFILE, nullptr, &limit), 0);
     EXPECT_EQ(limit.rlim_cur, rlim_t{FD_SETSIZE});
