@@ -1,5 +1,3 @@
-#include "processor/processor.h"
-
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sched.h>
@@ -12,8 +10,8 @@
 #include "config/configmanager.h"
 #include "messager/defaultmessager.h"
 #include "messager/messagermanager.h"
-#include "platform/localserver.h"
 #include "processor/command.h"
+#include "processor/localprocessor.h"
 #include "processor/sfiochannel.h"
 #include "processor/usbprocessor.h"
 #include "support/bench.h"
@@ -24,20 +22,12 @@
 namespace kelp::test {
 namespace {
 
-class Console : public Processor {
+template <typename Console>
+class Impatient : public Console {
   public:
-    Console(ConfigManager* config, MessagerManager* messagers)
-        : Processor(config, messagers, SERVER_MODE) {
-        mConsoleConfig = config->GetConfigByName("tcp");
-        mWriteStallMs = 100;
+    Impatient(ConfigManager* config, MessagerManager* messagers) : Console(config, messagers) {
+        this->mWriteStallMs = 50;
     }
-    int Connect() override { return mServerFd != -1 ? mServerFd.load() : dup(mListener); }
-    void DisConnect(int& fd) override {
-        UniqueFd(fd).Reset();
-        fd = -1;
-    }
-
-    int mListener = -1;
 };
 
 // The record of the console, which then cuts lines and accepts no command.
@@ -50,14 +40,12 @@ CommonConfig* Activate(ConfigManager& config, const char* console) {
 
 TEST(Processor, GivesUpAClientThatDoesNotRead) {
     ConfigManager config;
-    Activate(config, "tcp");
-    MessagerManager messagers(&config);
-    Console console(&config, &messagers);
-    LogCapture log;
     const std::string name = "kelp-test-processor-" + std::to_string(getpid());
+    Activate(config, "local")->route = name;
+    MessagerManager messagers(&config);
+    Impatient<LocalProcessor> console(&config, &messagers);
+    LogCapture log;
     const LocalAddress address = AddressOf(name, LocalNamespace::kAbstract);
-    const UniqueFd listener(ListenLocalAbstract(name));
-    console.mListener = listener.Get();
     ASSERT_EQ(console.Start(), 0);
     const UniqueFd deaf = ConnectLocalBlocking(address), other = ConnectLocalBlocking(address);
     std::string bytes = std::string(1 << 20, 'x') + "\r\n";
@@ -65,7 +53,7 @@ TEST(Processor, GivesUpAClientThatDoesNotRead) {
     EXPECT_TRUE(WaitUntil([&] {
         const std::vector<std::string> records = log.Take();
         return std::count(records.begin(), records.end(),
-                          "E WriteBuffer: tcp-->Write Error! errno->110") == 1;
+                          "E WriteBuffer: local-->Write Error! errno->110") == 1;
     }));
     ASSERT_EQ(write(other.Get(), "X\r\n", 3), 3);
     const auto receive = [&](const UniqueFd& client) {
@@ -76,19 +64,12 @@ TEST(Processor, GivesUpAClientThatDoesNotRead) {
     console.Stop();
 }
 
-class Line : public USBProcessor {
-  public:
-    Line(ConfigManager* config, MessagerManager* messagers) : USBProcessor(config, messagers) {
-        mWriteStallMs = 50;
-    }
-};
-
 TEST(Processor, AHostThatPausesLosesOnlyAnswersWhoseWriteFailed) {
     const Pty pty;
     ConfigManager config;
     Activate(config, "usb")->route = pty.Device();
     MessagerManager messagers(&config);
-    Line line(&config, &messagers);
+    Impatient<USBProcessor> line(&config, &messagers);
     LogCapture log;
     Station host = Station::Line(pty.Master());
     ASSERT_EQ(line.Start(), 0);
@@ -146,7 +127,7 @@ TEST(SFIOChannel, LocksATtyUntilItIsClosed) {
 
 class Stopper : public DefaultMessager {
   public:
-    Stopper(MessagerManager* manager, Console* console)
+    Stopper(MessagerManager* manager, Processor* console)
         : DefaultMessager(manager, "wcn"), mConsole(console) {}
     unsigned HandleComplete() override {
         mConsole->Stop();
@@ -154,20 +135,17 @@ class Stopper : public DefaultMessager {
     }
 
   private:
-    Console* const mConsole;
+    Processor* const mConsole;
 };
 
 TEST(Processor, ConcurrentStopsWithOneOnTheSendThread) {
     ConfigManager config;
     MessagerManager messagers(&config);
-    config.GetConfigByName("tcp")->active = true;
-    Console console(&config, &messagers);
+    config.GetConfigByName("local")->active = true;
+    config.GetConfigByName("local")->route = "kelp-test-stops-" + std::to_string(getpid());
+    LocalProcessor console(&config, &messagers);
     Stopper stopper(&messagers, &console);
     LogCapture log;
-    int pair[2];
-    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, pair), 0);
-    const UniqueFd quiet(pair[0]), other(pair[1]);
-    console.mListener = quiet.Get();
     for (int round = 0; round < 300; ++round) {
         ASSERT_EQ(console.Start(), 0);
         auto* command = new Command;
