@@ -19,7 +19,6 @@ namespace {
 constexpr int kMaxRetries = 20;
 constexpr int kRetryPauseMs = 1000;
 constexpr size_t kMaxMessageBytes = 256u << 10;  // the rest becomes the next message
-constexpr int kResultLost = 1;                   // the connection is lost
 
 // Retries left; shared by all modem modules.
 std::atomic<int> sConnectCount{kMaxRetries};
@@ -129,11 +128,17 @@ void ModemMessager::Run() {
             reading = Current();
         }
         auto command = std::make_unique<Command>();
-        const int result = ReceiveMessage(*reading, *command);
+        std::vector<char>& message = *command->GetResponse();
+        bool whole;
+        const LocalResult result =
+            ReceiveAnswer(*reading, message, 0, {0, kMaxMessageBytes}, whole);
         if (Thread::StopRequested()) {
             break;
         }
-        if (result == kResultLost || (result == kErrorInvalidDescriptor && mFd != -1)) {
+        if (result != LocalResult::kDone) {
+            ReportReceiveError(ToErrorCode(result), &message);
+        }
+        if (result == LocalResult::kLost || (result == LocalResult::kClosed && mFd != -1)) {
             Drop(reading);
             reading.reset();
             // mFd is kept.
@@ -146,17 +151,6 @@ void ModemMessager::Run() {
     Drop(Current());
     // Given up or destroyed: end this thread.
     mThread->Stop();
-}
-
-int ModemMessager::ReceiveMessage(LocalSocketClient& connection, Command& command) {
-    bool whole;
-    std::vector<char>& message = *command.GetResponse();
-    const int result =
-        ToErrorCode(ReceiveAnswer(connection, message, 0, {0, kMaxMessageBytes}, whole));
-    if (result != kSuccess && !Thread::StopRequested()) {
-        ReportReceiveError(result, &message);
-    }
-    return result;
 }
 
 // The next connection: opened by a request meanwhile, or by this thread, at most one attempt per

@@ -52,7 +52,6 @@ class ModemMessager : public Messager {
     Connection Current();
     bool Open();
     void Drop(const Connection& lost);
-    int ReceiveMessage(LocalSocketClient& connection, Command& command);
     Connection NextToRead();
     Connection AwaitConnection();
     void Relay(std::unique_ptr<Command> command);

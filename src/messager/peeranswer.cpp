@@ -14,26 +14,6 @@ constexpr int64_t kMaxReadOnMs = 30000;
 constexpr int64_t kRateWindowMs = 1000;
 constexpr size_t kMinRateBytes = 4096;
 
-// Measures the rate of an answer without a time-out.
-class RateWindow {
-  public:
-    RateWindow(int64_t nowMs, size_t bytes) : mSinceMs(nowMs), mSinceBytes(bytes) {}
-
-    // True when less than kMinRateBytes arrived in the last full second.
-    bool IsTooSlow(int64_t nowMs, size_t bytes) {
-        if (nowMs - mSinceMs < kRateWindowMs) {
-            return false;
-        }
-        const bool tooSlow = bytes - mSinceBytes < kMinRateBytes;
-        *this = RateWindow(nowMs, bytes);
-        return tooSlow;
-    }
-
-  private:
-    int64_t mSinceMs;
-    size_t mSinceBytes;
-};
-
 // True when the whole answer was read: the peer closed the connection or was quiet.
 bool ReadOn(LocalSocketClient& client, std::vector<char>& bytes, size_t maxSize, int64_t deadlineMs,
             const AnswerEnd& end) {
@@ -42,10 +22,15 @@ bool ReadOn(LocalSocketClient& client, std::vector<char>& bytes, size_t maxSize,
     if (end.quietMs > 0) {
         deadlineMs = std::min(deadlineMs, nowMs + kMaxReadOnMs);
     }
-    RateWindow rate(nowMs, bytes.size());
+    int64_t secondMs = nowMs;  // begin of the second whose rate is measured
+    size_t secondBytes = bytes.size();
     while (bytes.size() < maxSize && nowMs < deadlineMs) {
-        if (deadlineMs == LocalSocketClient::kNoDeadline && rate.IsTooSlow(nowMs, bytes.size())) {
-            return false;
+        if (deadlineMs == LocalSocketClient::kNoDeadline && nowMs - secondMs >= kRateWindowMs) {
+            if (bytes.size() - secondBytes < kMinRateBytes) {
+                return false;
+            }
+            secondMs = nowMs;
+            secondBytes = bytes.size();
         }
         const int waitMs = static_cast<int>(std::min<int64_t>(quietMs, deadlineMs - nowMs));
         const LocalResult result = client.sreceive(bytes, {waitMs / 1000, waitMs % 1000 * 1000});

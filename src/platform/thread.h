@@ -39,8 +39,9 @@ enum class WaitResult { kReady, kTimeOut, kStopped };
 //
 // Stop is not a signal and not a cancellation: it sets the stop flag and makes a descriptor
 // readable that every wait below includes, so a flag set just before a wait ends that wait too.
-// Code that runs on a Thread waits only through these functions (or in its own select with WakeFd
-// in it).
+// Code that runs on a Thread waits without a limit only through these functions (or in its own
+// select with WakeFd in it). Other waits are short: a log backend that takes no record, a client
+// whose close is not to be overtaken by a reset.
 class Thread {
   public:
     explicit Thread(Runnable* runnable) : Thread(runnable, "kelp") {}
