@@ -66,7 +66,9 @@ bool ModemMessager::Open() {
     {
         MutexLock lock(mMutex);
         mConnection = std::move(opened);
-        mToRead.push_back(mConnection);
+        if (mRunning) {
+            mToRead.push_back(mConnection);
+        }
     }
     mFd = fd;  // after mToRead, where the module's thread then expects the connection
     eventfd_write(mOpened.Get(), 1);
@@ -224,7 +226,11 @@ void ModemMessager::Write(Command& command) {
         KLOG_AS("Send", kLogDebug) << mModuleName << " socket pause. connect now";
     }
     Connection connection = Current();
-    LocalResult result = connection->ssend(request);
+    // Once given up, nobody reads: a daemon that cannot send would not read either.
+    LocalResult result = mRunning ? LocalResult::kDone : DropStaleBytes(*connection);
+    if (result == LocalResult::kDone) {
+        result = connection->ssend(request);
+    }
     if (result == LocalResult::kLost) {
         Drop(connection);
     }

@@ -113,6 +113,22 @@ TEST_F(Modem, AnAbsentDaemonIsTriedOnceASecond21Times) {
     EXPECT_TRUE(KELP_SANITIZED || StaysIdle(mKelp->Pid()));
     Station station = Tcp();
     EXPECT_TRUE(station.Answers("AT+M\r\nX\r\n", Unsupported("X")));
+    // A daemon that appears later gets every request, although its messages are dropped.
+    std::atomic<int> lines{0};
+    std::unique_ptr<Peer> modem;
+    for (int i = 0; i < 400; ++i) {
+        if (i % 100 == 0) {
+            modem.reset();
+            modem = Daemon("modem", [&](const std::string& requests) {
+                lines += Occurrences(requests, "\r\n");
+                return Peer::Answer{std::string(4000, 'm')};
+            });
+        }
+        ASSERT_TRUE(station.Answers("AT+M\r\nX\r\n", Unsupported("X")));
+        ASSERT_TRUE(WaitUntil([&] { return lines == i + 1; }));
+    }
+    modem.reset();  // one more request closes the daemon's end
+    EXPECT_TRUE(station.Answers("AT+M\r\nX\r\n", Unsupported("X")));
 }
 
 std::string Int(int32_t value) {
