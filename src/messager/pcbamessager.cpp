@@ -19,13 +19,15 @@ namespace {
 constexpr size_t kMaxPending = 256;
 constexpr size_t kMaxPendingBytes = 4u << 20;
 // Includes abandoned requests whose records are still awaited.
-constexpr size_t kMaxInFlight = 16384;
+constexpr size_t kMaxInFlight = 4096;
 constexpr int kWriteMs = 1000;
 constexpr int kRefusedLogPauseMs = 10000;
 
-// True when nobody can get the answer: the client is gone, or its console was switched off.
-bool IsAbandoned(const Command& command) {
-    return command.mClient != nullptr && command.mClient->Gone();
+// True when nobody can get the answer: the client is gone, its console was switched off or, when it
+// is to be asked, its socket has ended.
+bool IsAbandoned(const Command& command, bool ask) {
+    const ClientHandle* const client = command.mClient.get();
+    return client != nullptr && (client->Gone() || (ask && client->HasEnded()));
 }
 
 }  // namespace
@@ -52,90 +54,52 @@ unsigned PCBAMessager::HandleMessager(Command* command, void* processor) {
     auto token = std::make_unique<MessagerToken>();
     token->command.reset(command);
     token->processor = processor;
-    const size_t bytes = command->GetRequest()->size();
     const int64_t deadlineMs = MonotonicMs() + kWriteMs;
-    if (!Reserve(bytes)) {
-        Refuse({std::move(token->command), processor}, "too many pending");
+    const PeerTurn turn(this);
+    if (!turn.Held()) {
+        return kSuccess;  // the console stops: nobody can get the answer
+    }
+    const size_t bytes = command->GetRequest()->size();
+    if (!HasRoom(bytes, false) && !HasRoom(bytes, true)) {
+        Refuse(*token, "too many pending");
         return kSuccess;
     }
-    const PeerTurn turn(this);
-    const LocalResult result = turn.Held() ? Write(*token, deadlineMs) : LocalResult::kStopped;
+    const LocalResult result = Write(*token, deadlineMs);
     if (result == LocalResult::kDone || result == LocalResult::kLost ||
         result == LocalResult::kClosed) {
         Enqueue(std::move(token));
-        return kSuccess;
-    }
-    {
-        MutexLock lock(mMutex);
-        Unreserve(bytes);
-    }
-    if (Thread::StopRequested()) {
-        HandBack({std::move(token->command), processor});
-    } else {
+    } else if (!Thread::StopRequested()) {
         ReportReceiveError(ToErrorCode(result));
-        Refuse({std::move(token->command), processor}, "the daemon does not read");
+        Refuse(*token, "the daemon does not read");
     }
     return kSuccess;
 }
 
-bool PCBAMessager::Reserve(size_t bytes) {
-    std::vector<Unanswered> abandoned;
-    bool taken;
-    {
-        MutexLock lock(mMutex);
-        EndAbandonedWait();
-        if (!HasRoom(bytes)) {
-            abandoned = TakeAbandoned();
-        }
-        taken = HasRoom(bytes);
-        if (taken) {
-            ++mPending;
-            mPendingBytes += bytes;
-        }
-    }
-    for (Unanswered& request : abandoned) {
-        Formatter().GetResponse(request.command.get());
-        HandBack(std::move(request));
-    }
-    return taken;
-}
-
-bool PCBAMessager::HasRoom(size_t bytes) const {
-    return mInFlight.size() < kMaxInFlight &&
-           (mPending == 0 || (mPending < kMaxPending && mPendingBytes + bytes <= kMaxPendingBytes));
-}
-
-void PCBAMessager::Unreserve(size_t bytes) {
-    --mPending;
-    mPendingBytes -= bytes;
-}
-
-// Abandoned requests no longer count as pending. Their tokens stay: on a kept connection their
-// records are still to come; a connection of their own is closed.
-std::vector<PCBAMessager::Unanswered> PCBAMessager::TakeAbandoned() {
-    std::vector<Unanswered> abandoned;
+// Requests that nobody waits for no longer count; their commands are deleted. Their tokens stay: on
+// a kept connection their records are still to come; a connection of their own ends. `ask`: also
+// looks for clients that have left without notice.
+bool PCBAMessager::HasRoom(size_t bytes, bool ask) {
+    std::vector<std::unique_ptr<Command>> abandoned;  // deleted without the lock
+    size_t pending = 0;
+    MutexLock lock(mMutex);
     for (MessagerToken* token : mInFlight) {
-        if (token->command != nullptr && IsAbandoned(*token->command)) {
-            Unreserve(token->command->GetRequest()->size());
-            abandoned.push_back({std::move(token->command), token->processor});
-            if (mFd == -1) {
-                token->connection.reset();
-            }
+        if (token->command == nullptr) {
+            continue;
+        }
+        if (!IsAbandoned(*token->command, ask)) {
+            ++pending;
+            bytes += token->command->GetRequest()->size();
+            continue;
+        }
+        abandoned.push_back(std::move(token->command));
+        if (mFd == -1 && token->connection != nullptr) {
+            // The module's thread may be waiting on it.
+            token->connection->client->Shutdown();
+            token->connection.reset();
         }
     }
-    return abandoned;
-}
-
-// The module's thread waits for the record of the first request. Without keep-alive the wait ends
-// when that request is abandoned.
-void PCBAMessager::EndAbandonedWait() {
-    if (mFd != -1 || mInFlight.empty()) {
-        return;
-    }
-    const MessagerToken& first = *mInFlight.front();
-    if (first.command != nullptr && IsAbandoned(*first.command) && first.connection != nullptr) {
-        first.connection->client->Shutdown();
-    }
+    return mInFlight.size() < kMaxInFlight &&
+           (pending == 0 || (pending < kMaxPending && bytes <= kMaxPendingBytes));
 }
 
 // kDone: written on the token's connection. kLost and kClosed: no daemon.
@@ -157,6 +121,7 @@ LocalResult PCBAMessager::Write(MessagerToken& token, int64_t deadlineMs) {
             return result;
         }
         if (result == LocalResult::kLost || result == LocalResult::kCut) {
+            MutexLock lock(mMutex);
             Retire(connection);
         }
         if (result != LocalResult::kLost) {
@@ -213,34 +178,28 @@ void PCBAMessager::Enqueue(std::unique_ptr<MessagerToken> token) {
 }
 
 // Answers a request that was not queued, ahead of the pending ones.
-void PCBAMessager::Refuse(Unanswered request, const char* why) {
-    Formatter().GetResponse(request.command.get());
-    HandBack(std::move(request));
-    int64_t refused;
-    {
-        MutexLock lock(mMutex);
-        ++mRefused;
-        const int64_t nowMs = MonotonicMs();
-        if (mRefusedLoggedMs != 0 && nowMs - mRefusedLoggedMs < kRefusedLogPauseMs) {
-            return;
-        }
-        refused = std::exchange(mRefused, 0);
+void PCBAMessager::Refuse(MessagerToken& token, const char* why) {
+    HandBack(token, Formatter());
+    ++mRefused;
+    const int64_t nowMs = MonotonicMs();
+    if (mRefusedLoggedMs == 0 || nowMs - mRefusedLoggedMs >= kRefusedLogPauseMs) {
         mRefusedLoggedMs = nowMs;
+        KLOG(kLogError) << mModuleName << "-->" << std::exchange(mRefused, 0)
+                        << " requests refused: " << why;
     }
-    KLOG(kLogError) << mModuleName << "-->" << refused << " requests refused: " << why;
 }
 
 // The connection takes no more requests; it is closed with its last token.
 void PCBAMessager::Retire(const std::shared_ptr<PCBAConnection>& connection) {
-    MutexLock lock(mMutex);
     if (mKept == connection) {
         mKept.reset();
     }
 }
 
-void PCBAMessager::HandBack(Unanswered request) {
-    if (SendMessager(request.command.get(), request.processor) == kSuccess) {
-        static_cast<void>(request.command.release());  // the console owns it
+void PCBAMessager::HandBack(MessagerToken& token, Formatter formatter) {
+    formatter.GetResponse(token.command.get());
+    if (SendMessager(token.command.get(), token.processor) == kSuccess) {
+        static_cast<void>(token.command.release());  // the console owns it
     }
 }
 
@@ -257,10 +216,9 @@ void PCBAMessager::Answer(MessagerToken& token) {
     std::shared_ptr<PCBAConnection> connection;
     {
         MutexLock lock(mMutex);
-        if (mFd == -1 && (token.command == nullptr || IsAbandoned(*token.command))) {
-            token.connection.reset();
+        if (mFd != -1 || (token.command != nullptr && !IsAbandoned(*token.command, false))) {
+            connection = token.connection;
         }
-        connection = token.connection;
     }
     std::vector<char> record;
     int result = kErrorInvalidDescriptor;
@@ -268,7 +226,6 @@ void PCBAMessager::Answer(MessagerToken& token) {
         result = ReceiveRecord(*connection, record);
         if (result != kSuccess) {
             connection->GiveUp();
-            Retire(connection);
         }
     }
     if (!mRunning) {
@@ -282,29 +239,20 @@ void PCBAMessager::Answer(MessagerToken& token) {
         DUMPLOG_AS("Run", kLogTag, "Run", record.data(), record.size());
         Decode(record, &formatter);
     }
-    std::unique_ptr<Command> command;
     {
         MutexLock lock(mMutex);
-        command = std::move(token.command);
-        if (command != nullptr) {
-            Unreserve(command->GetRequest()->size());
-        }
-    }
-    if (connection != nullptr && (command == nullptr || !formatter.Matches(*command))) {
-        // One record too many shifts all later answers: keep later requests off this connection.
-        // The echo in the record of an abandoned request cannot be checked any more.
-        Retire(connection);
-    }
-    {
-        MutexLock lock(mMutex);
-        mInFlight.pop_front();
+        mInFlight.pop_front();  // from now on only this thread uses the token
         if (connection != nullptr) {
             --connection->waiting;
         }
+        // One record too many shifts all later answers: keep later requests off this connection.
+        // The echo in the record of an abandoned request cannot be checked any more.
+        if (token.command == nullptr || !formatter.Matches(*token.command)) {
+            Retire(connection);
+        }
     }
-    if (command != nullptr) {
-        formatter.GetResponse(command.get());
-        HandBack({std::move(command), token.processor});
+    if (token.command != nullptr) {
+        HandBack(token, std::move(formatter));
     }
 }
 

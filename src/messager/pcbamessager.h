@@ -28,7 +28,7 @@ struct PCBAConnection;
 //
 // Pending requests are bounded in number and bytes. A request beyond that, or one that the daemon
 // does not read within a second, gets the mismatch answer at once. So a console waits at most a
-// second for the daemon to read, and never for an answer.
+// second, its turn included, for the daemon to read, and never for an answer.
 class PCBAMessager : public Messager {
   public:
     // The caller owns the new module; its thread is running.
@@ -56,30 +56,20 @@ class PCBAMessager : public Messager {
   private:
     using PCBAMsgRunnable = MemberRunnable<PCBAMessager, &PCBAMessager::Run>;
 
-    // A command and the console that gets the answer.
-    struct Unanswered {
-        std::unique_ptr<Command> command;
-        void* processor;
-    };
-
-    // On the consoles' threads.
-    bool Reserve(size_t bytes);
-    bool HasRoom(size_t bytes) const KELP_REQUIRES(mMutex);
-    std::vector<Unanswered> TakeAbandoned() KELP_REQUIRES(mMutex);
-    void EndAbandonedWait() KELP_REQUIRES(mMutex);
-    void Unreserve(size_t bytes) KELP_REQUIRES(mMutex);
+    // On the consoles' threads, under the PeerTurn.
+    bool HasRoom(size_t bytes, bool ask);
     LocalResult Write(MessagerToken& token, int64_t deadlineMs);
     std::shared_ptr<PCBAConnection> ConnectionForRequest(int64_t deadlineMs);
     LocalResult DropStale(PCBAConnection& connection);
     void Enqueue(std::unique_ptr<MessagerToken> token);
-    void Refuse(Unanswered request, const char* why);
+    void Refuse(MessagerToken& token, const char* why);
 
     // On the module's thread.
     void Answer(MessagerToken& token);
     int ReceiveRecord(PCBAConnection& connection, std::vector<char>& record);
 
-    void Retire(const std::shared_ptr<PCBAConnection>& connection);
-    void HandBack(Unanswered request);
+    void Retire(const std::shared_ptr<PCBAConnection>& connection) KELP_REQUIRES(mMutex);
+    void HandBack(MessagerToken& token, Formatter formatter);
 
     std::atomic<bool> mRunning{true};
     Mutex mMutex;  // a leaf
@@ -87,11 +77,9 @@ class PCBAMessager : public Messager {
     std::shared_ptr<PCBAConnection> mKept KELP_GUARDED_BY(mMutex);
     // Requests whose records are awaited, in the order of mTokenQueue. Not owned.
     std::deque<MessagerToken*> mInFlight KELP_GUARDED_BY(mMutex);
-    // Pending requests that still need an answer, and those being written.
-    size_t mPending KELP_GUARDED_BY(mMutex) = 0;
-    size_t mPendingBytes KELP_GUARDED_BY(mMutex) = 0;
-    int64_t mRefused KELP_GUARDED_BY(mMutex) = 0;          // since the last log record
-    int64_t mRefusedLoggedMs KELP_GUARDED_BY(mMutex) = 0;  // 0: never
+    // Both belong to the holder of the PeerTurn.
+    int64_t mRefused = 0;          // since the last log record
+    int64_t mRefusedLoggedMs = 0;  // 0: never
     MessageQueue<MessagerToken> mTokenQueue;
     const std::unique_ptr<PCBAMsgRunnable> mRunnable;
     const std::unique_ptr<Thread> mThread;  // last: it uses all of the above

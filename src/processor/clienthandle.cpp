@@ -31,13 +31,11 @@ bool Drain(int fd) {
 ClientHandle::ClientHandle(UniqueFd fd, int number)
     : mNumber(number), mFd(std::make_shared<const UniqueFd>(std::move(fd))) {}
 
-bool ClientHandle::HasEnded() {
+bool ClientHandle::HasEnded() const {
     const Hold hold = Acquire();
-    struct pollfd socket = {hold != nullptr ? hold->Get() : -1, 0, 0};
-    if (poll(&socket, 1, 0) == 1 && (socket.revents & (POLLHUP | POLLERR)) != 0) {
-        mGone = true;
-    }
-    return mGone;
+    // Of a device, `hold` is a duplicate of what the number means.
+    struct pollfd socket = {hold != nullptr && hold->Get() == mNumber ? hold->Get() : -1, 0, 0};
+    return mGone || (poll(&socket, 1, 0) == 1 && (socket.revents & (POLLHUP | POLLERR)) != 0);
 }
 
 void ClientHandle::CloseDescriptor() {

@@ -32,8 +32,9 @@ class ClientHandle {
     bool Gone() const { return mGone; }
 
     // True when the client can get nothing more: gone, or it has reset the connection or closed
-    // both directions. (A TCP client that closed looks like one that only stopped sending.)
-    bool HasEnded();
+    // both directions. (A TCP client that closed looks like one that only stopped sending.) Never
+    // for a device. What the client has sent can still be read: the question changes nothing.
+    bool HasEnded() const;
 
     // Null when the client is gone, and while the device is being reopened. A close of the
     // descriptor takes effect when the last hold is released.

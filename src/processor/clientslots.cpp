@@ -68,7 +68,7 @@ void ClientSlots::Remove(int number) {
         mLeavers.push_back(client);
     }
     if (client->HasEnded()) {
-        client->CloseDescriptor();
+        client->Close(0);
     }
 }
 

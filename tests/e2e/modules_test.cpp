@@ -319,6 +319,39 @@ TEST_F(Pcba, PendingRequestsAreBoundedAndBlockNoConsole) {
     EXPECT_TRUE(tcp.Answers("", Value("AT+P=5", "+P:5")));
 }
 
+// They leave by a reset after a half-close, which only their sockets tell.
+TEST_F(Pcba, RequestsLeftBehindCountOnlyUntilTheirRecords) {
+    std::atomic<size_t> taken{0};
+    const auto daemon = Daemon("pcba", [&](const std::string& requests) {
+        taken += requests.size();
+        return Peer::Answer{};
+    });
+    StartWith(R"("timeout": 1)", R"("timeout": 60)");
+    std::string requests, records;
+    for (int i = 0; i < 256; ++i) {
+        requests += "AT+P=1\r\n";
+        records += Record("AT+P=1", "1");
+    }
+    for (int round = 1; round <= 16; ++round) {
+        Station left = Tcp();
+        ASSERT_TRUE(left.Send(requests));
+        ASSERT_TRUE(WaitUntil([&] { return taken == static_cast<size_t>(round) * 256 * 6; }));
+        left.HalfClose();
+        ASSERT_TRUE(mKelp->WaitForLog("tcp-->ioctl read error.errno->5\n", round));
+        left.Reset();
+    }
+    // 4,096 records are awaited.
+    Station station = Tcp();
+    EXPECT_TRUE(station.Answers("AT+P=2\r\n", Mismatch("AT+P=2")));
+    for (int round = 1; round <= 16; ++round) {
+        ASSERT_TRUE(daemon->Push(records));
+    }
+    ASSERT_TRUE(mKelp->WaitForLog(": ReadResult: result =0\n", 16 * 256));
+    ASSERT_TRUE(station.Send("AT+P=3\r\n") && daemon->WaitForRequest("AT+P=3"));
+    ASSERT_TRUE(daemon->Push(Record("AT+P=3", "3")));
+    EXPECT_TRUE(station.Answers("", Value("AT+P=3", "+P:3")));
+}
+
 TEST_F(Modules, AnswersInSeveralPieces) {
     const auto wcn = Wcn(Silent()), bench = Default(Silent());
     const std::string path = R"("path": ")" + mDir.Path("wcn");
