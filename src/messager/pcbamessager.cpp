@@ -1,5 +1,8 @@
 #include "messager/pcbamessager.h"
 
+#include <sys/resource.h>
+#include <sys/select.h>
+
 #include <algorithm>
 #include <utility>
 
@@ -22,6 +25,14 @@ constexpr size_t kMaxPendingBytes = 4u << 20;
 constexpr size_t kMaxInFlight = 4096;
 constexpr int kWriteMs = 1000;
 constexpr int kRefusedLogPauseMs = 10000;
+constexpr char kTooMany[] = "too many pending";
+
+// Half of all descriptors: the consoles need the others to accept and answer.
+int MaxNumber() {
+    struct rlimit limit = {FD_SETSIZE, FD_SETSIZE};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    return static_cast<int>(std::min<rlim_t>(limit.rlim_cur, FD_SETSIZE) / 2);
+}
 
 // True when nobody can get the answer: the client is gone, its console was switched off or, when it
 // is to be asked, its socket has ended.
@@ -38,6 +49,7 @@ Messager* PCBAMessager::Create(MessagerManager* manager, std::string name) {
 
 PCBAMessager::PCBAMessager(MessagerManager* manager, const std::string& name)
     : Messager(manager, name),
+      mMaxNumber(MaxNumber()),
       mKept(mFd != -1 ? std::make_shared<PCBAConnection>(std::move(mClient)) : nullptr),
       mRunnable(new PCBAMsgRunnable(this)),
       mThread(new Thread(mRunnable.get(), name)) {
@@ -60,17 +72,12 @@ unsigned PCBAMessager::HandleMessager(Command* command, void* processor) {
         return kSuccess;  // the console stops: nobody can get the answer
     }
     const size_t bytes = command->GetRequest()->size();
-    if (!HasRoom(bytes, false) && !HasRoom(bytes, true)) {
-        Refuse(*token, "too many pending");
-        return kSuccess;
-    }
-    const LocalResult result = Write(*token, deadlineMs);
-    if (result == LocalResult::kDone || result == LocalResult::kLost ||
-        result == LocalResult::kClosed) {
+    const bool room = HasRoom(bytes, false) || HasRoom(bytes, true);
+    const char* const refused = room ? Write(*token, deadlineMs) : kTooMany;
+    if (refused == nullptr) {
         Enqueue(std::move(token));
     } else if (!Thread::StopRequested()) {
-        ReportReceiveError(ToErrorCode(result));
-        Refuse(*token, "the daemon does not read");
+        Refuse(*token, refused);
     }
     return kSuccess;
 }
@@ -102,33 +109,41 @@ bool PCBAMessager::HasRoom(size_t bytes, bool ask) {
            (pending == 0 || (pending < kMaxPending && bytes <= kMaxPendingBytes));
 }
 
-// kDone: written on the token's connection. kLost and kClosed: no daemon.
-LocalResult PCBAMessager::Write(MessagerToken& token, int64_t deadlineMs) {
-    LocalResult result = LocalResult::kClosed;
-    // A closed peer is detected by the write: one retry on a new connection.
+// Null: written on the token's connection, or there is no daemon and the token has none. Otherwise
+// why the request is refused.
+const char* PCBAMessager::Write(MessagerToken& token, int64_t deadlineMs) {
+    bool scarce = false;
+    // A closed peer is detected by the write: one retry on a new connection. Another descriptor may
+    // be free once the requests of clients that have left are gone.
     for (int tries = 0; tries < 2; ++tries) {
         const std::shared_ptr<PCBAConnection> connection = ConnectionForRequest(deadlineMs);
         if (connection == nullptr) {
-            return LocalResult::kClosed;
+            return nullptr;
         }
-        result = DropStale(*connection);
+        LocalSocketClient& client = *connection->client;
+        scarce = mFd == -1 && client.Descriptor() >= mMaxNumber;
+        LocalResult result = scarce ? LocalResult::kLost : DropStale(*connection);
         if (result == LocalResult::kDone) {
-            result = connection->client->ssend(*token.command->GetRequest(), deadlineMs);
+            result = client.ssend(*token.command->GetRequest(), deadlineMs);
         }
         if (result == LocalResult::kDone) {
             token.connection = connection;
-            token.result = connection->client->Descriptor();
-            return result;
+            token.result = client.Descriptor();
+            return nullptr;
         }
         if (result == LocalResult::kLost || result == LocalResult::kCut) {
             MutexLock lock(mMutex);
             Retire(connection);
         }
         if (result != LocalResult::kLost) {
-            return result;
+            ReportReceiveError(ToErrorCode(result));
+            return "the daemon does not read";
+        }
+        if (scarce) {
+            HasRoom(0, true);
         }
     }
-    return result;
+    return scarce ? kTooMany : nullptr;
 }
 
 std::shared_ptr<PCBAConnection> PCBAMessager::ConnectionForRequest(int64_t deadlineMs) {

@@ -26,9 +26,10 @@ struct PCBAConnection;
 // another request; it is closed when its pending requests are answered. Without keep-alive each
 // request has its own connection.
 //
-// Pending requests are bounded in number and bytes. A request beyond that, or one that the daemon
-// does not read within a second, gets the mismatch answer at once. So a console waits at most a
-// second, its turn included, for the daemon to read, and never for an answer.
+// Pending requests are bounded in number, bytes and descriptors: what is kept open for them must
+// not stop the consoles. A request beyond that gets the mismatch answer at once, and so does one
+// that the daemon does not read within a second. So a console waits at most a second, its turn
+// included, for the daemon to read, and never for an answer.
 class PCBAMessager : public Messager {
   public:
     // The caller owns the new module; its thread is running.
@@ -58,7 +59,7 @@ class PCBAMessager : public Messager {
 
     // On the consoles' threads, under the PeerTurn.
     bool HasRoom(size_t bytes, bool ask);
-    LocalResult Write(MessagerToken& token, int64_t deadlineMs);
+    const char* Write(MessagerToken& token, int64_t deadlineMs);
     std::shared_ptr<PCBAConnection> ConnectionForRequest(int64_t deadlineMs);
     LocalResult DropStale(PCBAConnection& connection);
     void Enqueue(std::unique_ptr<MessagerToken> token);
@@ -72,7 +73,8 @@ class PCBAMessager : public Messager {
     void HandBack(MessagerToken& token, Formatter formatter);
 
     std::atomic<bool> mRunning{true};
-    Mutex mMutex;  // a leaf
+    const int mMaxNumber;  // connections of one request have descriptors below this
+    Mutex mMutex;          // a leaf
     // The connection for new requests; null without keep-alive, and when there is none.
     std::shared_ptr<PCBAConnection> mKept KELP_GUARDED_BY(mMutex);
     // Requests whose records are awaited, in the order of mTokenQueue. Not owned.

@@ -21,9 +21,7 @@ constexpr size_t kMaxNameLength = 15;
 }  // namespace
 
 Thread::Thread(Runnable* runnable, std::string name)
-    : mRunnable(runnable),
-      mWakeFd(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
-      mName(std::move(name)) {}
+    : mRunnable(runnable), mName(std::move(name)) {}
 
 Thread::~Thread() {
     Stop();

@@ -96,7 +96,7 @@ class Thread {
     inline static thread_local Thread* sCurrent = nullptr;
 
     Runnable* const mRunnable;
-    UniqueFd mWakeFd;                // eventfd, made once; readable while mStop is set
+    UniqueFd mWakeFd;  // eventfd, made by the first Start; readable while mStop is set
     std::atomic<bool> mStop{false};  // written under mMutex
 
     Mutex mMutex;  // a leaf

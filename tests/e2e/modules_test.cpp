@@ -352,6 +352,34 @@ TEST_F(Pcba, RequestsLeftBehindCountOnlyUntilTheirRecords) {
     EXPECT_TRUE(station.Answers("", Value("AT+P=3", "+P:3")));
 }
 
+TEST_F(Pcba, RequestsLeftBehindLeaveDescriptorsToTheConsoles) {
+    const auto pcba = Daemon("pcba", Silent()), fm = Daemon("fm", Silent());
+    StartWith(R"("timeout": 1)", R"("timeout": 60)", false);
+    std::vector<Station> left;
+    const auto leave = [&](const std::string& request) {
+        left.push_back(Tcp());
+        // The answer to X shows that the request has been written or refused.
+        ASSERT_TRUE(left.back().Send(request + "\r\nX\r\n"));
+        ASSERT_EQ(left.back().Receive(Unsupported("X").size()).size(), Unsupported("X").size());
+        left.back().HalfClose();
+    };
+    for (int i = 0; i < 520; ++i) {
+        ASSERT_NO_FATAL_FAILURE(leave(i % 2 == 0 ? "AT+P" : "AT+F"));
+    }
+    EXPECT_LT(mKelp->Descriptors(), 530u);
+    Station local = Station::Local();
+    for (const std::string request : {"AT+P1", "AT+F1"}) {
+        EXPECT_TRUE(local.Answers(request + "\r\n", Mismatch(request)));
+    }
+    EXPECT_GE(mKelp->Logged("requests refused: too many pending"), 2);
+    for (Station& station : left) {
+        station.Reset();
+    }
+    ASSERT_TRUE(local.Send("AT+P2\r\n") && pcba->WaitForRequest("AT+P2"));
+    ASSERT_TRUE(pcba->Push(Record("AT+P2", "2")));
+    EXPECT_TRUE(local.Answers("", Value("AT+P2", "+P2:2")));
+}
+
 TEST_F(Modules, AnswersInSeveralPieces) {
     const auto wcn = Wcn(Silent()), bench = Default(Silent());
     const std::string path = R"("path": ")" + mDir.Path("wcn");
