@@ -278,29 +278,23 @@ int PCBAMessager::ReceiveRecord(PCBAConnection& connection, std::vector<char>& r
     while (!connection.givenUp) {
         size_t length = 0;
         const std::string_view bytes(connection.bytes.data(), connection.bytes.size());
-        switch (FindPcbaRecord(bytes, length)) {
-            case PCBARecordState::kComplete: {
-                const auto end = connection.bytes.begin() + static_cast<ptrdiff_t>(length);
-                record.assign(connection.bytes.begin(), end);
-                connection.bytes.erase(connection.bytes.begin(), end);
-                return kSuccess;
-            }
-            case PCBARecordState::kDamaged:
-                KLOG(kLogError) << mModuleName << "-->damaged record";
-                return kErrorMismatch;
-            case PCBARecordState::kIncomplete:
-                break;
+        const PCBARecordState state = FindPcbaRecord(bytes, length);
+        if (state == PCBARecordState::kComplete) {
+            const auto end = connection.bytes.begin() + static_cast<ptrdiff_t>(length);
+            record.assign(connection.bytes.begin(), end);
+            connection.bytes.erase(connection.bytes.begin(), end);
+            return kSuccess;
         }
-        struct timeval timeout = {};
-        if (mTimeout > 0) {
-            const int64_t leftMs = deadlineMs - MonotonicMs();
-            if (leftMs <= 0) {
-                return kErrorTimeOut;
-            }
-            timeout.tv_sec = static_cast<time_t>(leftMs / 1000);
-            timeout.tv_usec = static_cast<suseconds_t>(leftMs % 1000) * 1000;
+        if (state == PCBARecordState::kDamaged) {
+            KLOG(kLogError) << mModuleName << "-->damaged record";
+            return kErrorMismatch;
         }
-        const LocalResult result = connection.client->sreceive(connection.bytes, timeout);
+        const int64_t leftMs = mTimeout > 0 ? deadlineMs - MonotonicMs() : 0;
+        if (mTimeout > 0 && leftMs <= 0) {
+            return kErrorTimeOut;
+        }
+        const LocalResult result =
+            connection.client->sreceive(connection.bytes, {leftMs / 1000, leftMs % 1000 * 1000});
         if (result != LocalResult::kDone) {
             return ToErrorCode(result);
         }

@@ -23,14 +23,7 @@ constexpr int kSendStallMs = 30000;
 constexpr size_t kMaxStaleBytes = 1u << 20;
 constexpr size_t kChunkBytes = 16384;
 
-// Non-blocking recv, repeated on EINTR; -1 with EAGAIN when there is no data.
-ssize_t ReceiveNow(int fd, void* buffer, size_t size) {
-    ssize_t n;
-    do {
-        n = recv(fd, buffer, size, MSG_DONTWAIT);
-    } while (n < 0 && errno == EINTR);
-    return n;
-}
+// send and recv below do not wait (MSG_DONTWAIT), and so never fail with EINTR.
 
 // kDone when `fd` is ready, else kTimeOut (at `deadlineMs`, but after `limitMs` at most) or
 // kStopped.
@@ -90,9 +83,6 @@ LocalResult LocalSocketClient::ssend(const std::vector<char>& data, int64_t dead
             sent += static_cast<size_t>(n);
             continue;
         }
-        if (errno == EINTR) {
-            continue;
-        }
         if (errno != EAGAIN) {
             return LocalResult::kLost;
         }
@@ -124,7 +114,7 @@ LocalResult LocalSocketClient::sreceive(std::vector<char>& data, struct timeval 
             return wait;
         }
         char chunk[kChunkBytes];
-        const ssize_t n = limited ? ReceiveNow(mFd.Get(), chunk, sizeof(chunk))
+        const ssize_t n = limited ? recv(mFd.Get(), chunk, sizeof(chunk), MSG_DONTWAIT)
                                   : Thread::Receive(mFd.Get(), chunk, sizeof(chunk));
         if (n > 0) {
             data.insert(data.end(), chunk, chunk + n);
@@ -142,7 +132,7 @@ LocalResult LocalSocketClient::Discard(size_t& dropped) {
     }
     char chunk[kChunkBytes];
     for (const size_t before = dropped; dropped - before <= kMaxStaleBytes;) {
-        const ssize_t n = ReceiveNow(mFd.Get(), chunk, sizeof(chunk));
+        const ssize_t n = recv(mFd.Get(), chunk, sizeof(chunk), MSG_DONTWAIT);
         if (n < 0 && errno == EAGAIN) {
             return LocalResult::kDone;
         }

@@ -83,20 +83,13 @@ void Thread::Stop() {
 
 void Thread::Mark() {
     mStop.store(true);
-    const uint64_t one = 1;
-    // Fails only when the counter is full, and then the descriptor is readable already.
-    if (write(mWakeFd.Get(), &one, sizeof(one)) < 0) {
-        return;
-    }
+    eventfd_write(mWakeFd.Get(), 1);  // fails only if it is readable already
 }
 
 void Thread::Unmark() {
     mStop.store(false);
-    uint64_t count;
-    // Fails when the thread was not marked.
-    if (read(mWakeFd.Get(), &count, sizeof(count)) < 0) {
-        return;
-    }
+    eventfd_t count;
+    eventfd_read(mWakeFd.Get(), &count);  // fails if the thread was not marked
 }
 
 void Thread::Wake() {
