@@ -100,6 +100,5 @@ include(CPack)
 if(KELP_BUILD_TESTS AND NOT CMAKE_CROSSCOMPILING)
     add_test(NAME install
         COMMAND ${PROJECT_SOURCE_DIR}/tests/install_test.sh ${CMAKE_COMMAND} ${PROJECT_BINARY_DIR})
-    set_tests_properties(install PROPERTIES
-        LABELS install TIMEOUT 300 RESOURCE_LOCK kelp_local_console)
+    set_tests_properties(install PROPERTIES LABELS install TIMEOUT 300)
 endif()

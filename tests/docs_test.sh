@@ -2,10 +2,7 @@
 # Runs every command of a page of docs/ unchanged, except for the port. Arguments: the page, the
 # directories of the built programs.
 set -euo pipefail
-# The daemon's local console has one name in each network namespace.
-if [[ -z ${KELP_OWN_NAMESPACE-} ]] && unshare -rn ip link set lo up 2>/dev/null; then
-    KELP_OWN_NAMESPACE=1 exec unshare -rn sh -c 'ip link set lo up && exec "$0" "$@"' "$0" "$@"
-fi
+source "${0%/*}/ownnetwork.sh"
 page=$(realpath "$1")
 export PATH=$2:$3:/usr/bin:$PATH EXAMPLES=${page%/*}/../examples # Debian's pytest has labgrid
 command -v socat >/dev/null || { echo "socat is not installed" && exit 77; }
