@@ -5,6 +5,7 @@
 #include <fuzzer/FuzzedDataProvider.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -44,7 +45,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     kelp::ReceiveConfig& how = *config.GetReceiveConfig();
     how.mode = input.ConsumeIntegralInRange<int>(0, 2);
     const std::string tail = input.ConsumeRandomLengthString(kelp::kMaxTailBytes);
-    how.SetTail(reinterpret_cast<const unsigned char*>(tail.data()), static_cast<int>(tail.size()));
+    std::copy(tail.begin(), tail.end(), how.tail);
+    how.tailLength = static_cast<int>(tail.size());
     Console console(&config);
     int ends[2];
     KELP_FUZZ_CHECK(pipe2(ends, O_CLOEXEC) == 0);

@@ -2,6 +2,8 @@
 
 #include <errno.h>
 
+#include <utility>
+
 #include "config/configkeys.h"
 #include "platform/cjsonobject.h"
 #include "platform/log.h"
@@ -23,16 +25,6 @@ CommonConfig MakeConsole(const char* name, bool active, const char* route, int32
     return console;
 }
 
-ModuleInfo MakeModule(const std::string& name, int32_t timeout, bool keepAlive,
-                      const std::string& path) {
-    ModuleInfo module;
-    module.timeout = timeout;
-    module.keepAlive = keepAlive;
-    module.name = name;
-    module.path = path;
-    return module;
-}
-
 template <typename Record>
 Record* FindByName(std::vector<Record>& records, const std::string& name) {
     for (Record& record : records) {
@@ -50,12 +42,10 @@ ConfigManager::ConfigManager() : mConsoleConfig(new ConsoleConfig) {
     InitCommonConfig();
 }
 
-ConfigManager::~ConfigManager() = default;
-
 void ConfigManager::InitModuleConfig() {
     std::vector<ModuleInfo>& modules = mConsoleConfig->modules;
-    modules.push_back(MakeModule("wcn", kDefaultModuleTimeout, false, "/dev/socket/sync_wcn"));
-    modules.push_back(MakeModule("modem", 0, true, "/dev/socket/async_tolm"));
+    modules.push_back({kDefaultModuleTimeout, 0, false, "wcn", "/dev/socket/sync_wcn", {}, {}});
+    modules.push_back({0, 0, true, "modem", "/dev/socket/async_tolm", {}, {}});
 }
 
 void ConfigManager::InitCommonConfig() {
@@ -68,7 +58,7 @@ void ConfigManager::InitCommonConfig() {
 }
 
 void ConfigManager::ConstructModuleConfig(const std::string& name) {
-    mConsoleConfig->modules.push_back(MakeModule(name, kDefaultModuleTimeout, false, ""));
+    mConsoleConfig->modules.push_back({kDefaultModuleTimeout, 0, false, name, "", {}, {}});
 }
 
 CommonConfig* ConfigManager::GetConfigByName(const std::string& name) {
@@ -84,29 +74,27 @@ bool ConfigManager::SupportConsoleMode(const std::string& name) {
     return console != nullptr && console->support;
 }
 
-bool ConfigManager::ReadJSONDoc(const std::string& path, neb::CJsonObject& doc) {
+bool ConfigManager::ReadJSONDoc(const std::string& path, neb::CJsonObject& doc,
+                                std::string* content) {
     std::string& own = mConsoleConfig->path;
     if (!path.empty()) {
         own = path;
     }
-    std::string content;
-    return ReadOwnFile(content, doc);
-}
-
-bool ConfigManager::ReadOwnFile(std::string& content, neb::CJsonObject& doc) {
-    static constexpr char kFunction[] = "ReadJSONDoc";
-    const std::string& path = mConsoleConfig->path;
-    if (!ReadWholeFile(path, kMaxConfigBytes, content)) {
-        KLOG_AS(kFunction, kLogError) << "Json file(" << path << ") open error!!!";
-        KLOG_AS(kFunction, kLogInfo) << "not read, errno = " << errno;
+    std::string text;
+    if (!ReadWholeFile(own, kMaxConfigBytes, text)) {
+        KLOG(kLogError) << "Json file(" << own << ") open error!!!";
+        KLOG(kLogInfo) << "not read, errno = " << errno;
         return false;
     }
-    if (!doc.Parse(content)) {
+    if (!doc.Parse(text)) {
         const neb::CJsonPosition at = doc.ErrorPosition();
-        KLOG_AS(kFunction, kLogError) << "Json file(" << path << ") syntax error!!!";
-        KLOG_AS(kFunction, kLogInfo)
-            << "line " << at.line << ", column " << at.column << ": " << doc.ErrorReason();
+        KLOG(kLogError) << "Json file(" << own << ") syntax error!!!";
+        KLOG(kLogInfo) << "line " << at.line << ", column " << at.column << ": "
+                       << doc.ErrorReason();
         return false;
+    }
+    if (content != nullptr) {
+        *content = std::move(text);
     }
     return true;
 }
@@ -116,7 +104,7 @@ bool ConfigManager::RefreshConfig() {
     const std::string& path = mConsoleConfig->path;
     neb::CJsonObject doc;
     std::string old;
-    if (!ReadOwnFile(old, doc)) {
+    if (!ReadJSONDoc("", doc, &old)) {
         return false;
     }
     for (const CommonConfig& console : mConsoleConfig->consoles) {

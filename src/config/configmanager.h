@@ -25,7 +25,6 @@ namespace kelp {
 class ConfigManager {
   public:
     ConfigManager();
-    ~ConfigManager();
     ConfigManager(const ConfigManager&) = delete;
     ConfigManager& operator=(const ConfigManager&) = delete;
 
@@ -45,8 +44,9 @@ class ConfigManager {
 
     // Stores `path` unless it is empty, and reads the stored file into `doc`. False, with one
     // severity-4 record, when it cannot be read (only a regular file of at most kMaxConfigBytes
-    // can) or is no valid JSON; a severity-2 record then gives the reason.
-    bool ReadJSONDoc(const std::string& path, neb::CJsonObject& doc);
+    // can) or is no valid JSON; a severity-2 record then gives the reason. `content` gets the text.
+    bool ReadJSONDoc(const std::string& path, neb::CJsonObject& doc,
+                     std::string* content = nullptr);
     // Applies the file to the configuration. False as above, with only the path changed.
     bool ParseJSONDoc(const std::string& path);
 
@@ -73,8 +73,6 @@ class ConfigManager {
     bool RefreshConfig();
 
   private:
-    bool ReadOwnFile(std::string& content, neb::CJsonObject& doc);
-
     // Held from reading to writing the file, so that the second of two concurrent updates starts
     // from the result of the first. Taken before the locks of the record fields.
     Mutex mRefreshMutex;

@@ -11,7 +11,6 @@
 #include "platform/cjsonobject.h"
 #include "platform/log.h"
 #include "platform/systemproperty.h"
-#include "platform/uppercase.h"
 
 namespace kelp {
 
@@ -31,14 +30,6 @@ bool ReadStrings(const neb::CJsonObject& array, std::vector<std::string>& list) 
         }
     }
     return true;
-}
-
-template <typename T>
-void GetShared(const neb::CJsonObject& obj, const char* key, Shared<T>& field) {
-    T value = field;
-    if (obj.Get(key, value)) {
-        field = value;
-    }
 }
 
 struct MemberParser {
@@ -88,8 +79,12 @@ void ConfigManager::ParseConsole(neb::CJsonObject& obj) {
                 member.Get(kKeySupport, console.support);
                 member.Get(kKeyActive, active);
                 console.active = ParseActive(active);
-                GetShared(member, kKeyRoute, console.route);
-                GetShared(member, kKeyPort, console.port);
+                std::string route = console.route;
+                member.Get(kKeyRoute, route);
+                console.route = route;
+                int32_t port = console.port;
+                member.Get(kKeyPort, port);
+                console.port = port;
             }
             member.Get(kKeyTimeout, console.timeout);
         }
@@ -144,7 +139,6 @@ void ConfigManager::HexToString(std::string hex, unsigned char* out, int& length
         KLOG(kLogError) << hex.size() << " digits cut to " << kMaxDigits;
         hex.resize(kMaxDigits);
     }
-    hex = UpperCase(std::move(hex));
     length = static_cast<int>(hex.size() / 2);
     unsigned value = 0;
     for (int i = 0; i < length; ++i) {

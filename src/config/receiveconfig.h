@@ -1,7 +1,6 @@
 // How received bytes are cut into commands.
 #pragma once
 
-#include <algorithm>
 #include <cstdint>
 
 namespace kelp {
@@ -20,16 +19,6 @@ struct ReceiveConfig {
     unsigned char tail[kMaxTailBytes + 1] = {'\r', '\n'};  // zero after the last byte
     int32_t tailLength = 2;                                // in bytes
     int32_t millisecond = 0;                               // the quiet interval, in milliseconds
-
-    // Sets the terminator to `length` bytes; one that does not fit is ignored.
-    void SetTail(const unsigned char* bytes, int32_t length) {
-        if (length < 0 || length > kMaxTailBytes) {
-            return;
-        }
-        std::copy_n(bytes, length, tail);
-        tail[length] = 0;
-        tailLength = length;
-    }
 };
 
 }  // namespace kelp

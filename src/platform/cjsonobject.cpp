@@ -14,7 +14,8 @@ namespace neb {
 namespace {
 
 // Without exceptions the library aborts where it would throw. Only calls that cannot throw are used
-// here: get_ptr in place of get and at, sax_parse, and dump with the replacing handler.
+// here: get_ptr in place of get (except for a known number) and at, sax_parse, and dump with the
+// replacing handler.
 using Json = nlohmann::ordered_json;
 
 constexpr auto kReplaceBadBytes = Json::error_handler_t::replace;
@@ -154,8 +155,23 @@ CJsonPosition Locate(const std::string& text, size_t bytesRead) {
     return position;
 }
 
+// The value, if there is one of this type, else null.
+template <typename T>
+const T* As(const Json* node) {
+    return node != nullptr ? node->get_ptr<const T*>() : nullptr;
+}
+
+template <typename T>
+bool CopyTo(const Json* node, T& value) {
+    const T* const found = As<T>(node);
+    if (found != nullptr) {
+        value = *found;
+    }
+    return found != nullptr;
+}
+
 const Json* FindMember(const Json* node, const std::string& key) {
-    const auto* const object = node != nullptr ? node->get_ptr<const Json::object_t*>() : nullptr;
+    const auto* const object = As<Json::object_t>(node);
     if (object == nullptr) {
         return nullptr;
     }
@@ -248,8 +264,7 @@ bool CJsonObject::GetKey(std::string& key) {
 }
 
 bool CJsonObject::GetKeyAt(size_t index, std::string& key) const {
-    const Json* const node = Document::Find(*this);
-    const auto* const object = node != nullptr ? node->get_ptr<const Json::object_t*>() : nullptr;
+    const auto* const object = As<Json::object_t>(Document::Find(*this));
     if (object == nullptr || index >= object->size()) {
         return false;
     }
@@ -270,24 +285,18 @@ std::optional<std::string> CJsonObject::operator()(int index) const {
     if (index < 0 || index >= GetArraySize()) {
         return std::nullopt;
     }
-    const auto& array = *Document::Find(*this)->get_ptr<const Json::array_t*>();
-    const auto* const text = array[static_cast<size_t>(index)].get_ptr<const std::string*>();
+    const auto& array = *As<Json::array_t>(Document::Find(*this));
+    const auto* const text = As<std::string>(&array[static_cast<size_t>(index)]);
     return text != nullptr ? std::optional<std::string>(*text) : std::nullopt;
 }
 
 int CJsonObject::GetArraySize() const {
-    const Json* const node = Document::Find(*this);
-    const auto* const array = node != nullptr ? node->get_ptr<const Json::array_t*>() : nullptr;
+    const auto* const array = As<Json::array_t>(Document::Find(*this));
     return array != nullptr ? static_cast<int>(array->size()) : 0;
 }
 
 bool CJsonObject::Get(const std::string& key, bool& value) const {
-    const Json* const node = FindMember(Document::Find(*this), key);
-    const auto* const flag = node != nullptr ? node->get_ptr<const bool*>() : nullptr;
-    if (flag != nullptr) {
-        value = *flag;
-    }
-    return flag != nullptr;
+    return CopyTo(FindMember(Document::Find(*this), key), value);
 }
 
 bool CJsonObject::Get(const std::string& key, int& value) const {
@@ -297,35 +306,16 @@ bool CJsonObject::Get(const std::string& key, int& value) const {
     if (node == nullptr || !node->is_number()) {
         return false;
     }
-    // Unsigned first: the library counts those as integers too. The others are negative, or were
-    // set by Replace.
-    if (const auto* const number = node->get_ptr<const Json::number_unsigned_t*>()) {
-        if (*number > static_cast<Json::number_unsigned_t>(kMax)) {
-            return false;
-        }
-        value = static_cast<int>(*number);
-    } else if (const auto* const integer = node->get_ptr<const Json::number_integer_t*>()) {
-        if (*integer < kMin) {
-            return false;
-        }
-        value = static_cast<int>(*integer);
-    } else {
-        const double real = *node->get_ptr<const Json::number_float_t*>();
-        if (!(real >= kMin && real <= kMax) || std::trunc(real) != real) {
-            return false;
-        }
-        value = static_cast<int>(real);
+    const auto real = node->get<double>();  // exact for every value of an int
+    if (!(real >= kMin && real <= kMax) || std::trunc(real) != real) {
+        return false;
     }
+    value = static_cast<int>(real);
     return true;
 }
 
 bool CJsonObject::Get(const std::string& key, std::string& value) const {
-    const Json* const node = FindMember(Document::Find(*this), key);
-    const auto* const text = node != nullptr ? node->get_ptr<const std::string*>() : nullptr;
-    if (text != nullptr) {
-        value = *text;
-    }
-    return text != nullptr;
+    return CopyTo(FindMember(Document::Find(*this), key), value);
 }
 
 bool CJsonObject::Get(const std::string& key, CJsonObject& value) const {
@@ -360,10 +350,6 @@ bool CJsonObject::Replace(const std::string& key, int value) {
 
 bool CJsonObject::Replace(const std::string& key, const std::string& value) {
     return mDocument->Set(mPath, key, value);
-}
-
-bool CJsonObject::Replace(const std::string& key, const char* value) {
-    return mDocument->Set(mPath, key, std::string(value));
 }
 
 }  // namespace neb

@@ -79,7 +79,9 @@ class CJsonObject {
     bool Replace(const std::string& key, bool value);
     bool Replace(const std::string& key, int value);
     bool Replace(const std::string& key, const std::string& value);
-    bool Replace(const std::string& key, const char* value);
+    bool Replace(const std::string& key, const char* value) {
+        return Replace(key, std::string(value));
+    }
     template <typename T>
     bool Replace(const std::string& key, T* value) = delete;  // would become a bool
 

@@ -1,33 +1,21 @@
 #include "platform/errortext.h"
 
 #include <cstdio>
+#include <initializer_list>
 
 #include "main/errorcode.h"
 
 namespace kelp {
 
-namespace {
-
-const char* Find(int64_t code) {
-    for (const ErrorText& row : kErrorTexts) {
-        if (row.code == code) {
-            return row.text;
+void GetStringByErrCode(int32_t code, int32_t base, ErrorBuffer& buffer) {
+    for (const int64_t wanted : {int64_t{code}, int64_t{base} + code, int64_t{kErrorUnknown}}) {
+        for (const ErrorText& row : kErrorTexts) {
+            if (row.code == wanted) {
+                snprintf(buffer, sizeof(buffer), "%s", row.text);
+                return;
+            }
         }
     }
-    return nullptr;
-}
-
-}  // namespace
-
-void GetStringByErrCode(int32_t code, int32_t base, ErrorBuffer& buffer) {
-    const char* text = Find(code);
-    if (text == nullptr) {
-        text = Find(int64_t{base} + code);
-    }
-    if (text == nullptr) {
-        text = Find(kErrorUnknown);
-    }
-    snprintf(buffer, sizeof(buffer), "%s", text);
 }
 
 }  // namespace kelp

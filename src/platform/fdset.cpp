@@ -6,9 +6,11 @@
 
 namespace kelp {
 
-void FdDoesNotFit(int fd, const char* operation) {
-    KLOG_AS(operation, kLogError) << "descriptor " << fd << " does not fit into an fd_set";
-    abort();
+void FdMustFitSet(int fd, const char* operation) {
+    if (!FdFitsSet(fd)) {
+        KLOG_AS(operation, kLogError) << "descriptor " << fd << " does not fit into an fd_set";
+        abort();
+    }
 }
 
 }  // namespace kelp

@@ -12,26 +12,21 @@ inline bool FdFitsSet(int fd) {
     return fd >= 0 && fd < FD_SETSIZE;
 }
 
-[[noreturn]] void FdDoesNotFit(int fd, const char* operation);
+// Aborts unless it does; `operation` is the function that the record names.
+void FdMustFitSet(int fd, const char* operation);
 
 inline void FdSetInsert(int fd, fd_set& set) {
-    if (!FdFitsSet(fd)) {
-        FdDoesNotFit(fd, __func__);
-    }
+    FdMustFitSet(fd, __func__);
     FD_SET(fd, &set);
 }
 
 inline void FdSetRemove(int fd, fd_set& set) {
-    if (!FdFitsSet(fd)) {
-        FdDoesNotFit(fd, __func__);
-    }
+    FdMustFitSet(fd, __func__);
     FD_CLR(fd, &set);
 }
 
 inline bool FdSetContains(int fd, const fd_set& set) {
-    if (!FdFitsSet(fd)) {
-        FdDoesNotFit(fd, __func__);
-    }
+    FdMustFitSet(fd, __func__);
     return FD_ISSET(fd, &set);
 }
 

@@ -17,8 +17,6 @@ namespace kelp {
 
 namespace {
 
-constexpr size_t kReadBytes = 64u << 10;
-
 // Never blocks: O_NONBLOCK opens a FIFO or a device at once, and the type check refuses it before
 // any read. The flag has no effect on regular files.
 UniqueFd OpenRegular(const std::string& path, int access, struct stat& status) {
@@ -135,34 +133,18 @@ bool ReadWholeFile(const std::string& path, size_t maxBytes, std::string& conten
     if (!fd.Ok()) {
         return false;
     }
-    if (static_cast<size_t>(status.st_size) > maxBytes) {
-        errno = EFBIG;
-        return false;
-    }
-    // The size is a hint: the file may be growing, or be virtual, as in /proc.
-    size_t wanted = static_cast<size_t>(status.st_size) + 1;
-    size_t got = 0;
-    for (;;) {
-        content.resize(wanted);
-        const ssize_t n = read(fd.Get(), content.data() + got, wanted - got);
-        if (n == 0) {
-            break;
+    char piece[16384];
+    while (const ssize_t n = read(fd.Get(), piece, sizeof(piece))) {
+        if (n < 0 && errno == EINTR) {
+            continue;
         }
-        if (n < 0 && errno != EINTR) {
+        if (n < 0 || content.size() + static_cast<size_t>(n) > maxBytes) {
+            errno = n < 0 ? errno : EFBIG;
             content.clear();
             return false;
         }
-        got += static_cast<size_t>(std::max<ssize_t>(n, 0));
-        if (got > maxBytes) {
-            content.clear();
-            errno = EFBIG;
-            return false;
-        }
-        if (got == wanted) {
-            wanted = std::min(wanted + kReadBytes, maxBytes + 1);
-        }
+        content.append(piece, static_cast<size_t>(n));
     }
-    content.resize(got);
     return true;
 }
 
