@@ -6,7 +6,8 @@ namespace kelp {
 
 namespace {
 
-// Capacity kept by an emptied buffer: one giant line must not hold its memory for ever.
+// Capacity kept by an emptied buffer: that of a giant line goes back to the allocator, which may
+// keep it for the next one.
 constexpr size_t kKeptCapacity = 256 * 1024;
 
 }  // namespace
