@@ -6,7 +6,9 @@
 
 namespace kelp {
 
-void SystemProperty::SetFile(const char*) {}
+bool SystemProperty::SetFile(const char*) {
+    return true;
+}
 
 std::string SystemProperty::Get(const std::string& name, const std::string& defaultValue) {
     const prop_info* const info = __system_property_find(name.c_str());

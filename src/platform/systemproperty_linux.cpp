@@ -1,5 +1,9 @@
+#include <errno.h>
+#include <string.h>
+
 #include <string_view>
 
+#include "platform/log.h"
 #include "platform/systemproperty.h"
 #include "platform/wholefile.h"
 
@@ -9,7 +13,7 @@ namespace {
 
 constexpr size_t kMaxFileBytes = 1u << 20;
 
-std::string sPath;  // set before any other thread runs
+std::string sText;  // of the file; set before any other thread runs
 
 std::string_view Trim(std::string_view text) {
     constexpr char kBlanks[] = " \t\r\n\v\f";
@@ -39,16 +43,18 @@ std::string_view FindValue(std::string_view text, std::string_view name) {
 
 }  // namespace
 
-void SystemProperty::SetFile(const char* path) {
-    sPath = path != nullptr ? path : "";
+bool SystemProperty::SetFile(const char* path) {
+    sText.clear();
+    if (path == nullptr || *path == '\0' || ReadWholeFile(path, kMaxFileBytes, sText)) {
+        return true;
+    }
+    KLOG(kLogError) << "property file(" << path << ") not read, errno = " << errno << " ("
+                    << strerror(errno) << ")";
+    return false;
 }
 
 std::string SystemProperty::Get(const std::string& name, const std::string& defaultValue) {
-    std::string text;
-    if (sPath.empty() || !ReadWholeFile(sPath, kMaxFileBytes, text)) {
-        return defaultValue;
-    }
-    const std::string_view value = FindValue(text, name);
+    const std::string_view value = FindValue(sText, name);
     return value.empty() ? defaultValue : std::string(value);
 }
 

@@ -5,6 +5,7 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 
+#include <cstring>
 #include <filesystem>
 #include <thread>
 
@@ -65,6 +66,9 @@ TEST_F(Config, UnreadableFilesLeaveTheDefaults) {
         EXPECT_EQ(Said(), said);
         EXPECT_FALSE(mManager.RefreshConfig());
         EXPECT_EQ(Said(), said);
+        EXPECT_FALSE(SystemProperty::SetFile(path.c_str()));
+        EXPECT_EQ(Said("E SetFile: property file(" + path + ") not read, errno = "),
+                  std::to_string(reason) + " (" + strerror(reason) + ")|");
     }
     EXPECT_FALSE(Load("{\"console\":{\"tcp\":{\"port\":1}},\n}"));
     EXPECT_EQ(Said(), "E ReadJSONDoc: Json file(" + mPath + ") syntax error!!!|" +
@@ -171,6 +175,9 @@ TEST_F(Config, RefreshChangesOnlyConsoleSettings) {
     mDir.Write("k.json", R"({"extra":[1,null],"console":{
         "tcp":{"note":"mine","active":{"p":"1"},"port":1},"usb":[]},"module":{}})");
     ASSERT_EQ(chmod(mPath.c_str(), 0640), 0);
+    // Root can also give the file to another group, which it keeps.
+    ASSERT_EQ(chown(mPath.c_str(), geteuid(), geteuid() == 0 ? 65534 : getegid()), 0);
+    const gid_t group = Status().st_gid;
     const std::string link = mDir.Path("link");
     ASSERT_EQ(symlink("k.json", link.c_str()), 0);
     ASSERT_TRUE(mManager.ParseJSONDoc(link));
@@ -191,6 +198,7 @@ TEST_F(Config, RefreshChangesOnlyConsoleSettings) {
     const struct stat replaced = Status();
     EXPECT_NE(replaced.st_ino, before);  // replaced by a new file
     EXPECT_EQ(replaced.st_mode & 07777, 0640u);
+    EXPECT_EQ(replaced.st_gid, group);
     EXPECT_TRUE(std::filesystem::is_symlink(link));
     EXPECT_EQ(mDir.Count(), 2u);
     // An unchanged file is not written again; neither is one that would be too large to read.
