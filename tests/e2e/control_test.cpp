@@ -116,6 +116,8 @@ TEST_F(Control, AnswersAndStoredSettings) {
     EXPECT_EQ(mKelp->Logged(" E KELP    : UpdateTCPIPConfig: kelp:address of 256 bytes ignored\n"),
               4);
     EXPECT_EQ(mKelp->Logged(":IP Address: 11"), 1);
+    Command(local, "ZAT+UPDATE");
+    EXPECT_NE(mDir.Read("kelp.json").find("\"route\": \"\""), std::string::npos);
     Command(local, "ZAT+PORT=text");
     Command(local, "ZAT+PORT=99999999999");
     EXPECT_EQ(mKelp->Logged(": kelp:IP Port: 0\n"), 1);
