@@ -10,6 +10,7 @@ import sys
 import tempfile
 import time
 import unittest
+import unittest.mock
 
 import jsonschema
 
@@ -60,9 +61,12 @@ CASES = r'''
 "active": true, "route": "/x"}}
 1: "usb" is off: it is not supported
 
-= one tty twice
-"console": {"uart": {"active": true, "route": "/x"}, "usb": {"active": true, "route": "/x"}}
+= one tty twice, and an empty value of a property (refused)
+"console": {"uart": {"active": {"p": ""}, "route": "/x\u0000y"}, "usb": {"active": true,
 1: the "route" of "usb" and "uart" is the same tty: each would read bytes of the other
+38: "active" is never true: an absent or empty property counts as "0"
+52: "route" is read as "/x"
+"route": "/x"}}
 
 = address with a zero byte (refused)
 "console": {"tcp": {"active": true, "route": "127.0.0.1\u0000"}}
@@ -121,22 +125,25 @@ CASES = r'''
 10: unknown key "fm"
 
 = invalid interaction (refused)
-"module": {"interaction":
-{"wcn": {"path": "xxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx"},
-18: module "wcn": no local socket can have this "path"
+"module": {"support-modules": ["pcba"], "whitelist": {"pcba": ["P"]}, "interaction": {
+"pcba": {"path": "/p", "timeout": -1},
+35: "timeout" below 0 waits without limit, as 0 does
+"wcn": {"path": "xxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx"},
+17: module "wcn": no local socket can have this "path"
 "modem": {"path": "", "wait": 1,
 19: module "modem" has no "path" to its peer
 23: unknown key "wait"
 "timeout": -1, "keep-alive": 1, "quiet": 9}}}
-12: "timeout" below 0 waits without limit, as 0 does
+1: note: "timeout" is not used by "modem"
 30: "keep-alive" must be true or false
-33: "quiet" is not used by "modem"
+33: note: "quiet" is not used by "modem"
 
 = modules without commands
 "module": {"support-modules": ["kelp", "fm"],
 32: "kelp" gets no commands: its "whitelist" and "test-commands" are empty
-"interaction": {"fm": {"path": "/dev/socket/sync_wcn"}},
+"interaction": {"fm": {"path": "/dev/socket/sync_wcn", "timeout": 0}, "kelp": {"path": "x"}},
 32: note: module "fm" has the same "path" as "wcn"
+80: note: "path" is not used by "kelp"
 "whitelist": {"fm": ["AT+FM "]}, "test-commands": {"fm": ["X\t"]}}
 22: "AT+FM " ends in white space: commands match only with it
 59: "X\t" ends in white space: commands match only with it
@@ -149,8 +156,14 @@ CASES = r'''
 51: a command must be a string
 "test-commands": {"modem": {},
 28: "modem" must be an array
-"wcn": [""]}}
-9: "" never matches: no command is empty
+"wcn": ["", "b\u0000", "B\u0000b"]}}
+9: "" matches only commands that begin with a zero byte
+13: "b" never matches: commands are compared in upper case
+13: "b\x00" is read as "b"
+24: "B\x00b" is read as "B"
+
+= a terminator with letters
+{"receive-mode": {"mode": "tail", "tail": "4A4A"}, "module": {"whitelist": {"wcn": ["XJJ"]}}}
 
 = hidden commands
 "module": {"support-modules": ["kelp"], "whitelist": {"modem": ["AT", "AZ"],
@@ -226,10 +239,10 @@ class CheckTest(unittest.TestCase):
 
     def test_ttys(self):
         master, tty = os.openpty()
-        for route, warnings in [(os.ttyname(tty), 0), (PATH + ".none", 0),
+        for route, warnings in [(os.ttyname(tty), 0), (PATH + ".none", 1),
                                 ("/dev/null", 1), (PATH, 1)]:
             write(FIRST + '"console": {"usb": {"active": true, "route": "%s"}}}' % route)
-            self.assertEqual(check(PATH).stderr.count('"route" is not a tty: '), warnings)
+            self.assertEqual(check(PATH).stderr.count('"route": no tty at '), warnings)
         write(FIRST + '"console": {"usb": {"route": "%s"}, "uart": {"route": "/dev//%s"}}}' %
               (os.ttyname(tty), os.ttyname(tty)[5:]))
         self.assertIn('the "route" of "usb" and "uart" is the same tty', check(PATH).stderr)
@@ -259,6 +272,12 @@ class CheckTest(unittest.TestCase):
                 (check(), 64, "kelp-check: no file\nTry `kelp-check --help'")]:
             self.assertEqual((run.returncode, run.stderr[:len(said)]), (status, said))
         self.assertIn("Usage: kelp-check", check("-h").stdout)
+        write(FIRST[:-1] + "}")
+        lost = "/x: warning: every property counts as absent: No such file or directory\n"
+        for properties, status, said in [(PATH, 0, ""), ("/x", 1, lost)]:
+            with unittest.mock.patch.dict(os.environ, KELP_PROPERTIES=properties):
+                run = check("--no-paths", PATH)
+            self.assertEqual((run.returncode, run.stderr), (status, said))
 
 
 SCHEMA = jsonschema.Draft202012Validator(

@@ -25,11 +25,11 @@ struct Factory {
 
 constexpr Factory kFactories[] = {
     {"wcn", WCNMessager::Create, PeerE::kRelayed},
-    {"modem", ModemMessager::Create, PeerE::kOther},
-    {"pcba", PCBAMessager::Create, PeerE::kOther},
+    {"modem", ModemMessager::Create, PeerE::kStream},
+    {"pcba", PCBAMessager::Create, PeerE::kRecords},
     {"kelp", KELPMessager::Create, PeerE::kNone},
     // The FM test daemon uses the PCBA protocol.
-    {"fm", PCBAMessager::Create, PeerE::kOther},
+    {"fm", PCBAMessager::Create, PeerE::kRecords},
 };
 constexpr Factory kDefault = {"", DefaultMessager::Create, PeerE::kRelayed};
 

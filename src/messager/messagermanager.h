@@ -20,7 +20,8 @@ struct ModuleInfo;
 enum class PeerE {
     kNone,     // serves its commands itself; needs no path
     kRelayed,  // one answer to each request, relayed unchanged
-    kOther,    // its own protocol
+    kStream,   // messages at any time
+    kRecords,  // a record answers each request, within the module's time-out
 };
 
 // Created once at start-up, after the configuration and before the consoles; outlives the modules'

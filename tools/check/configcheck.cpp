@@ -5,6 +5,7 @@
 #include <sys/sysmacros.h>
 
 #include <climits>
+#include <cstring>
 #include <fstream>
 #include <optional>
 
@@ -34,9 +35,9 @@ bool IsOnTty(const std::string& console) {
 }
 
 // Uses the kernel's list of terminal drivers: opening a serial line would assert DTR and RTS.
-bool ExistsWithoutBeingTty(const std::string& path) {
+bool TtyIsThere(const std::string& path) {
     struct stat status;
-    if (stat(path.c_str(), &status) != 0) {
+    if (stat(path.c_str(), &status) != 0 || !S_ISCHR(status.st_mode)) {
         return false;
     }
     std::ifstream drivers("/proc/tty/drivers");
@@ -44,17 +45,17 @@ bool ExistsWithoutBeingTty(const std::string& path) {
     std::string name, node;
     for (unsigned number; drivers >> name >> node >> number; drivers.ignore(INT_MAX, '\n')) {
         known = true;
-        if (S_ISCHR(status.st_mode) && number == major(status.st_rdev)) {
-            return false;
+        if (number == major(status.st_rdev)) {
+            return true;
         }
     }
-    return known || !S_ISCHR(status.st_mode);
+    return !known;
 }
 
 // The same path, or on this machine two paths to one device.
 bool NameOneTty(const std::string& a, const std::string& b, bool paths) {
     struct stat first, second;
-    return a == b ||
+    return strcmp(a.c_str(), b.c_str()) == 0 ||
            (paths && stat(a.c_str(), &first) == 0 && stat(b.c_str(), &second) == 0 &&
             S_ISCHR(first.st_mode) && S_ISCHR(second.st_mode) && first.st_rdev == second.st_rdev);
 }
@@ -190,10 +191,14 @@ void ConfigCheck::CheckAddress(const std::string& what, size_t value, const std:
 }
 
 void ConfigCheck::CheckTty(const std::string& what, size_t value, const std::string& route) {
-    if (route.empty()) {
+    const std::string path = route.c_str();
+    if (path != route) {
+        mText.Warn(value, what + " is read as " + Quoted(path));
+    }
+    if (path.empty()) {
         mText.Warn(value, what + " must name a tty");
-    } else if (mPaths && ExistsWithoutBeingTty(route)) {
-        mText.Warn(value, what + " is not a tty: " + Quoted(route));
+    } else if (mPaths && !TtyIsThere(path)) {
+        mText.Warn(value, what + ": no tty at " + Quoted(path));
     }
 }
 
@@ -239,6 +244,9 @@ void ConfigCheck::CheckActive(const std::string& what, size_t value) {
     if (!mText.Is(members[0].valueOffset, ConfigType::kText)) {
         mText.Warn(members[0].valueOffset,
                    "the value of a property must be a string: it counts as \"1\"");
+    } else if (mText.String(members[0].valueOffset)->empty()) {
+        mText.Warn(members[0].valueOffset,
+                   what + " is never true: an absent or empty property counts as \"0\"");
     }
     for (size_t i = 1; i < members.size(); ++i) {
         mText.Warn(members[i].keyOffset, "only the first property counts");

@@ -29,9 +29,9 @@ constexpr char kHelp[] =
     "Reads each configuration file as the daemon does, and prints the resulting configuration on "
     "standard output: a complete file, with all values and with each \"active\" as the resulting "
     "true or false (KELP_PROPERTIES names a file used in place of system properties). Then warns "
-    "on standard error, as FILE:LINE:COLUMN: warning: TEXT, about everything that the daemon would "
-    "ignore without a message or could not serve. What may be intended is a note instead of a "
-    "warning. Opens no socket and changes nothing."
+    "on standard error, as FILE:LINE:COLUMN: warning: TEXT, about what the daemon would ignore or "
+    "could not serve. What may be intended is a note instead of a warning. Opens no socket and "
+    "changes nothing."
     "\v"
     "Exit status, the largest of all files:\n"
     "  0   no warnings; there may be notes\n"
@@ -69,6 +69,10 @@ error_t TakeArgument(int key, char* text, struct argp_state* state) {
     }
 }
 
+const char* Reason(int error) {
+    return error == EFBIG ? "longer than 1 MiB" : strerror(error);
+}
+
 int Refuse(const std::string& file, const std::string& why) {
     fprintf(stderr, "%s: error: %s\n", file.c_str(), why.c_str());
     return kExitUnreadable;
@@ -81,7 +85,7 @@ int Check(const std::string& file, bool paths, bool title) {
     // An empty name would mean the daemon's default file.
     if (file.empty() || !kelp::ReadWholeFile(file, kelp::kMaxConfigBytes, text)) {
         const int error = file.empty() ? ENOENT : errno;
-        return Refuse(file, error == EFBIG ? "longer than 1 MiB" : strerror(error));
+        return Refuse(file, Reason(error));
     }
     if (!document.Parse(text)) {
         const neb::CJsonPosition at = document.ErrorPosition();
@@ -106,12 +110,16 @@ int Check(const std::string& file, bool paths, bool title) {
 int main(int argc, char** argv) {
     // The log records of the daemon's own reader would only repeat these findings, less exactly.
     kelp::SetLogFilter("*:S");
-    kelp::SystemProperty::SetFile(getenv("KELP_PROPERTIES"));
     CheckOptions options;
     kelp::tools::ReadArguments(
         argc, argv, {kOptions, TakeArgument, "FILE...", kHelp, nullptr, nullptr, nullptr},
         &options);
     int status = 0;
+    if (!kelp::SystemProperty::SetFile(getenv("KELP_PROPERTIES"))) {
+        fprintf(stderr, "%s: warning: every property counts as absent: %s\n",
+                getenv("KELP_PROPERTIES"), Reason(errno));
+        status = kExitWarnings;
+    }
     for (const std::string& file : options.files) {
         status = std::max(status, Check(file, options.paths, options.files.size() > 1));
     }

@@ -54,18 +54,20 @@ class Owners {
 
 bool IsSocketName(const std::string& path) {
     LocalAddress address;
-    return MakeLocalAddress(path, LocalNamespace::kFilesystem, address);
+    return MakeLocalAddress(path, LocalNamespace::kAbstract, address);
 }
 
 // A socket file, or an abstract name with a listener, in the order in which the daemon tries them.
 // Does not connect, because a peer would notice.
 bool SocketIsThere(const std::string& path) {
     struct stat status;
-    if (stat(path.c_str(), &status) == 0 && S_ISSOCK(status.st_mode)) {
+    const bool isPath = path.find('\0') == path.npos;
+    if (isPath && stat(path.c_str(), &status) == 0 && S_ISSOCK(status.st_mode)) {
         return true;
     }
     static constexpr char kListening[] = " 00010000 ";
-    const std::string ending = " @" + path;
+    std::string ending = " @" + path;
+    std::replace(ending.begin(), ending.end(), '\0', '@');  // as in the table
     std::ifstream table("/proc/net/unix");
     for (std::string line; std::getline(table, line);) {
         if (line.size() > ending.size() && line.find(kListening) != line.npos &&
@@ -147,37 +149,42 @@ void ModuleCheck::CheckSettings(const ConfigMember& section) {
 }
 
 void ModuleCheck::CheckInteraction(const ConfigMember& settings, Module& module) {
+    const PeerE peer = MessagerManager::PeerOf(module.info->name);
     for (const ConfigMember& member : mText.Members(settings.valueOffset, Quoted(settings.key))) {
         const std::string what = Quoted(member.key);
+        bool used = peer != PeerE::kNone;
         if (member.key == kKeyKeepAlive) {
             mText.Expect(member.valueOffset, ConfigType::kFlag, what);
         } else if (member.key == kKeyPath) {
             mText.Expect(member.valueOffset, ConfigType::kText, what);
             module.pathOffset = member.valueOffset;
         } else if (member.key == kKeyTimeout) {
+            used = peer == PeerE::kRecords;
             const std::optional<int> timeout = mText.ExpectNumber(member.valueOffset, what);
-            if (timeout && *timeout < 0) {
+            if (used && timeout && *timeout < 0) {
                 mText.Warn(member.valueOffset, what + " below 0 waits without limit, as 0 does");
             }
         } else if (member.key == kKeyQuiet) {
-            CheckQuiet(member, module);
+            used = peer == PeerE::kRelayed;
+            CheckQuiet(member, used);
         } else {
             mText.Warn(member.keyOffset, "unknown key " + what);
+            continue;
+        }
+        if (!used) {
+            mText.Note(member.keyOffset, what + " is not used by " + Quoted(module.info->name));
         }
     }
 }
 
-void ModuleCheck::CheckQuiet(const ConfigMember& member, const Module& module) {
+void ModuleCheck::CheckQuiet(const ConfigMember& member, bool used) {
     const std::string what = Quoted(member.key);
     const int quietMs = mText.ExpectNumber(member.valueOffset, what).value_or(0);
-    if (quietMs < 0) {
+    if (used && quietMs < 0) {
         mText.Warn(member.valueOffset, what + " below 0 is not used");
-    } else if (quietMs > kMaxQuietMs) {
+    } else if (used && quietMs > kMaxQuietMs) {
         mText.Warn(member.valueOffset, what + " is more than " + std::to_string(kMaxQuietMs) +
                                            ": no answer is read longer than that");
-    }
-    if (quietMs != 0 && MessagerManager::PeerOf(module.info->name) != PeerE::kRelayed) {
-        mText.Warn(member.keyOffset, what + " is not used by " + Quoted(module.info->name));
     }
 }
 
@@ -195,8 +202,8 @@ void ModuleCheck::CheckList(const ConfigMember& member, std::vector<Entry>& list
 void ModuleCheck::CheckTogether(size_t root, bool paths) {
     std::unordered_map<std::string, const Module*> byPath;
     for (Module& module : mModules) {
-        CheckMatches(module.whiteList, true);
-        CheckMatches(module.testCmds, false);
+        CheckMatches(module.whiteList, false);
+        CheckMatches(module.testCmds, true);
         if (module.nameOffset != 0 && module.whiteList.empty() && module.testCmds.empty()) {
             mText.Warn(module.nameOffset, Quoted(module.info->name) + " gets no commands: its " +
                                               Quoted(kKeyWhiteList) + " and " +
@@ -216,10 +223,22 @@ void ModuleCheck::CheckTogether(size_t root, bool paths) {
     CheckHidden();
 }
 
-void ModuleCheck::CheckMatches(std::vector<Entry>& list, bool mayBeEmpty) {
+void ModuleCheck::CheckMatches(std::vector<Entry>& list, bool whole) {
     const ReceiveConfig& receive = *mResult.GetReceiveConfig();
     const std::string tail(receive.tail, receive.tail + receive.tailLength);
+    // A terminator with a capital letter may be in a command that has the small one in its place.
+    const bool cuts =
+        receive.mode == kReceiveTail &&
+        std::none_of(tail.begin(), tail.end(), [](char c) { return 'A' <= c && c <= 'Z'; });
     for (Entry& entry : list) {
+        if (whole && entry.text.find('\0') != entry.text.npos) {
+            const std::string read = entry.text.c_str();
+            mText.Warn(entry.offset, Quoted(entry.text) + " is read as " + Quoted(read));
+            entry.text = read;
+        }
+        if (whole && entry.text.empty()) {
+            mText.Warn(entry.offset, "\"\" matches only commands that begin with a zero byte");
+        }
         if (!entry.text.empty() && (entry.text.back() == ' ' || entry.text.back() == '\t')) {
             mText.Warn(entry.offset,
                        Quoted(entry.text) + " ends in white space: commands match only with it");
@@ -227,9 +246,7 @@ void ModuleCheck::CheckMatches(std::vector<Entry>& list, bool mayBeEmpty) {
         std::string why;
         if (entry.text != UpperCase(entry.text)) {
             why = "commands are compared in upper case";
-        } else if (entry.text.empty() && !mayBeEmpty) {
-            why = "no command is empty";
-        } else if (receive.mode == kReceiveTail && entry.text.find(tail) != entry.text.npos) {
+        } else if (cuts && entry.text.find(tail) != entry.text.npos) {
             why = "commands are compared without their terminator";
         } else {
             continue;

@@ -44,9 +44,9 @@ class ModuleCheck {
     void CheckSupportModules(const ConfigMember& names);
     void CheckSettings(const ConfigMember& section);
     void CheckInteraction(const ConfigMember& member, Module& module);
-    void CheckQuiet(const ConfigMember& member, const Module& module);
+    void CheckQuiet(const ConfigMember& member, bool used);
     void CheckList(const ConfigMember& member, std::vector<Entry>& list);
-    void CheckMatches(std::vector<Entry>& list, bool mayBeEmpty);
+    void CheckMatches(std::vector<Entry>& list, bool whole);
     void CheckHidden();
     void CheckPath(const Module& module, size_t root, bool paths);
 
