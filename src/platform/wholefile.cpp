@@ -47,34 +47,6 @@ bool WriteAll(int fd, const std::string& content) {
     return true;
 }
 
-// A new, empty file that is deleted unless it was renamed.
-class TempFile {
-  public:
-    // `directory` ends in '/'. The name is short, whatever the length of the final one.
-    explicit TempFile(const std::string& directory)
-        : mPath(directory + ".kelp-XXXXXX"), mFd(mkostemp(mPath.data(), O_CLOEXEC)) {}
-    ~TempFile() {
-        if (mFd.Ok() && !mRenamed) {
-            const int saved = errno;
-            unlink(mPath.c_str());
-            errno = saved;
-        }
-    }
-    TempFile(const TempFile&) = delete;
-    TempFile& operator=(const TempFile&) = delete;
-
-    int Fd() const { return mFd.Get(); }  // -1 when the file could not be created
-    bool RenameTo(const std::string& path) {
-        mRenamed = rename(mPath.c_str(), path.c_str()) == 0;
-        return mRenamed;
-    }
-
-  private:
-    std::string mPath;
-    UniqueFd mFd;
-    bool mRenamed = false;
-};
-
 bool CopyOwnerAndMode(int fd, const struct stat& from) {
     struct stat own;
     if (fstat(fd, &own) != 0) {
@@ -96,22 +68,31 @@ Renaming ReplaceByRename(const std::string& path, const struct stat& old,
     }
     const std::string target(resolved.get());
     const std::string directory = target.substr(0, target.rfind('/') + 1);
-    TempFile temp(directory);
-    if (temp.Fd() < 0 || !CopyOwnerAndMode(temp.Fd(), old)) {
+    std::string name = directory + ".kelp-XXXXXX";  // short, whatever the length of the final one
+    const UniqueFd temp(mkostemp(name.data(), O_CLOEXEC));
+    if (!temp.Ok()) {
         return Renaming::kImpossible;
     }
-    if (!WriteAll(temp.Fd(), content) || fsync(temp.Fd()) != 0) {
-        return Renaming::kFailed;
+    Renaming result = Renaming::kImpossible;
+    if (CopyOwnerAndMode(temp.Get(), old)) {
+        if (!WriteAll(temp.Get(), content) || fsync(temp.Get()) != 0) {
+            result = Renaming::kFailed;
+        } else if (rename(name.c_str(), target.c_str()) == 0) {
+            result = Renaming::kDone;
+        }
     }
-    if (!temp.RenameTo(target)) {
-        return Renaming::kImpossible;
+    if (result != Renaming::kDone) {
+        const int saved = errno;
+        unlink(name.c_str());
+        errno = saved;
+        return result;
     }
     // Makes the rename durable; best effort: some filesystems cannot sync a directory.
     const UniqueFd parent(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (parent.Ok()) {
         fsync(parent.Get());
     }
-    return Renaming::kDone;
+    return result;
 }
 
 bool RewriteInPlace(int fd, const std::string& content) {
