@@ -8,7 +8,6 @@ import socket
 import subprocess
 import sys
 import tempfile
-import time
 import unittest
 import unittest.mock
 
@@ -249,12 +248,6 @@ class CheckTest(unittest.TestCase):
         os.close(master)
         os.close(tty)
 
-    def test_many_findings(self):
-        write("{" + ",".join('"%d":0' % i for i in range(60000)) + "}")
-        begin = time.monotonic()
-        self.assertEqual(check(PATH).stderr.count(": unknown key"), 60000)
-        self.assertLess(time.monotonic() - begin, 10)
-
     def test_refusals(self):
         for text, said in [("{\n ,}", "2:2: error: not valid JSON"),
                            ("[" * 65 + "]" * 65, "1:65: error: more than 64 nested arrays"),
@@ -273,11 +266,10 @@ class CheckTest(unittest.TestCase):
             self.assertEqual((run.returncode, run.stderr[:len(said)]), (status, said))
         self.assertIn("Usage: kelp-check", check("-h").stdout)
         write(FIRST[:-1] + "}")
-        lost = "/x: warning: every property counts as absent: No such file or directory\n"
-        for properties, status, said in [(PATH, 0, ""), ("/x", 1, lost)]:
-            with unittest.mock.patch.dict(os.environ, KELP_PROPERTIES=properties):
-                run = check("--no-paths", PATH)
-            self.assertEqual((run.returncode, run.stderr), (status, said))
+        with unittest.mock.patch.dict(os.environ, KELP_PROPERTIES="/x"):
+            run = check("--no-paths", PATH)
+        self.assertEqual((run.returncode, run.stderr), (
+            1, "/x: warning: every property counts as absent: No such file or directory\n"))
 
 
 SCHEMA = jsonschema.Draft202012Validator(
