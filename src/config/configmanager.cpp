@@ -18,7 +18,7 @@ constexpr int32_t kDefaultModuleTimeout = 15;
 CommonConfig MakeConsole(const char* name, bool active, const char* route, int32_t port) {
     CommonConfig console;
     console.name = name;
-    console.active = active;
+    console.active = console.ordered = active;
     console.support = true;
     console.route = std::string(route);
     console.port = port;
@@ -110,7 +110,7 @@ bool ConfigManager::RefreshConfig() {
     for (const CommonConfig& console : mConsoleConfig->consoles) {
         neb::CJsonObject record = doc[kKeyConsole][console.name];
         record.Replace(kKeySupport, console.support);
-        record.Replace(kKeyActive, console.active.Get());
+        record.Replace(kKeyActive, console.ordered.Get());
         record.Replace(kKeyRoute, console.route.Get());
         record.Replace(kKeyPort, console.port.Get());
         record.Replace(kKeyTimeout, console.timeout);

@@ -66,10 +66,11 @@ class ConfigManager {
     // longer texts are cut, and one that gives no byte changes nothing (a severity-4 record each).
     static void HexToString(std::string hex, unsigned char* out, int& length);
 
-    // Reads the file again and writes "support", "active", "route", "port" and "timeout" of every
-    // console into it; all other content stays. An unchanged file is not written. False, with the
-    // records of ReadJSONDoc, when it cannot be read or written, or would exceed kMaxConfigBytes;
-    // the file is then unchanged, except as for ReplaceWholeFile. Serialised; blocks on disk I/O.
+    // Reads the file again and writes "support", "active" (as ordered), "route", "port" and
+    // "timeout" of every console into it; all other content stays. An unchanged file is not
+    // written. False, with the records of ReadJSONDoc, when it cannot be read or written, or would
+    // exceed kMaxConfigBytes; the file is then unchanged, except as for ReplaceWholeFile.
+    // Serialised; blocks on disk I/O.
     bool RefreshConfig();
 
   private:

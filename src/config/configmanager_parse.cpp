@@ -78,7 +78,7 @@ void ConfigManager::ParseConsole(neb::CJsonObject& obj) {
             if (key != "local") {
                 member.Get(kKeySupport, console.support);
                 member.Get(kKeyActive, active);
-                console.active = ParseActive(active);
+                console.active = console.ordered = ParseActive(active);
                 std::string route = console.route;
                 member.Get(kKeyRoute, route);
                 console.route = route;

@@ -71,9 +71,13 @@ unsigned KELPMessager::HandleMessager(Command* command, void* processor) {
 
 // Executes the command or queues it; returns the answer text.
 std::string KELPMessager::Serve(const std::string& command) {
-    if (FindRow(command) != nullptr) {
+    if (const CommucationCmd* const row = FindRow(command)) {
+        CommonConfig* const config = GetConfigManager()->GetConfigByName(row->console);
         MutexLock lock(sPendingMutex);
         mPendingCommands.push_back(command);
+        if (config != nullptr) {
+            config->ordered = row->active;
+        }
     } else if (command == kUpdate) {
         GetConfigManager()->RefreshConfig();
     } else if (StartsWith(command, kPort)) {

@@ -73,6 +73,16 @@ TEST_F(Control, TwoConsolesSwitchEachOtherOff) {
     }
 }
 
+TEST_F(Control, UpdateStoresSwitchesThatAreNotDoneYet) {
+    Start(true);
+    Station local = Station::Local();
+    for (int i = 0; i < 60; ++i) {
+        const std::string order = i % 2 == 0 ? "ZAT+TCP=0" : "ZAT+TCP=1";
+        ASSERT_TRUE(local.Answers(order + "\r\nZAT+UPDATE\r\n", Ok(order) + Ok("ZAT+UPDATE")));
+        ASSERT_EQ(Occurrences(mDir.Read("kelp.json"), "false"), i % 2 == 0) << i;
+    }
+}
+
 TEST_F(Control, AnswersAndStoredSettings) {
     Start();
     Station local = Station::Local();

@@ -182,7 +182,7 @@ TEST_F(Config, RefreshChangesOnlyConsoleSettings) {
     ASSERT_EQ(symlink("k.json", link.c_str()), 0);
     ASSERT_TRUE(mManager.ParseJSONDoc(link));
     CommonConfig& tcp = *mManager.GetConfigByName("tcp");
-    tcp.active = true;
+    tcp.ordered = true;
     tcp.route = std::string("\xFFgarbage\r\n\"");
     tcp.port = -1;
     const ino_t before = Status().st_ino;
