@@ -151,80 +151,49 @@ bool KELPMessager::UpdateCommucationActive(std::string console, bool active) {
     return true;
 }
 
-std::deque<KELPMessager::HandedOver>& KELPMessager::HandedOverQueue() {
-    static auto* queue = new std::deque<HandedOver>;  // never destroyed: exit ends no threads
-    return *queue;
-}
-
 unsigned KELPMessager::HandleComplete() {
-    HandedOver next;
+    std::string command;
     {
         MutexLock lock(sPendingMutex);
-        if (mPendingCommands.empty()) {
+        if (mDue == mPendingCommands.size() || mDue++ > 0) {
             return kSuccess;
         }
-        next = {this, mPendingCommands.front()};
-        mPendingCommands.pop_front();
-        if (sSwitching) {
-            HandedOverQueue().push_back(next);
-            return kSuccess;
-        }
-        sSwitching = true;
+        command = mPendingCommands.front();
     }
     for (;;) {
-        next.module->ProcessSwitch(next.command);
+        ProcessSwitch(command);
         MutexLock lock(sPendingMutex);
-        if (HandedOverQueue().empty()) {
-            sSwitching = false;
+        mPendingCommands.pop_front();
+        if (--mDue == 0) {
             return kSuccess;
         }
-        next = HandedOverQueue().front();
-        HandedOverQueue().pop_front();
+        command = mPendingCommands.front();
     }
 }
 
 void KELPMessager::ProcessSwitch(const std::string& command) {
     KLOG_AS("HandleComplete", kLogDebug) << mModuleName << ": process kelp command->" << command;
-    const CommucationCmd* const row = FindRow(command);
-    const bool active = isCommucationActive(row->console);
-    if (row->active && !active) {
-        SwitchOn(row->console);
-    } else if (!row->active && active) {
-        SwitchOff(row->console);
-    } else {
-        KLOG_AS("HandleComplete", kLogDebug)
-            << mModuleName << ": " << row->console << " communication already done";
+    const CommucationCmd& row = *FindRow(command);
+    const std::string subject = mModuleName + ": " + row.console;
+    if (isCommucationActive(row.console) == row.active) {
+        KLOG_AS("HandleComplete", kLogDebug) << subject << " communication already done";
+        return;
     }
-}
-
-void KELPMessager::SwitchOn(const std::string& console) {
-    UpdateCommucationActive(console, true);
-    Processor* const processor = mManager->GetProcessorByName(console);
+    UpdateCommucationActive(row.console, row.active);
+    Processor* const processor = mManager->GetProcessorByName(row.console);
     if (processor == nullptr) {
-        KLOG_AS("HandleComplete", kLogError) << mModuleName << ": " << console << " not available";
-    } else if (!processor->IsConnect()) {
+        KLOG_AS("HandleComplete", kLogError) << subject << " not available";
+        return;
+    }
+    const bool connected = processor->IsConnect();
+    if (!row.active) {
+        processor->Stop();  // also without a descriptor: it may be about to be reopened
+    } else if (!connected) {
         processor->Start();
-        KLOG_AS("HandleComplete", kLogDebug)
-            << mModuleName << ": " << console << " active communication";
-    } else {
-        KLOG_AS("HandleComplete", kLogDebug)
-            << mModuleName << ": " << console << " already active communication";
     }
-}
-
-void KELPMessager::SwitchOff(const std::string& console) {
-    UpdateCommucationActive(console, false);
-    Processor* const processor = mManager->GetProcessorByName(console);
-    if (processor == nullptr) {
-        KLOG_AS("HandleComplete", kLogError) << mModuleName << ": " << console << " not available";
-    } else if (processor->IsConnect()) {
-        processor->Stop();
-        KLOG_AS("HandleComplete", kLogDebug)
-            << mModuleName << ": " << console << " deactive communication";
-    } else {
-        KLOG_AS("HandleComplete", kLogDebug)
-            << mModuleName << ": " << console << " already deactive communication";
-    }
+    KLOG_AS("HandleComplete", kLogDebug)
+        << subject << (connected == row.active ? " already" : "")
+        << (row.active ? " active" : " deactive") << " communication";
 }
 
 }  // namespace kelp

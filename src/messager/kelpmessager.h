@@ -1,6 +1,7 @@
 // The daemon's own control commands.
 #pragma once
 
+#include <cstddef>
 #include <deque>
 #include <string>
 
@@ -20,8 +21,8 @@ struct CommonConfig;
 // same time, the answer on one may therefore perform the switch of the other, whose own answer may
 // still be unsent; a console that is switched off drops its unsent answers.
 //
-// A send thread that finds another thread switching hands its switch to that thread and goes on, so
-// two consoles that switch each other off never wait for each other.
+// A send thread that finds another thread switching leaves its switch to that thread and goes on,
+// so two consoles that switch each other off never wait for each other. There is one such module.
 class KELPMessager : public Messager {
   public:
     // The caller owns the new module.
@@ -44,24 +45,17 @@ class KELPMessager : public Messager {
     virtual bool UpdateCommucationActive(std::string console, bool active);
 
   private:
-    // A switch handed to the thread that is already switching.
-    struct HandedOver {
-        KELPMessager* module;
-        std::string command;
-    };
-
-    static std::deque<HandedOver>& HandedOverQueue() KELP_REQUIRES(sPendingMutex);
     std::string Serve(const std::string& command);
     CommonConfig* FindTcpConfig(const char* function, const std::string& command,
                                 std::string& value);
     void ProcessSwitch(const std::string& command);
-    void SwitchOn(const std::string& console);
-    void SwitchOff(const std::string& console);
 
-    // Shared by all instances. Innermost lock: never held while a console is started or stopped.
+    // Never held while a console is started or stopped; only a record field's lock is taken inside.
     inline static Mutex sPendingMutex;
-    inline static bool sSwitching KELP_GUARDED_BY(sPendingMutex) = false;
+    // The switches not done yet, and how many of them completions have asked for, including the one
+    // under way: the thread that raises the number from 0 does them all.
     std::deque<std::string> mPendingCommands KELP_GUARDED_BY(sPendingMutex);
+    size_t mDue KELP_GUARDED_BY(sPendingMutex) = 0;
 };
 
 }  // namespace kelp
