@@ -37,7 +37,6 @@ Processor::Processor(ConfigManager* configManager, MessagerManager* messagerMana
       mRecvRunnable(new ReceiveRunnable(this)),
       mSendThread(new Thread(mSendRunnable.get())),
       mRecvThread(new Thread(mRecvRunnable.get())) {
-    FD_ZERO(&mReadFds);
     mRecvCmdQueue.mWaitable = false;
 }
 
@@ -55,16 +54,10 @@ int Processor::Start() {
     if (!life.Held()) {
         return -1;
     }
-    if (mRecvRunning && !IsConnect()) {
-        // The descriptor is lost and the loop has nothing to watch: restart.
-        EndThreads();
+    if (mRecvRunning) {
+        return 0;  // perhaps without a descriptor: the receive thread may be reopening it
     }
-    if (!mRecvRunning) {
-        mReceiveConfig = mConfigManager->GetReceiveConfig();
-        mRecvBuffer.Clear();
-        mCurrentClient.reset();
-        mQuietDeadlineMs = -1;
-    }
+    mReceiveConfig = mConfigManager->GetReceiveConfig();
     if (!mConsoleConfig->active) {
         KLOG(kLogError) << GetName() << "-->current status is deactive.";
         return -1;
@@ -72,11 +65,6 @@ int Processor::Start() {
     const int fd = Open();
     if (fd == -1) {
         KLOG(kLogError) << GetName() << "-->start fail";
-        return -1;
-    }
-    if (!mConsoleConfig->active) {
-        // `active` was cleared during Open, by a caller that found the console closed.
-        EndThreads();
         return -1;
     }
     KLOG(kLogDebug) << GetName() << " server side: fd<" << fd << ">";
@@ -115,7 +103,6 @@ void Processor::Stop() {
 
 // Connects; on a device console also sets the handle: `device` reopened, or a new one.
 int Processor::Open(const std::shared_ptr<ClientHandle>& device) {
-    MutexLock lock(mFdMutex);
     int fd = Connect();
     const bool isNew = fd == -1 || fd != mServerFd;
     if (mMode == DEVICE_MODE && isNew && !ServeDevice(fd, device) && device != nullptr) {
@@ -151,7 +138,6 @@ bool Processor::ServeDevice(int& fd, const std::shared_ptr<ClientHandle>& device
 }
 
 void Processor::CloseServer() {
-    MutexLock lock(mFdMutex);
     int fd = mServerFd;
     DisConnect(fd);
     mServerFd = fd;

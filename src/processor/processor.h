@@ -75,11 +75,13 @@ class Processor {
     virtual int GetMaxFd();
     // 0: accepted; 1: nothing to accept, or accept failed; 2: rejected, all slots are used.
     virtual int AcceptClient(fd_set& ready);
-    // Open and close the descriptors without the threads. The daemon itself does not call them.
+    // Open and close the descriptors of a stopped console, without the threads. The daemon itself
+    // does not call them.
     virtual int ConnectByApp();
     virtual void DisConnectByApp();
-    // Opens the console and starts its threads. 0, or -1 when it is not active, does not open, or
-    // gets no threads, or when the calling thread is told to stop meanwhile.
+    // Opens the console and starts its threads. 0, also when they run already; or -1 when it is not
+    // active, does not open, or gets no threads, or when the calling thread is told to stop
+    // meanwhile.
     virtual int Start();
     // Ends both threads, also blocked ones, and closes every descriptor of the console. On return
     // all framed commands have been routed, without an exchange with a peer. On the console's own
@@ -103,7 +105,8 @@ class Processor {
     int WriteBuffer(int fd, const char* data, int length);
     bool ThrowException(int code, int& fd);
 
-    std::atomic<int> mServerFd{-1};  // written under mFdMutex
+    // Written by the receive thread while it runs, else by the holder of mLife.
+    std::atomic<int> mServerFd{-1};
     ConfigManager* const mConfigManager;
     MessagerManager* const mMessagerManager;
     const ReceiveConfig* mReceiveConfig = nullptr;  // used by the receive thread while it runs
@@ -145,13 +148,11 @@ class Processor {
     std::atomic<bool> mRecvRunning{false};
     std::atomic<bool> mSendRunning{false};
 
-    Turn mLife;          // one Start, Stop or ByApp call at a time; taken before mFdMutex
-    Mutex mFdMutex;      // guards opening and closing mServerFd; taken before the slots' lock
+    Turn mLife;          // one Start, Stop or ByApp call at a time
     ClientSlots mSlots;  // of a device console: the device
 
-    // Used by the receive thread while it runs, else by the starting thread; Thread::Start and
-    // Thread::Stop order the two.
-    fd_set mReadFds;
+    // Used by the receive thread only.
+    fd_set mReadFds = {};
     std::shared_ptr<ClientHandle> mCurrentClient;  // last client read; null after a failed read
     // MonotonicMs at which the buffer becomes a command; -1: no deadline.
     int64_t mQuietDeadlineMs = -1;

@@ -43,9 +43,9 @@ void Processor::ReceiveCmd() {
         return;
     }
     FD_ZERO(&mReadFds);
-    if (IsConnect()) {  // not closed since the start
-        WatchServer();
-    }
+    WatchServer();
+    mRecvBuffer.Clear();
+    mCurrentClient.reset();
     mQuietDeadlineMs = -1;
     while (mRecvRunning && !Thread::StopRequested()) {
         ReceiveOnce();

@@ -3,13 +3,17 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/ptrace.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
 #include <termios.h>
 
 #include <algorithm>
 #include <array>
 #include <filesystem>
+#include <fstream>
 #include <thread>
 
 #include "support/bench.h"
@@ -104,6 +108,41 @@ TEST_F(Consoles, SwitchingOffClosesClientsWithPendingCommands) {
     }
     EXPECT_TRUE(WaitUntil([&] { return mKelp->Threads() == threads; }));
     EXPECT_TRUE(WaitUntil([&] { return mKelp->Descriptors() <= descriptors + 2; }));
+}
+
+TEST_F(Consoles, ALineSwitchedOffWhileItIsReopenedStaysOff) {
+    Start();
+    Station local = Station::Local();
+    pid_t reader = 0;
+    for (const auto& task :
+         std::filesystem::directory_iterator("/proc/" + std::to_string(mKelp->Pid()) + "/task")) {
+        std::string name;
+        std::getline(std::ifstream(task.path() / "comm"), name);
+        reader = name == "usb-recv" ? std::stoi(task.path().filename()) : reader;
+    }
+    if (ptrace(PTRACE_SEIZE, reader, nullptr, PTRACE_O_TRACESYSGOOD) != 0) {
+        GTEST_SKIP() << "ptrace, errno " << errno;
+    }
+    ptrace(PTRACE_INTERRUPT, reader, nullptr, nullptr);
+    // An end of file (Ctrl-D), which the daemon takes for a device error.
+    const UniqueFd line(open(mUsb.Device().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
+    struct termios cooked = {};
+    tcgetattr(line.Get(), &cooked);
+    cooked.c_lflag |= ICANON;
+    tcsetattr(line.Get(), TCSANOW, &cooked);
+    ASSERT_EQ(write(mUsb.Master(), "\4", 1), 1);
+    struct __ptrace_syscall_info call = {};
+    while (waitpid(reader, nullptr, __WALL) == reader &&
+           ptrace(PTRACE_GET_SYSCALL_INFO, reader, sizeof(call), &call) > 0 &&
+           (call.op != PTRACE_SYSCALL_INFO_ENTRY || call.entry.nr != SYS_openat)) {
+        ptrace(PTRACE_SYSCALL, reader, nullptr, nullptr);
+    }
+    Command(local, "ZAT+USB=0");
+    EXPECT_TRUE(mKelp->WaitForLog("usb >> disconnect."));
+    ptrace(PTRACE_DETACH, reader, nullptr, nullptr);
+    EXPECT_TRUE(mKelp->WaitForLog(": kelp: usb already deactive communication\n"));
+    EXPECT_TRUE(mKelp->WaitForLog("usb << reconnect << fd:"));
+    EXPECT_TRUE(WaitUntil([&] { return Holds(mUsb.Device()) == 0; }));
 }
 
 TEST_F(Consoles, NoExchangeStartsAfterAStopRequest) {
