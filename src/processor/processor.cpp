@@ -40,11 +40,6 @@ Processor::Processor(ConfigManager* configManager, MessagerManager* messagerMana
     mRecvCmdQueue.mWaitable = false;
 }
 
-Processor::~Processor() {
-    mRecvRunning = false;
-    mSendRunning = false;
-}
-
 const std::string& Processor::GetName() const {
     return mConsoleConfig->name;
 }
@@ -81,10 +76,10 @@ int Processor::Start() {
 }
 
 void Processor::EndThreads() {
-    mRecvRunning = false;
-    mSendRunning = false;
     mSendThread->Stop();
     mRecvThread->Stop();
+    mRecvRunning = false;
+    mSendRunning = false;
     DisConnect();
 }
 

@@ -49,7 +49,7 @@ class Processor {
 
     // Neither manager is owned; both outlive the console.
     Processor(ConfigManager* configManager, MessagerManager* messagerManager, ProcessorModeE mode);
-    virtual ~Processor();
+    virtual ~Processor() = default;
     Processor(const Processor&) = delete;
     Processor& operator=(const Processor&) = delete;
 
@@ -145,6 +145,8 @@ class Processor {
     void DropAnswers();
 
     const ProcessorModeE mMode;
+    // Set before the threads start, cleared after they have ended or, on the console's own send
+    // thread, were told to.
     std::atomic<bool> mRecvRunning{false};
     std::atomic<bool> mSendRunning{false};
 

@@ -37,11 +37,6 @@ void Append(std::vector<char>& to, const char* text) {
 }  // namespace
 
 void Processor::ReceiveCmd() {
-    if (!mRecvRunning) {
-        // Stop has cleared the flag but not yet marked the thread, which calls again until then.
-        Thread::SleepMs(kRetryPauseMs);
-        return;
-    }
     FD_ZERO(&mReadFds);
     WatchServer();
     mRecvBuffer.Clear();

@@ -37,12 +37,7 @@ void Processor::SendDataDone(Command* command) {
 }
 
 void Processor::SendCmd() {
-    if (!mSendRunning) {
-        // Stop has cleared the flag but not yet marked the thread, which calls again until then.
-        Thread::SleepMs(kRetryPauseMs);
-        return;
-    }
-    while (mSendRunning) {
+    while (mSendRunning && !Thread::StopRequested()) {
         const std::unique_ptr<Command> command(mSendCmdQueue.dequeue());
         if (command == nullptr) {
             KLOG(kLogError) << " mSendCmdQueue.dequeued nothing!!!!!!!!!!";
