@@ -80,6 +80,8 @@ void Processor::EndThreads() {
     mRecvThread->Stop();
     mRecvRunning = false;
     mSendRunning = false;
+    // First: no newcomer is accepted while DisConnect reads out the clients.
+    CloseServer();
     DisConnect();
 }
 

@@ -110,6 +110,24 @@ TEST_F(Consoles, SwitchingOffClosesClientsWithPendingCommands) {
     EXPECT_TRUE(WaitUntil([&] { return mKelp->Descriptors() <= descriptors + 2; }));
 }
 
+TEST_F(Consoles, NoNewcomerWhileTheClientsAreReadOut) {
+    const auto wcn = Wcn(Silent());
+    Start();
+    Station local = Station::Local(), busy = Tcp();
+    ASSERT_TRUE(busy.Send("AT+W\r\n"));
+    ASSERT_TRUE(wcn->WaitForRequest("AT+W"));
+    ASSERT_TRUE(busy.Send(std::string(100000, 'x')));
+    // A client that keeps sending is read for half a second.
+    std::thread sender([&] {
+        while (busy.Send("x")) {
+        }
+    });
+    Command(local, "ZAT+TCP=0");
+    EXPECT_TRUE(WaitUntil([&] { return Refused(mPort); }));
+    EXPECT_EQ(mKelp->Logged("tcp >> disconnect."), 0);
+    sender.join();
+}
+
 TEST_F(Consoles, ALineSwitchedOffWhileItIsReopenedStaysOff) {
     Start();
     Station local = Station::Local();
