@@ -201,6 +201,9 @@ int Processor::AcceptClient(fd_set& ready) {
     if (mServerFd == -1 || !FdSetContains(mServerFd, ready)) {
         return 1;
     }
+    if (mSlots.Full()) {
+        ReadOutLeavers();
+    }
     UniqueFd fd(accept4(mServerFd, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
     if (!FdFitsSet(fd.Get())) {
         OnAcceptFailure(fd.Ok() ? EMFILE : errno);

@@ -58,9 +58,7 @@ void Processor::WatchServer() {
 void Processor::ReceiveOnce() {
     fd_set ready = mReadFds;
     const int wakeFd = Thread::WakeFd();
-    if (wakeFd != -1) {
-        FdSetInsert(wakeFd, ready);
-    }
+    FdSetInsert(wakeFd, ready);
     struct timeval tick = {};
     if (mQuietDeadlineMs >= 0) {
         const int64_t left = std::max<int64_t>(mQuietDeadlineMs - MonotonicMs(), 0);
@@ -69,25 +67,25 @@ void Processor::ReceiveOnce() {
     }
     const int count = select(std::max(GetMaxFd(), wakeFd) + 1, &ready, nullptr, nullptr,
                              mQuietDeadlineMs >= 0 ? &tick : nullptr);
-    const int error = errno;
     if (Thread::StopRequested()) {
         return;
     }
-    mReceiveConfig = mConfigManager->GetReceiveConfig();
-    if (count < 0 && error != EINTR) {
-        OnSelectFailure(error);
+    if (count < 0) {
+        if (errno != EINTR) {
+            OnSelectFailure(errno);
+        }
         return;
     }
-    // Also when a descriptor is ready: new clients, or other clients' bytes, must not delay a
-    // command.
-    if (mQuietDeadlineMs >= 0 && MonotonicMs() >= mQuietDeadlineMs) {
+    const bool due = mQuietDeadlineMs >= 0 && MonotonicMs() >= mQuietDeadlineMs;
+    if (due) {
         mQuietDeadlineMs = -1;
-        if (mReceiveConfig->mode == kReceiveTimeTick) {
-            ProcessCmdData();
-        }
     }
     if (count > 0) {
         OnReadable(ready);
+    }
+    // Bytes that were there already belong to the command: a read has set a new deadline.
+    if (due && mQuietDeadlineMs < 0) {
+        ProcessCmdData();
     }
 }
 
@@ -111,19 +109,13 @@ void Processor::OnReadable(fd_set& ready) {
         ReceiveFrom(mServerFd);
         return;
     }
-    if (mServerFd != -1 && FdSetContains(mServerFd, ready)) {
-        if (mSlots.Full()) {
-            ReadOutLeavers();
-        }
-        if (AcceptClient(ready) != 1) {
-            return;
-        }
-    }
     for (const int fd : mSlots.Numbers()) {
         if (fd != -1 && FdSetContains(fd, ready)) {
             ReceiveFrom(fd);
         }
     }
+    // Last: a client that it accepts may have the number of one that was ready.
+    AcceptClient(ready);
 }
 
 // Reads all ready clients, and those that have left until end of file, which frees their slots: a
@@ -156,7 +148,6 @@ void Processor::ReceiveFrom(int fd) {
 void Processor::ApplyFraming() {
     if (mReceiveConfig->mode == kReceiveTail) {
         ProcessCmdData();
-        mQuietDeadlineMs = -1;
     } else if (mReceiveConfig->mode == kReceiveTimeTick) {
         mQuietDeadlineMs = MonotonicMs() + std::max(mReceiveConfig->millisecond, 0);
     }

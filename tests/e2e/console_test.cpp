@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <signal.h>
 #include <sys/ptrace.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -298,6 +299,21 @@ TEST_F(Consoles, NewClientsDoNotExtendAQuietInterval) {
     EXPECT_TRUE(stations[0].Answers("", "<wcn:AT+W>"));
     // The bytes of the command are kept.
     EXPECT_TRUE(stations[0].Answers("\r\n2", "<wcn:AT+W\r\n2>"));
+}
+
+TEST_F(Consoles, BytesThatWaitWhenAQuietIntervalEndsBelongToTheCommand) {
+    const auto wcn = Wcn();
+    Start(false, R"({"mode": "timetick", "millisecond": 300})");
+    Station station = Tcp();
+    ASSERT_TRUE(station.Send("AT+W"));
+    ASSERT_TRUE(mKelp->WaitForLog("tcp-->4 charactor(s) received"));
+    kill(mKelp->Pid(), SIGSTOP);
+    ASSERT_EQ(waitpid(mKelp->Pid(), nullptr, WUNTRACED), mKelp->Pid());
+    ASSERT_TRUE(station.Send("=1"));
+    const Station newcomer = Tcp();
+    Thread::SleepMs(400);
+    kill(mKelp->Pid(), SIGCONT);
+    EXPECT_TRUE(station.Answers("", "<wcn:AT+W=1>"));
 }
 
 TEST_F(Consoles, FourStationsThatReconnectPerCommandAreServed) {

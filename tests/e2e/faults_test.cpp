@@ -117,23 +117,30 @@ TEST_F(Faults, SlotsOfDeadStationsAreFreed) {
 }
 
 TEST_F(Faults, ExhaustedDescriptorsCauseNoSpinAndNoFlood) {
-    Start();
-    const size_t own = mKelp->Descriptors();
-    Start(false, kTail, {"prlimit", "--nofile=" + std::to_string(own + 1) + ":1024"});
-    Station stations[] = {Tcp(), Tcp(), Tcp(), Tcp()};
-    EXPECT_TRUE(stations[0].Answers("X\r\n", Unsupported("X")));
-    ASSERT_TRUE(mKelp->WaitForLog("tcp-->accept error: 24\n"));
-    const int64_t cpuNs = CpuNs(mKelp->Pid());
-    for (int i = 0; i < 10; ++i) {
-        EXPECT_TRUE(stations[0].Answers("X\r\n", Unsupported("X")));
-        Thread::SleepMs(50);
-    }
-    EXPECT_LT(CpuNs(mKelp->Pid()) - cpuNs, KELP_SANITIZED ? 300000000 : 50000000);
-    EXPECT_EQ(mKelp->Logged("accept error"), 1);
-    const struct rlimit normal = {1024, 1024};
-    ASSERT_EQ(prlimit(mKelp->Pid(), RLIMIT_NOFILE, &normal, nullptr), 0);
-    for (Station& station : stations) {
-        EXPECT_TRUE(station.Answers("X\r\n", Unsupported("X")));
+    for (const size_t served : {1, 4}) {
+        Start();
+        const struct rlimit none = {3, 1024}, normal = {1024, 1024};
+        std::vector<Station> stations;
+        while (stations.size() < 5) {
+            if (stations.size() == served) {
+                ASSERT_EQ(prlimit(mKelp->Pid(), RLIMIT_NOFILE, &none, nullptr), 0);
+            }
+            stations.push_back(Tcp());
+            EXPECT_TRUE(stations[0].Answers("X\r\n", Unsupported("X")));
+        }
+        ASSERT_TRUE(mKelp->WaitForLog("tcp-->accept error: 24\n"));
+        const int64_t cpuNs = CpuNs(mKelp->Pid());
+        for (int i = 0; i < 10; ++i) {
+            EXPECT_TRUE(stations[0].Answers("X\r\n", Unsupported("X")));
+            Thread::SleepMs(50);
+        }
+        EXPECT_LT(CpuNs(mKelp->Pid()) - cpuNs, KELP_SANITIZED ? 300000000 : 50000000);
+        EXPECT_EQ(mKelp->Logged("accept error"), 1);
+        ASSERT_EQ(prlimit(mKelp->Pid(), RLIMIT_NOFILE, &normal, nullptr), 0);
+        for (size_t i = 0; i < 4; ++i) {
+            EXPECT_TRUE(stations[i].Answers("X\r\n", Unsupported("X")));
+        }
+        EXPECT_EQ(stations[4].ReceiveToEnd(), "");
     }
 }
 
