@@ -23,20 +23,6 @@ size_t ClientSlots::SlotOf(int number) const {
     return static_cast<size_t>(slot - mClientFds.begin());
 }
 
-void ClientSlots::UpdateMaxNumber() {
-    int max = -1;
-    for (const Handle& client : mClientFds) {
-        max = std::max(max, client != nullptr ? client->Number() : -1);
-    }
-    mMaxNumber = max;
-}
-
-ClientSlots::Handle ClientSlots::Free(size_t slot) {
-    Handle client = std::move(mClientFds[slot]);
-    UpdateMaxNumber();
-    return client;
-}
-
 bool ClientSlots::Add(Handle client) {
     MutexLock lock(mMutex);
     const size_t slot = SlotOf(-1);
@@ -44,7 +30,6 @@ bool ClientSlots::Add(Handle client) {
         return false;
     }
     mClientFds[slot] = std::move(client);
-    UpdateMaxNumber();
     return true;
 }
 
@@ -61,7 +46,7 @@ void ClientSlots::Remove(int number) {
         if (number == -1 || slot == mClientFds.size()) {
             return;
         }
-        client = Free(slot);
+        client = std::move(mClientFds[slot]);
         mLeavers.erase(std::remove_if(mLeavers.begin(), mLeavers.end(),
                                       [](const auto& leaver) { return leaver.expired(); }),
                        mLeavers.end());
@@ -75,7 +60,7 @@ void ClientSlots::Remove(int number) {
 ClientSlots::Handle ClientSlots::Take(int number) {
     MutexLock lock(mMutex);
     const size_t slot = SlotOf(number);
-    return number != -1 && slot != mClientFds.size() ? Free(slot) : nullptr;
+    return number != -1 && slot != mClientFds.size() ? std::move(mClientFds[slot]) : nullptr;
 }
 
 ClientSlots::Handle ClientSlots::Find(int number) const {
@@ -103,7 +88,6 @@ void ClientSlots::CloseAll() {
         for (Handle& client : mClientFds) {
             clients.push_back(std::move(client));
         }
-        mMaxNumber = -1;
     }
     const int64_t deadlineMs = MonotonicMs() + kMaxCloseMs;
     for (const Handle& client : clients) {

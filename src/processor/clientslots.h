@@ -2,7 +2,6 @@
 #pragma once
 
 #include <array>
-#include <atomic>
 #include <memory>
 #include <vector>
 
@@ -38,22 +37,16 @@ class ClientSlots {
     // Slot by slot; -1 where one is free.
     std::array<int, kSlots> Numbers() const;
 
-    // The largest number in a slot, -1 without one. Takes no lock.
-    int MaxNumber() const { return mMaxNumber; }
-
     // Closes the descriptors of all clients, including those that have left. Blocks for at most 0.6
     // seconds, while clients keep sending.
     void CloseAll();
 
   private:
     size_t SlotOf(int number) const KELP_REQUIRES(mMutex);
-    Handle Free(size_t slot) KELP_REQUIRES(mMutex);
-    void UpdateMaxNumber() KELP_REQUIRES(mMutex);
 
     mutable Mutex mMutex;  // a leaf
     std::array<Handle, kSlots> mClientFds KELP_GUARDED_BY(mMutex);
     std::vector<std::weak_ptr<ClientHandle>> mLeavers KELP_GUARDED_BY(mMutex);
-    std::atomic<int> mMaxNumber{-1};  // written under mMutex
 };
 
 }  // namespace kelp

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <atomic>
-#include <cstddef>
 #include <deque>
 
 #include "platform/sync.h"
@@ -28,7 +27,6 @@ class MessageQueue {
         {
             MutexLock lock(mMutex);
             mQueue.push_back(item);
-            mSize = mQueue.size();
         }
         // Unlocked, so that the woken consumer does not wait for the lock.
         if (mWaitable.load(std::memory_order_relaxed)) {
@@ -41,9 +39,6 @@ class MessageQueue {
     // the item, the thread is asked to stop, or a spurious wake-up), and the caller decides whether
     // to call again.
     T* dequeue() {
-        if (mSize == 0 && !mWaitable) {
-            return nullptr;  // checked without the lock
-        }
         MutexLock lock(mMutex);
         if (mQueue.empty() && mWaitable.load(std::memory_order_relaxed)) {
             Thread::Wait(mCond, mMutex);
@@ -63,7 +58,6 @@ class MessageQueue {
         {
             MutexLock lock(mMutex);
             items.swap(mQueue);
-            mSize = 0;
         }
         for (T* item : items) {
             delete item;
@@ -80,14 +74,12 @@ class MessageQueue {
         }
         T* const item = mQueue.front();
         mQueue.pop_front();
-        mSize = mQueue.size();
         return item;
     }
 
     Mutex mMutex;  // taken before Thread::mMutex (in dequeue), otherwise a leaf
     CondVar mCond;
     std::deque<T*> mQueue KELP_GUARDED_BY(mMutex);
-    std::atomic<size_t> mSize{0};  // of mQueue; written under mMutex
 };
 
 }  // namespace kelp

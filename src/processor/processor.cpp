@@ -194,7 +194,8 @@ void Processor::RemoveClient(int fd) {
 }
 
 int Processor::GetMaxFd() {
-    return std::max(mServerFd.load(), mSlots.MaxNumber());
+    const auto numbers = mSlots.Numbers();
+    return std::max(mServerFd.load(), *std::max_element(numbers.begin(), numbers.end()));
 }
 
 int Processor::AcceptClient(fd_set& ready) {

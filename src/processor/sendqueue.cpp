@@ -1,5 +1,7 @@
 #include "processor/sendqueue.h"
 
+#include <utility>
+
 #include "platform/clock.h"
 #include "platform/thread.h"
 
@@ -12,41 +14,40 @@ constexpr int kReportPauseMs = 10000;
 }  // namespace
 
 int64_t SendQueue::enqueue(Command* command) {
-    if (Full() && command->GetRequest()->empty()) {
-        delete command;
-        return CountDropped();
+    {
+        MutexLock lock(mRoomMutex);
+        if (Full() && command->GetRequest()->empty()) {
+            delete command;
+            return CountDropped();
+        }
+        ++mAnswers;
+        mBytes += static_cast<int64_t>(command->mResponse.size());
     }
-    mAnswers += 1;
-    mBytes += static_cast<int64_t>(command->mResponse.size());
     mQueue.enqueue(command);
     return 0;
 }
 
 int64_t SendQueue::CountDropped() {
-    MutexLock lock(mRoomMutex);
     ++mDropped;
     const int64_t now = MonotonicMs();
     if (mReportedMs != 0 && now - mReportedMs < kReportPauseMs) {
         return 0;
     }
     mReportedMs = now;
-    const int64_t dropped = mDropped;
-    mDropped = 0;
-    return dropped;
+    return std::exchange(mDropped, 0);
 }
 
 void SendQueue::Done(const Command& command) {
-    const auto size = static_cast<int64_t>(command.mResponse.size());
-    const int64_t answers = mAnswers.fetch_sub(1);
-    const int64_t bytes = mBytes.fetch_sub(size);
-    // fetch_sub shows which call crossed a limit.
-    if (answers == kMaxAnswers + 1 || (bytes > kMaxBytes && bytes - size <= kMaxBytes)) {
-        MutexLock lock(mRoomMutex);
-        mRoom.Broadcast();
+    MutexLock lock(mRoomMutex);
+    const bool wasFull = Full();
+    --mAnswers;
+    mBytes -= static_cast<int64_t>(command.mResponse.size());
+    if (wasFull && !Full()) {
+        mRoom.Signal();
     }
 }
 
-void SendQueue::WaitUntilNotFull() {
+void SendQueue::WaitForRoom() {
     MutexLock lock(mRoomMutex);
     while (Full() && Thread::Wait(mRoom, mRoomMutex)) {
     }

@@ -1,7 +1,6 @@
 // A bounded queue of a console's answers that wait to be written.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 
 #include "platform/sync.h"
@@ -32,21 +31,18 @@ class SendQueue {
     void Done(const Command& command);
 
     // Blocks the receive thread while a limit is exceeded; Thread::Stop ends the wait.
-    void WaitForRoom() {
-        if (Full()) {
-            WaitUntilNotFull();
-        }
-    }
+    void WaitForRoom();
 
   private:
-    void WaitUntilNotFull();
-    bool Full() const { return mAnswers > kMaxAnswers || mBytes > kMaxBytes; }
-    int64_t CountDropped();
+    bool Full() const KELP_REQUIRES(mRoomMutex) {
+        return mAnswers > kMaxAnswers || mBytes > kMaxBytes;
+    }
+    int64_t CountDropped() KELP_REQUIRES(mRoomMutex);
 
-    std::atomic<int64_t> mAnswers{0};
-    std::atomic<int64_t> mBytes{0};
-    Mutex mRoomMutex;  // taken before Thread::mMutex (in WaitUntilNotFull), otherwise a leaf
-    CondVar mRoom;     // broadcast when one of the two above has fallen to its limit
+    Mutex mRoomMutex;  // taken before Thread::mMutex (in WaitForRoom), otherwise a leaf
+    CondVar mRoom;     // for the receive thread: signalled when the queue is full no more
+    int64_t mAnswers KELP_GUARDED_BY(mRoomMutex) = 0;
+    int64_t mBytes KELP_GUARDED_BY(mRoomMutex) = 0;
     int64_t mDropped KELP_GUARDED_BY(mRoomMutex) = 0;
     int64_t mReportedMs KELP_GUARDED_BY(mRoomMutex) = 0;  // 0: never
     MessageQueue<Command> mQueue;
