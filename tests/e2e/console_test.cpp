@@ -164,6 +164,21 @@ TEST_F(Consoles, ALineSwitchedOffWhileItIsReopenedStaysOff) {
     EXPECT_TRUE(WaitUntil([&] { return Holds(mUsb.Device()) == 0; }));
 }
 
+TEST_F(Consoles, AClientThatLeftForGoodIsClosedAtOnce) {
+    const auto modem = Daemon("modem", Silent());
+    Start(true);
+    for (const bool tcp : {true, false}) {
+        Station leaver = tcp ? Tcp() : Station::Local();
+        const std::string request = "AT+M" + std::to_string(tcp) + "\r\n";
+        ASSERT_TRUE(leaver.Send(request));
+        ASSERT_TRUE(modem->WaitForRequest(request));
+        // The module keeps the handle of the client that asked last.
+        const size_t descriptors = mKelp->Descriptors();
+        leaver.Reset();
+        EXPECT_TRUE(WaitUntil([&] { return mKelp->Descriptors() < descriptors; }));
+    }
+}
+
 TEST_F(Consoles, NoExchangeStartsAfterAStopRequest) {
     const auto wcn = Wcn(Silent());
     Start();

@@ -2,7 +2,9 @@
 
 #include <errno.h>
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <functional>
@@ -11,6 +13,7 @@
 #include "platform/turn.h"
 #include "platform/uniquefd.h"
 #include "processor/messagequeue.h"
+#include "support/wait.h"
 
 namespace kelp::test {
 namespace {
@@ -58,6 +61,35 @@ TEST(Thread, StopEndsEveryKindOfWait) {
         }
     }
     turn.Leave();
+}
+
+TEST(Turn, AWaitingThreadIsNotOvertaken) {
+    // On one processor, where the waiting thread only runs while this one sleeps or waits.
+    cpu_set_t all, one;
+    ASSERT_EQ(sched_getaffinity(0, sizeof(all), &all), 0);
+    CPU_ZERO(&one);
+    CPU_SET(sched_getcpu(), &one);
+    ASSERT_EQ(sched_setaffinity(0, sizeof(one), &one), 0);
+    Turn turn;
+    std::atomic<pid_t> waiting{0};
+    std::atomic<bool> entered{false};
+    Job job([&] {
+        waiting = gettid();
+        const TurnHolder holder(turn);
+        entered = holder.Held();
+    });
+    Thread thread(&job);
+    ASSERT_TRUE(turn.Enter());
+    ASSERT_TRUE(thread.Start());
+    ASSERT_TRUE(WaitUntil([&] { return waiting != 0; }));
+    Thread::SleepMs(100);
+    const struct sched_param none = {};
+    ASSERT_EQ(sched_setscheduler(waiting, SCHED_IDLE, &none), 0);
+    turn.Leave();
+    ASSERT_TRUE(turn.Enter());
+    EXPECT_TRUE(entered);
+    turn.Leave();
+    sched_setaffinity(0, sizeof(all), &all);
 }
 
 TEST(Thread, RestartsAfterStoppingItself) {
