@@ -99,6 +99,7 @@ include(CPack)
 
 if(KELP_BUILD_TESTS AND NOT CMAKE_CROSSCOMPILING)
     add_test(NAME install
-        COMMAND ${PROJECT_SOURCE_DIR}/tests/install_test.sh ${CMAKE_COMMAND} ${PROJECT_BINARY_DIR})
+        COMMAND ${PROJECT_SOURCE_DIR}/scripts/own-network
+            ${PROJECT_SOURCE_DIR}/tests/install_test.sh ${CMAKE_COMMAND} ${PROJECT_BINARY_DIR})
     set_tests_properties(install PROPERTIES LABELS install TIMEOUT 300)
 endif()

@@ -3,7 +3,7 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 # Packages for the build and the demo, and the additional ones of the test suite.
-build_packages=(g++ cmake ninja-build nlohmann-json3-dev libgtest-dev help2man socat)
+build_packages=(g++ cmake ninja-build nlohmann-json3-dev libgtest-dev help2man socat iproute2)
 test_packages=(python3-jsonschema python3-labgrid)
 
 # need PACKAGE...: installs the missing Debian packages. If none is missing, it changes nothing and

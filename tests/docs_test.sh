@@ -2,7 +2,6 @@
 # Runs every command of a page of docs/ unchanged, except for the port. Arguments: the page, the
 # directories of the built programs.
 set -euo pipefail
-source "${0%/*}/ownnetwork.sh"
 page=$(realpath "$1")
 export PATH=$2:$3:/usr/bin:$PATH EXAMPLES=${page%/*}/../examples # Debian's pytest has labgrid
 command -v socat >/dev/null || { echo "socat is not installed" && exit 77; }

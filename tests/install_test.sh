@@ -2,8 +2,6 @@
 # Installs a build into a scratch root, runs the installed programs, and checks the manual pages and
 # the service unit. Usage: install_test.sh CMAKE BUILD_DIRECTORY
 set -euo pipefail
-source "${0%/*}/ownnetwork.sh"
-
 cmake=$1 build=$2 console=@/dev/socket/kelp root=$(mktemp -d) jobs=()
 trap '((${#jobs[@]} == 0)) || kill "${jobs[@]}" || true; wait; rm -rf "$root"' EXIT
 fail() { echo "FAILED: $*" >&2; exit 1; }

@@ -41,7 +41,7 @@ bool MayEnterOwnNetwork() {
 
 int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
-    const kelp::UniqueFd turn(open("/tmp", O_RDONLY | O_CLOEXEC));  // as tests/ownnetwork.sh
+    const kelp::UniqueFd turn(open("/tmp", O_RDONLY | O_CLOEXEC));  // as scripts/own-network
     if (!(MayEnterOwnNetwork() && EnterOwnNetwork())) {
         flock(turn.Get(), LOCK_EX);
     }
