@@ -20,7 +20,7 @@ done
 
 kelp-check --no-paths "$root/usr/share/kelp/kelp.json" >"$root/whole" || fail "the shipped example"
 for key in $(grep -oE '"[a-z0-9-]+":' "$root/whole" | tr -d '":' | sort -u); do
-    zgrep -qE "^\.BR? $key( |\$)" "$root/usr/share/man/man5/kelp.json.5.gz" ||
+    grep -qE "^\.BR? $key( |\$)" "$root/usr/share/man/man5/kelp.json.5" ||
         fail "kelp.json.5 says nothing of $key"
 done
 
@@ -48,6 +48,8 @@ done
 if have systemd-analyze; then
     sed "s#\([= -]\)/usr/#\1$root/usr/#" "$root"/usr/lib/systemd/system/kelp.service \
         >"$root/kelp.service"
-    complaints=$(systemd-analyze verify --man=no "$root/kelp.service" 2>&1 | grep kelp || true)
+    complaints=$(systemd-analyze verify --man=no "$root/kelp.service" 2>&1) || true
     [[ -z $complaints ]] || fail "$complaints"
+    systemd-analyze security --offline=true --threshold=16 "$root/kelp.service" >"$root/exposure" ||
+        fail "$(tail -n 1 "$root/exposure")"
 fi

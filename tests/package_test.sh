@@ -1,0 +1,36 @@
+#!/usr/bin/env bash
+# Installs a package over an older build and purges it, on an overlay of this system that ends with
+# the script. Nothing is started, because systemd does not run there. Needs root.
+# Usage: package_test.sh FILE
+set -euo pipefail
+if [[ -z ${KELP_OWN_MOUNTS-} ]]; then
+    KELP_OWN_MOUNTS=1 exec unshare --mount "$0" "$@"
+fi
+fail() { echo "FAILED: $*" >&2; exit 1; }
+dir=$(mktemp -d)
+trap 'umount "$dir" && rmdir "$dir"' EXIT
+mount -t tmpfs tmpfs "$dir"
+mkdir "$dir"/{new,work,root}
+mount -t overlay overlay -o "lowerdir=/,upperdir=$dir/new,workdir=$dir/work" "$dir/root"
+trap 'umount "$dir/root" "$dir" && rmdir "$dir"' EXIT
+inside() { chroot "$dir/root" "$@"; }
+
+for script in postinst prerm postrm; do
+    dpkg-deb --info "$1" $script | grep -q kelp.service || fail "$script ignores the service"
+done
+dpkg-deb --raw-extract "$1" "$dir/older"
+sed -i 's/^\(Version: [^+]*\).*/\1/' "$dir/older/DEBIAN/control"
+dpkg-deb --build "$dir/older" "$dir/root/older.deb" >/dev/null
+cp "$1" "$dir/root/newer.deb"
+inside dpkg --install /older.deb
+[[ $(inside dpkg --install /newer.deb) == *"over (0."* ]] || fail "not an upgrade"
+version=$(dpkg-deb --field "$1" Version)
+[[ $(inside kelp-check --version) == "kelp-check $version" ]] || fail "not this build"
+
+# What a service that was enabled and ran leaves.
+inside systemctl --quiet enable kelp
+mkdir -p "$dir/root/var/lib/private/kelp"
+ln -s private/kelp "$dir/root/var/lib/kelp"
+inside dpkg --purge kelp
+left=$(find "$dir/new" -iname '*kelp*')
+[[ -z $left ]] || fail "left after a purge: $left"
