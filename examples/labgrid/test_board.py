@@ -29,7 +29,7 @@ def ask(target):
 @pytest.mark.parametrize("command, answer, seconds", [
     ("AT+WIFI?", r"\+WIFI:1,-\d+", 2),
     ("AT+TEST=KEYS", r"\+TEST:VOLUP,VOLDOWN,POWER", 10),
-    ("AT+TEST=LCD", r"\+TEST:OK", 10),
+    ("AT+TEST=LCD", r"\+TEST:LCD,PASS", 10),
 ])
 def test_answer(ask, command, answer, seconds):
     lines, result = ask(command, seconds)
