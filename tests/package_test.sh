@@ -7,17 +7,21 @@ if [[ -z ${KELP_OWN_MOUNTS-} ]]; then
     KELP_OWN_MOUNTS=1 exec unshare --mount "$0" "$@"
 fi
 fail() { echo "FAILED: $*" >&2; exit 1; }
+for script in postinst prerm postrm; do
+    dpkg-deb --info "$1" $script | grep -q kelp.service || fail "$script ignores the service"
+done
+
 dir=$(mktemp -d)
 trap 'umount "$dir" && rmdir "$dir"' EXIT
 mount -t tmpfs tmpfs "$dir"
 mkdir "$dir"/{new,work,root}
-mount -t overlay overlay -o "lowerdir=/,upperdir=$dir/new,workdir=$dir/work" "$dir/root"
+mount -t overlay overlay -o "lowerdir=/,upperdir=$dir/new,workdir=$dir/work" "$dir/root" || {
+    echo "SKIPPED: no overlay can be mounted here, so nothing is installed"
+    exit 0
+}
 trap 'umount "$dir/root" "$dir" && rmdir "$dir"' EXIT
 inside() { chroot "$dir/root" "$@"; }
 
-for script in postinst prerm postrm; do
-    dpkg-deb --info "$1" $script | grep -q kelp.service || fail "$script ignores the service"
-done
 dpkg-deb --raw-extract "$1" "$dir/older"
 sed -i 's/^\(Version: [^+]*\).*/\1/' "$dir/older/DEBIAN/control"
 dpkg-deb --build "$dir/older" "$dir/root/older.deb" >/dev/null
