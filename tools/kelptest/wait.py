@@ -1,0 +1,43 @@
+"""Deadlines by the monotonic clock, and the failure of a wait."""
+from __future__ import annotations
+
+import os
+import time
+from typing import Callable, Optional, TypeVar, Union
+
+T = TypeVar("T")
+Text = Union[bytes, str]
+
+# Of every wait for which the caller gives no time-out, in seconds.
+TIMEOUT = float(os.environ.get("KELPTEST_TIMEOUT", "10"))
+_PAUSE = 0.005  # between two looks, in seconds
+
+
+class Failure(AssertionError):
+    """Something did not come in time, or was not what was expected."""
+
+
+def encoded(text: Text) -> bytes:
+    return text.encode() if isinstance(text, str) else bytes(text)
+
+
+def deadline_after(timeout: Optional[float]) -> float:
+    """The time of time.monotonic() at which a wait ends; None stands for TIMEOUT."""
+    return time.monotonic() + (TIMEOUT if timeout is None else timeout)
+
+
+def wait_until(
+    condition: Callable[[], T],
+    timeout: Optional[float] = None,
+    what: Callable[[], str] = lambda: "the condition",
+) -> T:
+    """Calls `condition` until its result is true, and returns that. `what` is for the failure."""
+    deadline = deadline_after(timeout)
+    while True:
+        last = time.monotonic() >= deadline
+        result = condition()
+        if result:
+            return result
+        if last:
+            raise Failure(f"not in time: {what()}")
+        time.sleep(_PAUSE)
