@@ -4,7 +4,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 # Packages for the build and the demo, and the additional ones of the test suite.
 build_packages=(g++ cmake ninja-build nlohmann-json3-dev libgtest-dev help2man socat iproute2)
-test_packages=(python3-jsonschema python3-labgrid)
+test_packages=(python3-jsonschema python3-labgrid python3-pytest)
 
 # need PACKAGE...: installs the missing Debian packages. If none is missing, it changes nothing and
 # needs neither network nor root.

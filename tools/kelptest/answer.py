@@ -11,6 +11,8 @@ from __future__ import annotations
 import re
 from typing import NamedTuple, Optional, Sequence
 
+from kelptest.wait import shown
+
 _NAME = re.compile(rb"[+^$#%*][A-Za-z][A-Za-z0-9_]*")
 _LINE = re.compile(rb"[^\r\n]+")
 _RESULT = re.compile(rb"OK|ERROR|\+CM[ES] ERROR:.*", re.S)
@@ -26,6 +28,7 @@ _ERROR_TEXTS = tuple(
 
 class Judgement(NamedTuple):
     proper: bytes  # the answer proper
+    reports: bytes  # what was left out of it
     empty: bool  # nothing but echo and empty lines
     error: bool  # an error line or one of the daemon's error texts at the end
     ok: bool  # a line OK at the end
@@ -45,11 +48,12 @@ def is_final(answer: bytes, command: bytes) -> bool:
 
 
 def judge(answer: bytes, command: bytes) -> Judgement:
-    after_echo, proper = _split(answer, command)
+    after_echo, proper, reports = _split(answer, command)
     line = _result_line(after_echo, command)
     last = line[0] if line else b""
     return Judgement(
         proper,
+        reports,
         empty=not after_echo.strip(b"\r\n"),
         # When a peer fails, the daemon's error text may follow a part of an answer.
         error=b"Unsupport command" in after_echo
@@ -67,12 +71,8 @@ def shortcoming(answer: bytes, command: bytes, texts: Sequence[bytes], error: bo
         return "the answer is an error" if found.error else "the answer is no error"
     for text in texts:
         if text not in found.proper:
-            where = (
-                "is only in the echo or in an unsolicited report"
-                if text in answer
-                else "is missing"
-            )
-            return f"{text!r} {where}"
+            is_report = text in found.reports
+            return f"{shown(text)} is {'only in an unsolicited report' if is_report else 'missing'}"
     return "" if texts or error or found.ok else "the answer is not OK"
 
 
@@ -104,23 +104,26 @@ def _result_line(text: bytes, command: bytes) -> Optional[re.Match[bytes]]:
     return None
 
 
-def _split(answer: bytes, command: bytes) -> tuple[bytes, bytes]:
-    """What follows the echo, and the answer proper."""
+def _split(answer: bytes, command: bytes) -> tuple[bytes, bytes, bytes]:
+    """What follows the echo, the answer proper, and the reports."""
     common = min(len(answer), len(command))
     echo_end = common if answer[:common].upper() == command[:common].upper() else 0
     last = _result_line(answer, command)
     result_at = last.start() if last and _RESULT.fullmatch(last[0]) else len(answer)
     has_name = _NAME.search(command) is not None
     kept: list[bytes] = []
+    reports: list[bytes] = []
     end = echo_end  # of the bytes that are already in `kept`
     is_text = False  # a line that is neither echo nor report was found
     for line in _LINE.finditer(answer, echo_end):
         if not is_text and _is_echo(line[0], command, line.end() < len(answer)):
             echo_end = line.end()
             kept.clear()
-        elif not ((line.start() > result_at or has_name) and _is_report(line[0], command)):
+        elif (line.start() > result_at or has_name) and _is_report(line[0], command):
+            reports.append(line[0])
+        else:
             is_text = True
             kept.append(answer[end : line.end()])
         end = line.end()
     kept.append(answer[end:])
-    return answer[echo_end:], b"".join(kept)
+    return answer[echo_end:], b"".join(kept), b"\n".join(reports)

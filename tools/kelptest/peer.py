@@ -6,7 +6,7 @@ import socket
 import struct
 import threading
 import time
-from typing import Any, Callable, NamedTuple, Optional
+from typing import Any, Callable, Iterable, NamedTuple, Optional, Union
 
 from kelptest.wait import Text, encoded, wait_until
 
@@ -16,6 +16,10 @@ _STOP_SECONDS = 0.9
 
 class Last(bytes):
     """An answer after which the peer closes the connection."""
+
+
+# None: no answer; a generator's pieces are sent one by one, as it yields them.
+Answer = Union[bytes, Iterable[bytes], None]
 
 
 class Record(NamedTuple):
@@ -41,14 +45,14 @@ def unpack_record(data: bytes) -> Record:
 
 class Peer:
     """Listens on `name`, a path or "@" and an abstract name, and answers each request with
-    answer(request): bytes, Last(bytes), or None for no answer.
+    answer(request).
 
     A request is what one read of a connection brings. Each connection has a thread of its own, on
     which `answer` is called; an exception there ends the connection, and is raised again at the end
     of the `with` block.
     """
 
-    def __init__(self, name: str, answer: Callable[[bytes], Optional[bytes]]) -> None:
+    def __init__(self, name: str, answer: Callable[[bytes], Answer]) -> None:
         self._path = None if name.startswith("@") else os.path.abspath(name)
         self._answer = answer
         self._lock = threading.Lock()  # guards the lists
@@ -134,5 +138,9 @@ class Peer:
         with self._lock:
             self._received.append(request)
         answer = self._answer(request)
-        client.sendall(answer or b"")
-        return not isinstance(answer, Last)
+        pieces = [answer] if isinstance(answer, bytes) else answer or ()
+        for piece in pieces:
+            client.sendall(piece)
+            if isinstance(piece, Last):
+                return False
+        return True

@@ -3,12 +3,12 @@ from __future__ import annotations
 
 from contextlib import ExitStack
 from pathlib import Path
-from typing import Any, Callable, Iterator, Mapping, Optional, Union
+from typing import Any, Callable, Iterator, Mapping, Union
 
 import pytest
 
 from kelptest.daemon import Daemon
-from kelptest.peer import Peer
+from kelptest.peer import Answer, Peer
 from kelptest.process import Process
 
 
@@ -25,7 +25,7 @@ class Bench:
         self.processes.append(daemon)
         return daemon
 
-    def peer(self, name: str, answer: Callable[[bytes], Optional[bytes]]) -> Peer:
+    def peer(self, name: str, answer: Callable[[bytes], Answer]) -> Peer:
         return self._stack.enter_context(Peer(name, answer))
 
     def run(self, *words: Union[str, Path], ready: str = "") -> Process:

@@ -7,11 +7,10 @@ from typing import Any, Callable, Optional, Union
 
 from kelptest.answer import is_final, judge, shortcoming
 from kelptest.line import Line, open_line
-from kelptest.wait import TIMEOUT, Failure, Text, deadline_after, encoded
+from kelptest.wait import SHOWN_BYTES, TIMEOUT, Failure, Text, deadline_after, encoded, shown
 
 _QUIET = 0.5  # silence after which ask() takes an answer without a result line, in seconds
 _MAX_UNASKED_READS = 1024  # before a command, so that a flood cannot hold it up for ever
-_SHOWN_BYTES = 500  # of each piece of the conversation, in a failure
 
 
 class Station:
@@ -38,7 +37,7 @@ class Station:
         self._input = bytearray()  # received, and not yet returned by a call
         self._ended = False
         self._overdue: Optional[bytes] = None  # the command whose answer did not come in time
-        self._conversation: deque[tuple[str, bytes]] = deque(maxlen=12)
+        self._conversation: deque[tuple[str, bytes, int]] = deque(maxlen=12)
         self._line = open_line(target, timeout) if isinstance(target, str) else target
 
     def __enter__(self) -> Station:
@@ -81,7 +80,7 @@ class Station:
             if not self._more(deadline):
                 break
         if self._take(len(expected)) != expected:
-            raise self._failure(f"not {_shown(expected)}")
+            raise self._failure(f"not {shown(expected)}")
 
     def receive(self, count: int, timeout: Optional[float] = None) -> bytes:
         """The next `count` bytes; fewer only when the connection ends."""
@@ -125,7 +124,8 @@ class Station:
             self._line.close()
             self._line, self._ended = open_line(self._target, self._timeout), False
         elif overdue is not None:  # a tty is not opened again: the late answer must come first
-            self._collect(overdue, lambda answer: True, None)
+            late = overdue
+            self._collect(overdue, lambda answer: judge(answer, late).proper.strip() != b"", None)
         for _ in range(_MAX_UNASKED_READS):
             if not self._read():
                 break
@@ -145,7 +145,7 @@ class Station:
         answer = self._collect(asked, ends, timeout)
         reason = shortcoming(answer, asked, wanted, error)
         if reason:
-            raise self._failure(f"{command!r}: {reason}")
+            raise self._failure(f"{shown(asked)}: {reason}")
         return answer
 
     def _collect(
@@ -166,9 +166,9 @@ class Station:
             if not self._more(deadline) and not self._ended:
                 self._overdue = command
                 hint = "; without a result line it needs `quiet`" if heard else ""
-                raise self._failure(f"{command!r}: no complete answer in time{hint}")
+                raise self._failure(f"{shown(command)}: no complete answer in time{hint}")
         if judge(bytes(self._input), command).empty:
-            raise self._failure(f"{command!r}: the connection ended without an answer")
+            raise self._failure(f"{shown(command)}: the connection ended without an answer")
         return self._take(len(self._input))
 
     def _deadline(self, timeout: Optional[float]) -> float:
@@ -198,17 +198,14 @@ class Station:
         return taken
 
     def _note(self, what: str, data: bytes) -> None:
-        last = self._conversation[-1] if self._conversation else ("", b"")
-        if last[0] == what and len(last[1]) < _SHOWN_BYTES:
+        last, before, size = self._conversation[-1] if self._conversation else ("", b"", 0)
+        if last == what:
             self._conversation.pop()
-            data = last[1] + data
-        self._conversation.append((what, data[: _SHOWN_BYTES + 1]))
+            data, size = before + data, size + len(data)
+        else:
+            size = len(data)
+        self._conversation.append((what, data[:SHOWN_BYTES], size))
 
     def _failure(self, reason: str) -> Failure:
-        lines = (f"  {what} {_shown(data)}" for what, data in self._conversation)
+        lines = (f"  {what} {shown(data, size)}" for what, data, size in self._conversation)
         return Failure("\n".join([f"{self._target}: {reason}", *lines]))
-
-
-def _shown(data: bytes) -> str:
-    text = repr(data[:_SHOWN_BYTES])[1:]
-    return text if len(data) <= _SHOWN_BYTES else text + "..."

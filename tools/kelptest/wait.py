@@ -10,6 +10,7 @@ Text = Union[bytes, str]
 
 # Of every wait for which the caller gives no time-out, in seconds.
 TIMEOUT = float(os.environ.get("KELPTEST_TIMEOUT", "10"))
+SHOWN_BYTES = 300  # of one text in a failure
 _PAUSE = 0.005  # between two looks, in seconds
 
 
@@ -19,6 +20,12 @@ class Failure(AssertionError):
 
 def encoded(text: Text) -> bytes:
     return text.encode() if isinstance(text, str) else bytes(text)
+
+
+def shown(data: bytes, size: int = 0) -> str:
+    """For failures; `size` if it is more than the length of `data`."""
+    cut = max(size, len(data)) > SHOWN_BYTES
+    return repr(data[:SHOWN_BYTES])[1:] + (f"... ({max(size, len(data))} bytes)" if cut else "")
 
 
 def deadline_after(timeout: Optional[float]) -> float:

@@ -1,0 +1,32 @@
+"""For all pytest files of the suite; tests/py_test.sh runs them."""
+import os
+import subprocess
+
+import pytest
+
+pytest_plugins = ["kelptest.plugin"]
+
+
+@pytest.fixture(scope="session")
+def kelp_send():
+    """Runs kelp-send; returns its exit status, standard output and standard error."""
+
+    def run(*arguments, stdin=""):
+        done = subprocess.run(
+            [os.environ["KELP_SEND"], *arguments],
+            input=stdin.encode(),
+            capture_output=True,
+            timeout=60,
+        )
+        return done.returncode, done.stdout, done.stderr.decode()
+
+    return run
+
+
+@pytest.fixture
+def pty():
+    """The master of a pseudo-terminal, and the name of its device; the slave stays open."""
+    master, slave = os.openpty()
+    yield master, os.ttyname(slave)
+    os.close(master)
+    os.close(slave)

@@ -1,0 +1,7 @@
+#!/usr/bin/env bash
+# Runs a pytest file of this directory. Debian's pytest is installed for /usr/bin/python3, not for
+# the first python3 on PATH.
+set -euo pipefail
+source "${0%/*}/ownnetwork.sh"
+export PYTHONPATH=${0%/*}/../tools PYTHONDONTWRITEBYTECODE=1
+exec /usr/bin/python3 -m pytest -q -p no:cacheprovider --tb=short "$@"
