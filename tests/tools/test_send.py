@@ -231,14 +231,8 @@ def test_a_long_command_reaches_every_kind_of_target(tmp_path, monkeypatch, targ
             ("127.0.0.1", 3001) if tcp else target[2:] if "/" in target else "\0" + target[1:]
         )
         listener.listen()
-        words = [
-            os.environ["KELP_SEND"],
-            target,
-            "--file=lines",
-            "--terminator",
-            "fF 00",
-            "--quiet=0",
-        ]
+        listener.settimeout(30)
+        words = [target, "--file=lines", "--terminator", "fF 00", "--quiet=0"]
         with open("answer", "wb") as output, started(*words, stdout=output) as program:
             with Station(Line(listener.accept()[0].detach()), timeout=30) as console:
                 console.write("x" * 1000000)
