@@ -4,6 +4,7 @@
 set -euo pipefail
 page=$(realpath "$1")
 export PATH=$2:$3:/usr/bin:$PATH EXAMPLES=${page%/*}/../examples # Debian's pytest has labgrid
+export PYTHONPATH=${page%/*}/../tools
 command -v socat >/dev/null || { echo "socat is not installed" && exit 77; }
 dir=$(mktemp -d)
 trap 'rm -rf "$dir"' EXIT

@@ -3,5 +3,6 @@
 # the first python3 on PATH.
 set -euo pipefail
 source "${0%/*}/ownnetwork.sh"
-export PYTHONPATH=${0%/*}/../tools PYTHONDONTWRITEBYTECODE=1
+PYTHONPATH=$(realpath "${0%/*}/../tools")
+export PYTHONPATH PYTHONDONTWRITEBYTECODE=1
 exec /usr/bin/python3 -m pytest -q -p no:cacheprovider --tb=short "$@"
