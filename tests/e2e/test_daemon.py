@@ -6,12 +6,16 @@ import time
 from pathlib import Path
 
 import pytest
-from kelptest import Failure, Line, Process, Station, wait_until
+from kelptest import Failure, Line, Station, wait_until
 
 CONFIG = {
     "module": {
         "support-modules": ["pcba", "bench"],
-        "interaction": {"pcba": {"path": "pcba.sock", "timeout": 1}, "bench": {"path": "kelp-test-bench"}},
+        "interaction": {
+            "pcba": {"path": "pcba.sock"},
+            "bench": {"path": "kelp-test-bench"},
+            "modem": {"path": "modem.sock"},
+        },
         "whitelist": {"pcba": ["AT+P"], "bench": ["AT+B"]},
     }
 }
@@ -23,20 +27,18 @@ def counts(pid):
 
 
 def switches(pid):
-    """Context switches of each thread."""
-    lines = {}
-    for task in Path(f"/proc/{pid}/task").iterdir():
-        status = (task / "status").read_text()
-        lines[(task / "comm").read_text()] = [
-            line for line in status.splitlines() if "ctxt" in line
-        ]
-    return lines
+    """Lines with the name and the context switches of each thread."""
+    tasks = [(task / "status").read_text() for task in Path(f"/proc/{pid}/task").iterdir()]
+    return [
+        line for task in tasks for line in task.splitlines() if "Name" in line or "ctxt" in line
+    ]
 
 
 def test_all_consoles(bench, pty):
     master, device = pty
     record = bytes.fromhex("00000000 08000000 41542B504342413F 03000000 332E31")
     board = bench.peer("pcba.sock", lambda request: record)
+    bench.peer("modem.sock", lambda request: None)  # or kelp tries again every second
     bench.peer("@kelp-test-bench", lambda request: b"<" + request + b">")
     kelp = bench.daemon({"console": {"usb": {"active": True, "route": device}}, **CONFIG})
     before = counts(kelp.pid)
@@ -64,54 +66,40 @@ def test_all_consoles(bench, pty):
 
 
 def test_everything_ends_within_a_second(bench):
-    with Process(
-        [
-            sys.executable,
-            "-c",
-            "import signal, time\nsignal.signal(15, signal.SIG_IGN)\n"
-            "print('deaf', flush=True)\ntime.sleep(99)",
-        ],
-        "deaf.log",
-    ) as deaf:
-        deaf.wait_for("deaf")
-        peer = bench.peer("pcba.sock", lambda request: time.sleep(99))
-        kelp = bench.daemon(CONFIG)
-        with kelp.station() as station:
-            station.send("AT+PCBA?")
-            wait_until(lambda: peer.requests)
-            for part in (kelp.stop, peer.close, deaf.stop):
-                begin = time.monotonic()
-                part()
-                assert time.monotonic() - begin < 1
-            assert station.receive_to_end() == b""
+    ignore = "import signal, time; signal.signal(15, signal.SIG_IGN); print(1, flush=True); time.sleep(99)"
+    deaf = bench.run(sys.executable, "-c", ignore, ready="1")
+    peer = bench.peer("pcba.sock", lambda request: time.sleep(99))
+    kelp = bench.daemon(CONFIG)
+    with kelp.station() as station:
+        station.send("AT+PCBA?")
+        wait_until(lambda: peer.requests)
+        for part in (kelp.stop, peer.close, deaf.stop):
+            begin = time.monotonic()
+            part()
+            assert time.monotonic() - begin < 1
+        assert station.receive_to_end() == b""
     assert (kelp.status, deaf.status) == (-15, -9)
 
 
-def test_a_daemon_dies_with_its_test(bench, tmp_path):
-    script = tmp_path / "script.py"
-    script.write_text(
-        f"import kelptest, os, signal\nkelp = kelptest.Daemon({CONFIG})\n"
-        "print('pid', kelp.pid, flush=True)\nos.kill(os.getpid(), signal.SIGKILL)"
+def test_a_daemon_dies_with_its_test(bench):
+    code = (
+        f"import kelptest, os; print('pid', kelptest.Daemon({CONFIG}).pid, flush=True); os.abort()"
     )
-    process = bench.run(sys.executable, script, ready="pid ")
+    process = bench.run(sys.executable, "-c", code, ready="pid ")
     wait_until(lambda: process.status is not None)
-    pid = int(process.text().split()[1])
-    wait_until(lambda: not Path(f"/proc/{pid}/exe").exists())
+    pid = process.text().split()[1]
+    wait_until(lambda: not os.path.exists(f"/proc/{pid}/exe"))
 
 
-def test_a_daemon_that_cannot_serve_is_shown(bench):
-    bench.daemon(CONFIG)
-    with pytest.raises(Failure, match="another daemon has the local console"):
-        bench.daemon(CONFIG)
-
-
-def test_a_failure_shows_the_output(tmp_path):
-    (tmp_path / "test_it.py").write_text(
-        'pytest_plugins = ["kelptest.plugin"]\n'
-        f"def test_it(bench):\n    bench.daemon({CONFIG}).wait_for('none', timeout=0.1)\n"
-    )
-    words = [sys.executable, "-m", "pytest", "-p", "no:cacheprovider", tmp_path / "test_it.py"]
+def test_a_failure_shows_the_output(bench, tmp_path):
+    lines = ['pytest_plugins = ["kelptest.plugin"]', "def test_it(bench):"]
+    lines.append(f"    bench.daemon({CONFIG}).wait_for('none', timeout=0.1)")
+    Path("test_it.py").write_text("\n".join(lines))
+    words = [sys.executable, "-m", "pytest", "-p", "no:cacheprovider", "test_it.py"]
     run = subprocess.run(words, capture_output=True, text=True)
     assert run.returncode == 1
     assert "not in time: 'none' in kelp.log (running):" in run.stdout
     assert run.stdout.count("Start: tcp server side: fd<") == 2  # in the failure, and in the report
+    bench.daemon(CONFIG)
+    with pytest.raises(Failure, match="another daemon has the local console"):
+        bench.daemon(CONFIG)

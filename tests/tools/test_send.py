@@ -1,6 +1,7 @@
 """kelp-send, and the same answers judged by kelptest.Station."""
 import json
 import os
+import re
 import socket
 import subprocess
 import termios
@@ -11,93 +12,67 @@ from contextlib import contextmanager
 import pytest
 from kelptest import Failure, Last, Line, Peer, Station, open_line
 
-# What the peer answers to a command, in pieces that arrive one after the other.
-ANSWERS = {
-    "OK": [b"1\r\nOK\r\n"],
-    "BAD": [b"x\r\nERROR\r\n"],
-    "CME": [b"\r\n+CME ERROR: 10\r\n"],
-    "CMS": [b"\r\n+CMS ERROR: 10\r\n"],
-    "TEXT": [b"abcabca"],
-    "PIECES": [b"abc", b"def"],
-    "LATER": [b"x\r\nERROR\r\n1", b"\r\nOK\r", b"\n"],
-    "INLINE": [b"xERROR\r\nnotOK\r\n"],
-    "NOCR": [b"1\nOK\n"],
-    "OFF": [b"Invalid descriptor"],
-    "CUT": [b"\r\n12Normal error"],
-    "Z=2": [b"Z=2\r\n\r\n+Z:Unsupport command\r\n\r\nOK\r\n"],
-    "MUTE": [],
-    "ECHO": [b"ECHO"],
-    "AT+HALF": [b"\r\nAT+H"],
-    "ECHOFIRST": [b"ECHOFIRST", b"\r\nERROR\r\n"],
-    "+P=1": [b"\r\n+Ev: 1\r\n", b"\r\nOK\r\n"],
-    "+Q": [b"\r\n+C: 1\r\n"],
-    "+R": [b"\r\n+C: 1\r\n\r\n+R: 2\r\n", b"\r\nOK\r\n\r\n^C_2: 1\r\n"],
-    "+L": [b"\r\n+L: 2\r\n\r\nOK\r\n\r\n%s" % (b"+C: 1\r\n" * 90)],
-    "+M": [b"\r\nOK\r\n%s" % (b"+C: 1\r\n" * 200)],
-    "+N": [b"\r\n+1: 7\r\n+N8\r\n#A B: 9\r\nOK\r\n"],
-    "ATI": [b"\r\n+GCAP: 1\r\n\r\nOK\r\n\r\n+C: 2\r\n"],
-    "AT+H": [b"\r\n+C: 4\r\n\t> AT+h \r\n+HI: 1\r\n+h: 2\r\n+C: 3\r\nOK\r\n"],
-    "AT+I": [b"\r\nx AT+I\r\nOK\r\n"],
-    "AT+J": [b"\r\n+J: 1\r\nAT+J\r\nOK\r\n"],
-    "ENDED": [b"12", Last()],
+# A command, what the peer answers to it ("|" between pieces that arrive one after the other, "END" for
+# the end of the connection), and outcomes of kelp-send, each with its options.
+TABLE = r"""
+OK    1\r\nOK\r\n    ok ; ok --expect 1 --expect O ; other --expect 1 --expect y ; other --expect-error 1
+BAD   x\r\nERROR\r\n error ; ERROR --expect x ; ok --expect-error x
+BAD2  x\r\nERROR\r\n other --expect-error x --expect-error y
+CME   \r\n+CME\x20ERROR:\x2010\r\n ok --expect-error 10
+CMS   \r\n+CMS\x20ERROR:\x2010\r\n error
+TEXT  abcabca         text ; text --quiet 1 ; late --quiet 1 --expect y ; needs-quiet --expect cab
+TWO   abc|def         ok --quiet 2000 --expect cd
+LATER x\r\nERROR\r\n1|\r\nOK\r|\n ok --expect 1
+LINES xERROR\r\nnotOK\r\n text
+NOCR  1\nOK\n         ok ; late --quiet 9000
+OFF   Invalid\x20descriptor    ERROR --expect Inv ; ok --expect-error Inv
+CUT   \r\n12Normal\x20error   error
+Z=2   Z=2\r\n\r\n+Z:Unsupport\x20command\r\n\r\nOK\r\n ERROR --expect Z ; ok --expect-error Z:Un
+Z=3   Z=3\r\n\r\n+Z:Unsupport\x20command\r\n\r\nOK\r\n other --expect-error =3
+MUTE  |               late
+ECHO  ECHO            late --quiet 1 --expect E
+AT+HA \r\nAT+H        late
+FIRST FIRST|\r\nERROR\r\n ERROR --quiet 2000 --expect F
++P=1  \r\n+Ev:\x201\r\n|\r\nOK\r\n report --expect 1
++Q    \r\n+C:\x201\r\n late-report --quiet 50 --expect C
++R    \r\n+C:1\r\n\r\n+R:2\r\n|\r\nOK\r\n\r\n^C_2:3\r\n ok --expect 2 ; report --expect ^C
++L    \r\n+L:2\r\n\r\nOK\r\n\r\n%90 ok --expect 2
++M    \r\nOK\r\n%200 late --quiet 9000
++N    \r\n+1:7\r\n+N8\r\n#A\x20B:9\r\nOK\r\n ok --expect 7 --expect 8 --expect 9
+ATI   \r\n+GCAP:1\r\n\r\nOK\r\n\r\n+C:2\r\n ok --expect 1 ; report --expect 2
+AT+H  \r\n+C:4\r\n\t>\x20AT+h\x20\r\n+HI:1\r\n+h:2\r\nOK\r\n ok --expect 2 ; other --expect AT ; report --expect 1
+AT+I  \r\nx\x20AT+I\r\nOK\r\n ok --expect x
+AT+J  \r\n+J:1\r\nAT+J\r\nOK\r\n ok --expect AT
+ENDED 12|END          ok --expect 2
+"""
+OTHER, OVERDUE = "the answer is not the expected one", "no complete answer in time"
+REPORT = '; "{}" is only in an unsolicited report'
+# Exit status, and what kelp-send says after the command; {} is the last option.
+OUTCOMES = {
+    "ok": (0, ""),
+    "error": (1, ""),
+    "text": (4, ""),
+    "ERROR": (1, "the answer is an error"),
+    "other": (1, OTHER),
+    "report": (1, OTHER + REPORT),
+    "late": (2, OVERDUE),
+    "late-report": (2, OVERDUE + REPORT),
+    "needs-quiet": (2, OVERDUE + "; an answer without a result line needs --quiet"),
 }
-OVERDUE = "no complete answer in time"
-QUIET = OVERDUE + "; an answer without a result line needs --quiet"
-ERROR = "the answer is an error"
-OTHER = "the answer is not the expected one"
-# A command and options of kelp-send; its exit status, and what it says after the command.
-ROWS = [
-    ("OK", "", 0, ""),
-    ("OK", "--expect 1 --expect O", 0, ""),
-    ("OK", "--expect 1 --expect y", 1, OTHER),
-    ("OK", "--expect-error 1", 1, OTHER),
-    ("BAD", "", 1, ""),
-    ("BAD", "--expect x", 1, ERROR),
-    ("BAD", "--expect-error x", 0, ""),
-    ("BAD", "--expect-error x --expect-error y", 1, OTHER),
-    ("CME", "--expect-error 10", 0, ""),
-    ("CMS", "", 1, ""),
-    ("TEXT", "", 4, ""),
-    ("TEXT", "--quiet 1", 4, ""),
-    ("TEXT", "--quiet 1 --expect y", 2, OVERDUE),
-    ("PIECES", "--quiet 2000 --expect cd", 0, ""),
-    ("TEXT", "--expect cab", 2, QUIET),
-    ("LATER", "--expect 1", 0, ""),
-    ("INLINE", "", 4, ""),
-    ("NOCR", "--quiet 9000", 2, OVERDUE),
-    ("NOCR", "", 0, ""),
-    ("OFF", "--expect Inv", 1, ERROR),
-    ("OFF", "--expect-error Inv", 0, ""),
-    ("CUT", "", 1, ""),
-    ("Z=2", "--expect Z", 1, ERROR),
-    ("Z=2", "--expect-error Z:Un", 0, ""),
-    ("Z=2", "--expect-error =2", 1, OTHER),
-    ("MUTE", "", 2, OVERDUE),
-    ("ECHO", "--quiet 1 --expect E", 2, OVERDUE),
-    ("AT+HALF", "", 2, OVERDUE),
-    ("ECHOFIRST", "--quiet 2000 --expect E", 1, ERROR),
-    ("+P=1", "--expect 1", 1, OTHER + '; "1" is only in an unsolicited report'),
-    ("+Q", "--quiet 50 --expect C", 2, OVERDUE + '; "C" is only in an unsolicited report'),
-    ("+R", "--expect 2", 0, ""),
-    ("+R", "--expect ^C", 1, OTHER + '; "^C" is only in an unsolicited report'),
-    ("+L", "--expect 2", 0, ""),
-    ("+M", "--quiet 9000", 2, OVERDUE),
-    ("+N", "--expect 7 --expect 8 --expect 9", 0, ""),
-    ("ATI", "--expect 1", 0, ""),
-    ("ATI", "--expect 2", 1, OTHER + '; "2" is only in an unsolicited report'),
-    ("AT+H", "--expect 2", 0, ""),
-    ("AT+H", "--expect AT", 1, OTHER),
-    ("AT+H", "--expect 1", 1, OTHER + '; "1" is only in an unsolicited report'),
-    ("AT+I", "--expect x", 0, ""),
-    ("AT+J", "--expect AT", 0, ""),
-    ("ENDED", "--expect 2", 0, ""),
-]
+ANSWERS, ROWS = {}, []
+for line in TABLE.split("\n")[1:-1]:
+    command, pieces, rest = line.split(maxsplit=2)
+    text = re.sub("%([0-9]+)", lambda count: r"+C:1\r\n" * int(count[1]), pieces)
+    ANSWERS[command] = [each.encode().decode("unicode_escape").encode() for each in text.split("|")]
+    for outcome in rest.split(" ; "):
+        result, *options = outcome.split()
+        ROWS.append((command, tuple(options), result))
 
 
 def answer(request):
     for i, piece in enumerate(ANSWERS[request.decode().rstrip("\r\n")]):
         time.sleep(0.1 if i else 0)
-        yield piece
+        yield Last() if piece == b"END" else piece
 
 
 @contextmanager
@@ -122,50 +97,52 @@ def peer():
 def outcomes(kelp_send, peer):
     """Of each row: what kelp-send did, and what the library did."""
 
-    def send(row):
-        command, options, status, _ = row
-        return kelp_send(
-            peer, command, "--timeout", "1.5" if status == 2 else "30", *options.split()
-        )
-
-    def ask(row):
-        command, options, status, _ = row
-        words = options.split() + [""]
-        quiet = float(words[words.index("--quiet") + 1]) / 1000 if "--quiet" in words else None
-        texts = [text for word, text in zip(words, words[1:]) if word.startswith("--expect")]
-        with Station(peer, timeout=1.5 if status == 2 else 30, quiet=quiet) as station:
-            ask = station.expect if texts else station.ask
+    def both(row):
+        command, options, result = row
+        timeout = {2: 1.5, 4: 3}.get(OUTCOMES[result][0], 30)  # 4: more than the quiet time
+        words = dict(zip(options[::2], options[1::2]))
+        quiet = float(words["--quiet"]) / 1000 if "--quiet" in words else None
+        texts = options[2:] if "--quiet" in words else options
+        with Station(peer, timeout=timeout, quiet=quiet) as station:
+            ask = station.expect if "--expect" in words else station.ask
+            ask = station.refuse if "--expect-error" in words else ask
             try:
-                return (station.refuse if "--expect-error" in words else ask)(command, *texts)
+                by_library = ask(command, *texts[1::2])
             except Failure as failure:
-                return str(failure)
+                by_library = str(failure)
+        return kelp_send(peer, command, f"--timeout={timeout}", *options), by_library
 
-    with ThreadPoolExecutor(8) as pool:
-        return dict(zip(ROWS, zip(pool.map(send, ROWS), pool.map(ask, ROWS))))
+    with ThreadPoolExecutor(10) as pool:
+        return dict(zip(ROWS, pool.map(both, ROWS)))
 
 
-@pytest.mark.parametrize("row", ROWS, ids=lambda row: " ".join(row[:2]))
+@pytest.mark.parametrize("row", ROWS, ids=lambda row: f"{row[0]} {' '.join(row[1])}")
 def test_answer(outcomes, row):
-    command, options, status, said = row
-    answer = b"".join(ANSWERS[command])
+    command, options, result = row
+    expected = b"".join(piece for piece in ANSWERS[command] if piece != b"END")
+    status, said = OUTCOMES[result]
     by_program, by_library = outcomes[row]
-    said = f"kelp-send: {command}: {said}\n" if said else ""
-    assert by_program == (status, answer, said)
-    if status == 2 or ("--expect" in options and status == 1):
+    said = f"kelp-send: {command}: {said.format((options or [''])[-1])}\n" if said else ""
+    assert by_program == (status, expected, said)
+    if said:
         assert by_library.startswith(f"@kelp-test-send: '{command}': ")
         assert (OVERDUE in by_library) == (status == 2)
-        assert ("report" in by_library) == ("report" in said and status == 1)
+        assert ("report" in by_library) == (result == "report")
         assert f"\n  sent '{command}\\r\\n'" in by_library
     else:
-        assert by_library == answer
+        assert by_library == expected
 
 
 def test_outcomes_without_an_answer(kelp_send, peer):
-    lost = "the connection ended without an answer; the console may already serve four clients\n"
-    with Peer("@kelp-test-full", lambda request: Last()):
-        assert kelp_send("@kelp-test-full", "OK") == (3, b"", f"kelp-send: OK: {lost}")
-        with Station("@kelp-test-full") as station, pytest.raises(Failure, match="ended without"):
-            station.ask("OK")
+    lost = "kelp-send: OK: the connection ended without an answer"
+    full = "; the console may already serve four clients"
+    for delay, hint in [(0, full), (1.1, "")]:
+        with Peer("@kelp-test-full", lambda request: time.sleep(delay) or Last()):
+            assert kelp_send("@kelp-test-full", "OK") == (3, b"", f"{lost}{hint}\n")
+            with Station("@kelp-test-full") as station, pytest.raises(
+                Failure, match="ended without"
+            ):
+                station.ask("OK")
     for target, reason in [
         ("@none", "Connection refused"),
         ("./none", "No such file or directory"),
@@ -182,31 +159,22 @@ def test_series(kelp_send, peer, tmp_path):
     lines.write_text("# no command\n\nOK\r\nTEXT")
     both = b"x\r\nERROR\r\n1\r\nOK\r\n"
     for arguments, stdin, status, answers in [
-        (["BAD", "OK"], "", 1, both),
         (["BAD", "OK", "--stop"], "", 1, b"x\r\nERROR\r\n"),
         (["BAD", "--file", lines, "--stop"], "", 1, b"x\r\nERROR\r\n"),
         (["--file", lines, "--quiet", "1"], "", 4, b"1\r\nOK\r\nabcabca"),
         (["BAD", "--file=-"], "OK\n", 1, both),
     ]:
         assert kelp_send(peer, *arguments, stdin=stdin) == (status, answers, "")
-    assert kelp_send(peer, "--file", "/none")[0::2] == (
-        66,
-        "kelp-send: /none: No such file or directory\n",
-    )
+    said = "kelp-send: /none: No such file or directory\n"
+    assert kelp_send(peer, "--file", "/none")[0::2] == (66, said)
     assert kelp_send(peer, "--file=-")[0::2] == (66, "kelp-send: -: no command in it\n")
 
 
 def test_json(kelp_send):
     answers = iter([b"\xff\x00\r\nOK\r\n", b"\r\nOK\r\n"])
     with Peer("@kelp-test-json", lambda request: next(answers)) as peer:
-        with started(
-            "@kelp-test-json",
-            "--json",
-            "A",
-            "--file=-",
-            stdin=subprocess.PIPE,
-            stdout=subprocess.PIPE,
-        ) as program:
+        pipes = {"stdin": subprocess.PIPE, "stdout": subprocess.PIPE}
+        with started("@kelp-test-json", "--json", "A", "--file=-", **pipes) as program:
             lines = [program.stdout.readline()]
             peer.push("\r\n+C: 1\r\n")
             lines += program.communicate(b"B\n")[0].splitlines()
@@ -227,9 +195,7 @@ def test_a_long_command_reaches_every_kind_of_target(tmp_path, monkeypatch, targ
         lines.write(b"A\xe4" * 500000)
     tcp = target[-1] == "1"
     with socket.socket(socket.AF_INET if tcp else socket.AF_UNIX) as listener:
-        listener.bind(
-            ("127.0.0.1", 3001) if tcp else target[2:] if "/" in target else "\0" + target[1:]
-        )
+        listener.bind(("127.0.0.1", 3001) if tcp else target.replace("@", "\0"))
         listener.listen()
         listener.settimeout(30)
         words = [target, "--file=lines", "--terminator", "fF 00", "--quiet=0"]
@@ -248,13 +214,9 @@ def test_a_tty_is_set_locked_and_emptied(kelp_send, pty):
     for use in ("program", "library"):
         attributes = termios.tcgetattr(master)
         # Whatever an earlier program left.
-        attributes[:4] = [
-            0xFFFF & ~termios.IGNCR,
-            0xFF,
-            termios.CS7 | termios.PARENB | 0o10000000100,
-            0xFF,
-        ]
-        attributes[4:6] = [termios.B9600, termios.B9600]
+        cflag = termios.CS7 | termios.PARENB | termios.CSTOPB | termios.CRTSCTS
+        attributes[:6] = [0xFF7F, 0xFF, cflag, 0xFF, termios.B9600, termios.B9600]
+        attributes[6][termios.VMIN], attributes[6][termios.VTIME] = 9, 9
         termios.tcsetattr(master, termios.TCSANOW, attributes)
         os.write(master, b"\r\nOK\r\n")  # the answer to an earlier command
         if use == "program":
@@ -290,9 +252,8 @@ def test_a_late_answer_does_not_count_for_the_next_command(kelp_send, pty):
             assert station.ask("FAST") == b"FAST: 1\r\n\r\nOK\r\n"
 
     master, device = pty
-    with started(device, "--timeout=1", "A", "B", stdout=subprocess.PIPE) as program, Station(
-        Line(os.dup(master)), timeout=30
-    ) as console:
+    console = Station(Line(os.dup(master)), timeout=30)
+    with console, started(device, "--timeout=1", "A", "B", stdout=subprocess.PIPE) as program:
         console.exactly("", "A\r\n")
         time.sleep(1.2)
         console.exactly("\r\nlate\r\nOK\r\n", "B\r\n")
@@ -312,45 +273,35 @@ def test_a_late_answer_does_not_count_for_the_next_command(kelp_send, pty):
         console.exactly("\r\nB\r\nOK\r\n", "B\r\n")
 
 
-TARGET = "is neither HOST:PORT, @NAME nor a path with a '/'"
-SECONDS = "--timeout must be 0 to 86400 seconds, with up to three decimals"
-MILLISECONDS = "--quiet must be 0 to 3600000 milliseconds"
-TEXT = "the expected text must not be empty; valid escapes: \\r \\n \\t \\\\ and \\xHH"
-HEX = "--terminator must be pairs of hex digits"
+# What is said, and arguments that cause it; "%" stands for the first of them.
+WRONG = r"""
+no target ;
+no command ; @x
+% is neither HOST:PORT, @NAME nor a path with a '/' ; @ A ; host A ; host: A ; :1 A ; h:0 A ; h:65536 A
+--timeout must be 0 to 86400 seconds, with up to three decimals ; @x --timeout=x ; @x --timeout=-1
+--timeout must be 0 to 86400 seconds, with up to three decimals ; @x --timeout=1. ; @x --timeout=.5
+--timeout must be 0 to 86400 seconds, with up to three decimals ; @x --timeout=1.2345 ; @x --timeout=86401
+--quiet must be 0 to 3600000 milliseconds ; @x --quiet=x ; @x --quiet=-1 ; @x --quiet=3600001
+the expected text must not be empty, or has a wrong escape ; @x --expect= ; @x --expect=\ ; @x --expect=\xg0
+--terminator must be pairs of hex digits ; @x --terminator=0 ; @x --terminator=0g ; @x --terminator=0d0
+--expect and --expect-error exclude each other ; @x --expect-error=A --expect=A
+"""
 
 
-@pytest.mark.parametrize(
-    "said, arguments",
-    [
-        ("no target", []),
-        ("no command", ["@x"]),
-        *(
-            (f"{target} {TARGET}", [target, "A"])
-            for target in "@ host host: :1 h:0 h:65536 h:x".split()
-        ),
-        *(
-            (SECONDS, ["@x", "A", f"--timeout={value}"])
-            for value in "x -1 1. .5 1.2345 86401".split()
-        ),
-        *((MILLISECONDS, ["@x", "A", f"--quiet={value}"]) for value in "x -1 1.5 3600001".split()),
-        *((TEXT, ["@x", "A", f"--expect={value}"]) for value in ("", "\\", "\\q", "\\x4", "\\xg0")),
-        *((HEX, ["@x", "A", f"--terminator={value}"]) for value in ("0", "0g", "0d0")),
-        (
-            "--expect and --expect-error exclude each other",
-            ["@x", "--expect-error=A", "--expect=A"],
-        ),
-    ],
-)
-def test_wrong_options(kelp_send, said, arguments):
+@pytest.mark.parametrize("row", WRONG.split("\n")[1:-1])
+def test_wrong_options(kelp_send, row):
+    said, *cases = row.split(" ;")
+    said = said.replace(", or has a wrong escape", "; valid escapes: \\r \\n \\t \\\\ and \\xHH")
     hint = "Try `kelp-send --help' or `kelp-send --usage' for more information.\n"
-    assert kelp_send(*arguments) == (64, b"", f"kelp-send: {said}\n{hint}")
+    for arguments in map(str.split, cases):
+        expected = f"kelp-send: {said.replace('%', (arguments or [''])[0])}\n{hint}"
+        assert kelp_send(*arguments) == (64, b"", expected)
 
 
 def test_options_with_unusual_values(kelp_send):
     with Peer("@kelp-test-raw", lambda request: b"\t\\\xabx" + request + b"\r\nOK\r\n"):
-        run = kelp_send(
-            "@kelp-test-raw", "A", "--terminator=", "--expect", "\\t\\\\\\xaBxA\\r\\nOK\\r\\n"
-        )
+        expected = "--expect=\\t\\\\\\xaBxA\\r\\nOK\\r\\n"
+        run = kelp_send("@kelp-test-raw", "A", "--terminator=", expected)
         assert run == (0, b"\t\\\xabxA\r\nOK\r\n", "")
         assert kelp_send("@kelp-test-raw", "A", "--timeout=86400.000", "--quiet=3600000")[0] == 0
         for option in ("-h", "-?", "--help", "--usage", "-V", "--version"):
@@ -358,30 +309,17 @@ def test_options_with_unusual_values(kelp_send):
             assert (status, b"kelp-send" in output) == (0, True)
 
 
-def test_terminal(pty):
+def test_terminal():
     """Lines are sent as typed, and what arrives is shown at once; controls are made visible."""
-    master, device = pty
     keyboard, keys = os.openpty()
     with Peer("@kelp-test-terminal", lambda request: b"<" + request + b"\x1b\xff\t\x7f>") as peer:
-        with started(
-            "@kelp-test-terminal", "--quiet=100", stdin=keys, stdout=keys
-        ) as program, Station(Line(os.dup(keyboard)), timeout=30) as user:
+        user, own = Station(Line(keyboard), timeout=30), {"stdin": keys, "stdout": keys}
+        with user, started("@kelp-test-terminal", "--quiet=100", **own) as program:
             os.close(keys)
+            time.sleep(0.3)
             # The terminal's own echo, and its CR LF for LF.
             user.exactly("A\nB", "A\r\nB<A\r\r\n\\x1B\\xFF\t\\x7F>\r\n")
             peer.push("\r\n+C: 1\r\n")
             user.exactly("\n", "\r\n\r\r\n+C: 1\r\r\n<B\r\r\n\\x1B\\xFF\t\\x7F>\r\n")
             user.write("\x04")
             assert program.wait(30) == 0
-        with started(
-            "@kelp-test-terminal",
-            stdin=os.open(device, os.O_RDWR),
-            stdout=subprocess.PIPE,
-            stderr=subprocess.PIPE,
-        ) as program:
-            os.write(master, b"A\n")
-            assert program.stdout.read(9) == b"<A\r\n\x1b\xff\t\x7f>"
-            peer.close()
-            said = b"kelp-send: @kelp-test-terminal: the connection ended\n"
-            assert (program.wait(30), program.stderr.read()) == (3, said)
-    os.close(keyboard)
