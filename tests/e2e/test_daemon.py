@@ -38,10 +38,12 @@ def test_all_consoles(bench, pty):
     master, device = pty
     record = bytes.fromhex("00000000 08000000 41542B504342413F 03000000 332E31")
     board = bench.peer("pcba.sock", lambda request: record)
-    bench.peer("modem.sock", lambda request: None)  # or kelp tries again every second
+    modem = bench.peer("modem.sock", lambda request: None)  # or kelp tries again every second
     bench.peer("@kelp-test-bench", lambda request: b"<" + request + b">")
     kelp = bench.daemon({"console": {"usb": {"active": True, "route": device}}, **CONFIG})
-    before = counts(kelp.pid)
+    wait_until(lambda: modem.connections)
+    with kelp.station():
+        before = counts(kelp.pid)
     with kelp.station("tcp") as tcp, kelp.station("local") as local:
         for station in (tcp, local, Station(Line(os.dup(master)))):
             station.exactly("AT+PCBA?\r\n", "AT+PCBA?\r\n\r\n+PCBA:3.1\r\n\r\nOK\r\n")
