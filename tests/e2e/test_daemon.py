@@ -88,8 +88,8 @@ def test_a_daemon_dies_with_its_test(bench):
         f"import kelptest, os; print('pid', kelptest.Daemon({CONFIG}).pid, flush=True); os.abort()"
     )
     process = bench.run(sys.executable, "-c", code, ready="pid ")
-    wait_until(lambda: process.status is not None)
     pid = process.text().split()[1]
+    wait_until(lambda: process.status is not None)
     wait_until(lambda: not os.path.exists(f"/proc/{pid}/exe"))
 
 

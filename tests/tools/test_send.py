@@ -302,11 +302,12 @@ def test_wrong_options(kelp_send, row):
         assert kelp_send(*arguments) == (64, b"", expected)
 
 
-def test_terminal():
+@pytest.mark.parametrize("end", ["keyboard", "peer"])
+def test_terminal(end):
     """Lines are sent as typed, and what arrives is shown at once; controls are made visible."""
     keyboard, keys = os.openpty()
     with Peer("@kelp-test-terminal", lambda request: b"<" + request + b"\x1b\xff\t\x7f>") as peer:
-        user, own = Station(Line(keyboard), timeout=30), {"stdin": keys, "stdout": keys}
+        user, own = Station(Line(keyboard), timeout=30), dict(stdin=keys, stdout=keys, stderr=keys)
         with user, started("@kelp-test-terminal", "--quiet=100", **own) as program:
             os.close(keys)
             time.sleep(0.3)
@@ -314,5 +315,10 @@ def test_terminal():
             user.exactly("A\nB", "A\r\nB<A\r\r\n\\x1B\\xFF\t\\x7F>\r\n")
             peer.push("\r\n+C: 1\r\n")
             user.exactly("\n", "\r\n\r\r\n+C: 1\r\r\n<B\r\r\n\\x1B\\xFF\t\\x7F>\r\n")
-            user.write("\x04")
-            assert program.wait(30) == 0
+            if end == "keyboard":
+                user.write("\x04")
+                assert program.wait(30) == 0
+            else:
+                peer.close()
+                user.exactly("", "kelp-send: @kelp-test-terminal: the connection ended\r\n")
+                assert program.wait(30) == 3
