@@ -314,7 +314,8 @@ def test_terminal(end):
             # The terminal's own echo, and its CR LF for LF.
             user.exactly("A\nB", "A\r\nB<A\r\r\n\\x1B\\xFF\t\\x7F>\r\n")
             peer.push("\r\n+C: 1\r\n")
-            user.exactly("\n", "\r\n\r\r\n+C: 1\r\r\n<B\r\r\n\\x1B\\xFF\t\\x7F>\r\n")
+            user.exactly("", "\r\r\n+C: 1\r\r\n")
+            user.exactly("\n", "\r\n<B\r\r\n\\x1B\\xFF\t\\x7F>\r\n")
             if end == "keyboard":
                 user.write("\x04")
                 assert program.wait(30) == 0
