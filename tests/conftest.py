@@ -1,4 +1,4 @@
-"""For all pytest files of the suite; tests/py_test.sh runs them."""
+"""For all pytest files of the suite."""
 import os
 import subprocess
 
