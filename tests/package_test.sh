@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Installs a package over an older build and purges it, on an overlay of this system that ends with
-# the script. Nothing is started, because systemd does not run there. Needs root.
-# Usage: package_test.sh FILE
+# Installs the packages, the daemon's over an older build, and purges them, on an overlay of this
+# system that ends with the script. Nothing is started, because systemd does not run there. Needs root.
+# Usage: package_test.sh KELP_FILE KELP_TOOLS_FILE
 set -euo pipefail
 if [[ -z ${KELP_OWN_MOUNTS-} ]]; then
     KELP_OWN_MOUNTS=1 exec unshare --mount "$0" "$@"
@@ -31,10 +31,15 @@ inside dpkg --install /older.deb
 version=$(dpkg-deb --field "$1" Version)
 [[ $(inside kelp-check --version) == "kelp-check $version" ]] || fail "not this build"
 
+cp "$2" "$dir/root/tools.deb"
+inside dpkg --install /tools.deb
+inside kelp-send --version
+inside /usr/bin/python3 -c 'import kelptest, kelptest.answer'
+
 # What a service that was enabled and ran leaves.
 inside systemctl --quiet enable kelp
 mkdir -p "$dir/root/var/lib/private/kelp"
 ln -s private/kelp "$dir/root/var/lib/kelp"
-inside dpkg --purge kelp
+inside dpkg --purge kelp kelp-tools
 left=$(find "$dir/new" -iname '*kelp*')
 [[ -z $left ]] || fail "left after a purge: $left"

@@ -4,6 +4,7 @@ from __future__ import annotations
 import json
 import os
 import re
+import shutil
 import socket
 from pathlib import Path
 from typing import Any, Mapping, NamedTuple, Union
@@ -22,7 +23,7 @@ class LogRecord(NamedTuple):
 
 
 class Daemon(Process):
-    """The program `kelp`, or $KELP_DAEMON. Its files are `kelp.json` and `kelp.log` in `directory`,
+    """The program `kelp` (on PATH or in /usr/sbin), or $KELP_DAEMON. Its files are `kelp.json` and `kelp.log` in `directory`,
     in which it runs, so that paths in the configuration may be relative.
 
     Members that the configuration lacks are added: CR LF at the end of commands, and of the consoles
@@ -50,7 +51,8 @@ class Daemon(Process):
         if console["tcp"].get("active"):
             self._targets["tcp"] = "{route}:{port}".format_map(console["tcp"])
         wait_until(_local_console_is_free, 1, lambda: "another daemon has the local console")
-        program = os.environ.get("KELP_DAEMON", "kelp")
+        places = f"{os.environ.get('PATH', os.defpath)}:/usr/sbin"  # not on every user's PATH
+        program = os.environ.get("KELP_DAEMON") or shutil.which("kelp", path=places) or "kelp"
         super().__init__([program, f"--file={self.config_file}"], "kelp.log", directory)
         try:
             wait_until(self._serves, what=lambda: f"consoles that serve: {self.tail()}")
