@@ -34,8 +34,8 @@ install(CODE "
     set(KELP_INSTALLED_DAEMON \${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_SBINDIR}/kelp)
     set(KELP_INSTALLED_CHECK \${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}/kelp-check)
     set(KELP_INSTALLED_CONFIG \${CMAKE_INSTALL_PREFIX}/${kelp_data_dir}/kelp.json)
-    configure_file(${CMAKE_CURRENT_LIST_DIR}/kelp.service.in
-        ${PROJECT_BINARY_DIR}/kelp.service @ONLY)")
+    configure_file(\"${CMAKE_CURRENT_LIST_DIR}/kelp.service.in\"
+        \"${PROJECT_BINARY_DIR}/kelp.service\" @ONLY)")
 install(FILES ${PROJECT_BINARY_DIR}/kelp.service DESTINATION ${KELP_UNIT_DIR})
 
 if(KELP_BUILD_TESTS AND NOT CMAKE_CROSSCOMPILING)
