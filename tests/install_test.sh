@@ -35,17 +35,14 @@ for ((i = 0; i < 200 && status == 3; i++)); do
     [[ -s $root/ready ]] || continue
     kelp-send $console 'AT+WIFI?' >"$root/answer" 2>/dev/null && status=0 || status=$?
 done
-((status == 0)) || fail "AT+WIFI?: $status" "$(<"$root/log")"
-grep -q '^+WIFI:1,-47' "$root/answer" || fail "AT+WIFI?:" "$(<"$root/answer")"
-kelp-send $console AT+XYZ >"$root/answer" && fail "AT+XYZ is served"
-grep -q '^Unsupport command' "$root/answer" || fail "AT+XYZ:" "$(<"$root/answer")"
+grep -q '^+WIFI:1,-47' "$root/answer" || fail "AT+WIFI?: $status" "$(cat "$root"/{answer,log})"
 
 for page in "$root"/usr/share/man/man?/*; do
     have man || break
     warnings=$(LC_ALL=C.UTF-8 MANROFFSEQ='' man --warnings -l -Tutf8 -Z "$page" 2>&1 >/dev/null)
     [[ -z $warnings ]] || fail "$page: $warnings"
 done
-if have systemd-analyze; then
+if [[ -d /run/systemd || -w /run ]] && have systemd-analyze; then
     sed "s#\([= -]\)/usr/#\1$root/usr/#" "$root"/usr/lib/systemd/system/kelp.service \
         >"$root/kelp.service"
     complaints=$(systemd-analyze verify --man=no "$root/kelp.service" 2>&1) || true

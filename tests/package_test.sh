@@ -28,12 +28,10 @@ dpkg-deb --build "$dir/older" "$dir/root/older.deb" >/dev/null
 cp "$1" "$dir/root/newer.deb"
 inside dpkg --install /older.deb
 [[ $(inside dpkg --install /newer.deb) == *"over (0."* ]] || fail "not an upgrade"
-version=$(dpkg-deb --field "$1" Version)
-[[ $(inside kelp-check --version) == "kelp-check $version" ]] || fail "not this build"
+[[ "$(inside kelp-check --version)" == *" $(dpkg-deb --field "$1" Version)" ]] || fail "version"
 
 cp "$2" "$dir/root/tools.deb"
 inside dpkg --install /tools.deb
-inside kelp-send --version
 inside /usr/bin/python3 -c 'import kelptest, kelptest.answer'
 
 # What a service that was enabled and ran leaves.

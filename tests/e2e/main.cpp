@@ -10,8 +10,9 @@
 #include <sys/socket.h>
 #include <sys/wait.h>
 
-#include <cstring>
+#include <iostream>
 
+#include "platform/localserver.h"
 #include "platform/uniquefd.h"
 
 namespace {
@@ -20,8 +21,7 @@ bool EnterOwnNetwork() {
     if (unshare(CLONE_NEWNET) != 0 && unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) {
         return false;
     }
-    struct ifreq loopback = {};
-    strcpy(loopback.ifr_name, "lo");
+    struct ifreq loopback = {{"lo"}, {}};
     loopback.ifr_flags = IFF_UP;
     const kelp::UniqueFd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     return ioctl(fd.Get(), SIOCSIFFLAGS, &loopback) == 0;
@@ -44,6 +44,11 @@ int main(int argc, char** argv) {
     const kelp::UniqueFd turn(open("/tmp", O_RDONLY | O_CLOEXEC));  // as scripts/own-network
     if (!(MayEnterOwnNetwork() && EnterOwnNetwork())) {
         flock(turn.Get(), LOCK_EX);
+        if (!GTEST_FLAG_GET(list_tests) &&
+            !kelp::UniqueFd(kelp::ListenLocalAbstract("/dev/socket/kelp")).Ok()) {
+            std::cerr << "The name @/dev/socket/kelp is in use; end that daemon\n";
+            return 1;
+        }
     }
     return RUN_ALL_TESTS();
 }
