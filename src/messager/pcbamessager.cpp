@@ -19,13 +19,13 @@ namespace kelp {
 
 namespace {
 
-constexpr size_t kMaxPending = 256;
 constexpr size_t kMaxPendingBytes = 4u << 20;
 // Includes abandoned requests whose records are still awaited.
 constexpr size_t kMaxInFlight = 4096;
 constexpr int kWriteMs = 1000;
 constexpr int kRefusedLogPauseMs = 10000;
 constexpr char kTooMany[] = "too many pending";
+constexpr char kDoesNotRead[] = "the daemon does not read";
 
 // Half of all descriptors: the consoles need the others to accept and answer.
 int MaxNumber() {
@@ -50,6 +50,7 @@ Messager* PCBAMessager::Create(MessagerManager* manager, std::string name) {
 PCBAMessager::PCBAMessager(MessagerManager* manager, const std::string& name)
     : Messager(manager, name),
       mMaxNumber(MaxNumber()),
+      mMaxPending(static_cast<size_t>(mMaxNumber) / 2),
       mKept(mFd != -1 ? std::make_shared<PCBAConnection>(std::move(mClient)) : nullptr),
       mRunnable(new PCBAMsgRunnable(this)),
       mThread(new Thread(mRunnable.get(), name)) {
@@ -106,11 +107,11 @@ bool PCBAMessager::HasRoom(size_t bytes, bool ask) {
         }
     }
     return mInFlight.size() < kMaxInFlight &&
-           (pending == 0 || (pending < kMaxPending && bytes <= kMaxPendingBytes));
+           (pending == 0 || (pending < mMaxPending && bytes <= kMaxPendingBytes));
 }
 
 // Null: written on the token's connection, or there is no daemon and the token has none. Otherwise
-// why the request is refused.
+// why the request is refused: it is not to wait behind those of a silent daemon.
 const char* PCBAMessager::Write(MessagerToken& token, int64_t deadlineMs) {
     bool scarce = false;
     // A closed peer is detected by the write: one retry on a new connection. Another descriptor may
@@ -118,10 +119,10 @@ const char* PCBAMessager::Write(MessagerToken& token, int64_t deadlineMs) {
     for (int tries = 0; tries < 2; ++tries) {
         const std::shared_ptr<PCBAConnection> connection = ConnectionForRequest(deadlineMs);
         if (connection == nullptr) {
-            return nullptr;
+            return MonotonicMs() < deadlineMs ? nullptr : kDoesNotRead;
         }
         LocalSocketClient& client = *connection->client;
-        scarce = mFd == -1 && client.Descriptor() >= mMaxNumber;
+        scarce = client.Descriptor() >= mMaxNumber;
         LocalResult result = scarce ? LocalResult::kLost : DropStale(*connection);
         if (result == LocalResult::kDone) {
             result = client.ssend(*token.command->GetRequest(), deadlineMs);
@@ -137,7 +138,7 @@ const char* PCBAMessager::Write(MessagerToken& token, int64_t deadlineMs) {
         }
         if (result != LocalResult::kLost) {
             ReportReceiveError(ToErrorCode(result));
-            return "the daemon does not read";
+            return kDoesNotRead;
         }
         if (scarce) {
             HasRoom(0, true);
