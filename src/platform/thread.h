@@ -63,6 +63,8 @@ class Thread {
     // stop each other in a cycle deadlock.
     void Stop();
 
+    // True on this object's thread.
+    bool IsCurrent() const { return sCurrent == this; }
     // For the calling thread; always false on a thread that no Thread object runs.
     static bool StopRequested() { return sCurrent != nullptr && sCurrent->mStop.load(); }
     // Readable once the calling thread has been asked to stop; -1 where no Thread object runs it.

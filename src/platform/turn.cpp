@@ -4,11 +4,15 @@
 
 namespace kelp {
 
-bool Turn::AwaitTurn() {
+bool Turn::AwaitTurn(bool always) {
     ++mWaiting;
-    bool stopped;
+    bool stopped = false;
     do {
-        stopped = !Thread::Wait(mLeft, mMutex);
+        if (always) {
+            mLeft.Wait(mMutex);
+        } else {
+            stopped = !Thread::Wait(mLeft, mMutex);
+        }
     } while (mTaken && !stopped);
     --mWaiting;
     if (stopped) {

@@ -11,15 +11,15 @@ namespace kelp {
 class Turn {
   public:
     // Blocks until the caller holds the turn. False, without the turn, when the calling thread has
-    // been asked to stop and would have to wait.
-    bool Enter() {
+    // been asked to stop and would have to wait; with `always` it waits.
+    bool Enter(bool always = false) {
         MutexLock lock(mMutex);
         // No overtaking: a busy console that leaves and re-enters would starve the others.
         if (!mTaken && mWaiting == 0) {
             mTaken = true;
             return true;
         }
-        return AwaitTurn();
+        return AwaitTurn(always);
     }
     void Leave() {
         {
@@ -30,7 +30,7 @@ class Turn {
     }
 
   private:
-    bool AwaitTurn() KELP_REQUIRES(mMutex);
+    bool AwaitTurn(bool always) KELP_REQUIRES(mMutex);
 
     Mutex mMutex;  // taken before Thread::mMutex (in AwaitTurn), otherwise a leaf
     CondVar mLeft;
@@ -41,8 +41,8 @@ class Turn {
 class TurnHolder {
   public:
     // Enters only if `wanted`.
-    explicit TurnHolder(Turn& turn, bool wanted = true)
-        : mTurn(turn), mHeld(wanted && turn.Enter()) {}
+    explicit TurnHolder(Turn& turn, bool wanted = true, bool always = false)
+        : mTurn(turn), mHeld(wanted && turn.Enter(always)) {}
     ~TurnHolder() {
         if (mHeld) {
             mTurn.Leave();

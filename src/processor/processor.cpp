@@ -45,7 +45,7 @@ const std::string& Processor::GetName() const {
 }
 
 int Processor::Start() {
-    const TurnHolder life(mLife);
+    const TurnHolder life(mLife, true, !mSendThread->IsCurrent());
     if (!life.Held()) {
         return -1;
     }
@@ -87,7 +87,8 @@ void Processor::EndThreads() {
 
 void Processor::Stop() {
     {
-        const TurnHolder life(mLife);
+        // Another console's send thread waits also after it has stopped that console.
+        const TurnHolder life(mLife, true, !mSendThread->IsCurrent());
         if (!life.Held()) {
             // The console's own send thread, and another Stop waits for it.
             return;

@@ -80,8 +80,8 @@ class Processor {
     virtual int ConnectByApp();
     virtual void DisConnectByApp();
     // Opens the console and starts its threads. 0, also when they run already; or -1 when it is not
-    // active, does not open, or gets no threads, or when the calling thread is told to stop
-    // meanwhile.
+    // active, does not open, or gets no threads, or when the console's own send thread is told
+    // to stop meanwhile.
     virtual int Start();
     // Ends both threads, also blocked ones, and closes every descriptor of the console. On return
     // all framed commands have been routed, without an exchange with a peer. On the console's own
