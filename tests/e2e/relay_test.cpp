@@ -8,6 +8,7 @@ namespace kelp::test {
 namespace {
 
 using Relay = Bench;
+using std::literals::operator""sv;
 
 TEST_F(Relay, EveryConsoleReachesEveryModule) {
     for (const bool keepAlive : {false, true}) {
@@ -20,12 +21,17 @@ TEST_F(Relay, EveryConsoleReachesEveryModule) {
             EXPECT_TRUE(station.Answers("at+w\r\n", "<wcn:at+w>"));
             EXPECT_TRUE(station.Answers("wt\r\n", "<wcn:wt>"));
             EXPECT_TRUE(station.Answers("AT+B\r\n", "<bench:AT+B>"));
-            // Test commands match whole requests; a prefix of a white-list entry does not match.
+            // Test commands match whole requests, up to a zero byte; a prefix of a white-list entry
+            // does not match.
+            EXPECT_TRUE(station.Answers("BT\0x\r\n"sv, "<bench:BT\0x>"sv));
             EXPECT_TRUE(station.Answers("BT2\r\n", Unsupported("BT2")));
             EXPECT_TRUE(station.Answers("AT+\r\n", Unsupported("AT+")));
         }
         EXPECT_EQ(wcn->Connections(), keepAlive ? 1 : 12);
-        EXPECT_EQ(bench->Connections(), keepAlive ? 1 : 4);
+        EXPECT_EQ(bench->Connections(), keepAlive ? 1 : 8);
+        EXPECT_EQ(mKelp->Logged(" D KELP    : isSupportCmd: wcn: support white command (AT+W)\n"),
+                  8);
+        EXPECT_EQ(mKelp->Logged(" D KELP    : isSupportCmd: wcn: support test command (WT)\n"), 4);
     }
 }
 

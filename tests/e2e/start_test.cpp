@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <regex>
 
 #include "platform/clock.h"
 #include "support/bench.h"
@@ -17,11 +18,25 @@
 namespace kelp::test {
 namespace {
 
-TEST(Start, MissingFileEndsWith255) {
-    KelpProcess kelp({"-file", "/nonexistent/kelp.json"});
+TEST(Start, EchoesOptionsAndEndsWith255WithoutAFile) {
+    // "second" and unknown, ambiguous or incomplete options log nothing.
+    KelpProcess kelp({"--mode",   "a",          "-hex=b",   "-micorsecond",
+                      "c",        "-m",         "1",        "-x2",
+                      "-t",       "3",          "-ip",      "10.0.0.1",
+                      "--port=5", "--usb",      "u",        "--serial",
+                      "s",        "--optarg=x", "--optarg", "--second",
+                      "9",        "--nope",     "-z",       "--m=1",
+                      "stray",    "--ip=1",     "-file",    "/nonexistent/kelp.json",
+                      "--port"});
     const int status = kelp.WaitForExit();
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 255) << status;
-    EXPECT_EQ(kelp.Logged(" E KELP    : GetJsonPath: json file() not exist. \n"), 1) << kelp.Log();
+    EXPECT_EQ(std::regex_replace(kelp.Log(), std::regex(".*([DE]) KELP    : (ArgParser: param )?"),
+                                 "$1 "),
+              "D m value: a\nD x value: b\nD t value: c\nD m value: 1\nD x value: 2\n"
+              "D t value: 3\nD IP value: 10.0.0.1\nD PORT value: 5\nD USB value: u\n"
+              "D SERIAL value: s\nD ArgParser: optarg: x\nD ArgParser: optarg: no arg\n"
+              "D IP value: 1\nD f value: /nonexistent/kelp.json\n"
+              "E GetJsonPath: json file() not exist. \n");
 }
 
 TEST(Start, ABadFileStillStartsTheLocalConsole) {
