@@ -299,7 +299,7 @@ TEST_F(Consoles, AReopenedLineGetsEarlierAnswers) {
     mUsb = std::move(again);  // stays plugged in for the checks of TearDown
 }
 
-TEST_F(Consoles, NewClientsDoNotExtendAQuietInterval) {
+TEST_F(Consoles, AQuietIntervalEndsACommandAsAWhole) {
     const auto wcn = Wcn();
     Start(false, R"({"mode": "timetick", "millisecond": 300})");
     Station stations[] = {Tcp(), Tcp(), Tcp(), Tcp()};
@@ -314,21 +314,16 @@ TEST_F(Consoles, NewClientsDoNotExtendAQuietInterval) {
     EXPECT_TRUE(stations[0].Answers("", "<wcn:AT+W>"));
     // The bytes of the command are kept.
     EXPECT_TRUE(stations[0].Answers("\r\n2", "<wcn:AT+W\r\n2>"));
-}
-
-TEST_F(Consoles, BytesThatWaitWhenAQuietIntervalEndsBelongToTheCommand) {
-    const auto wcn = Wcn();
-    Start(false, R"({"mode": "timetick", "millisecond": 300})");
-    Station station = Tcp();
-    ASSERT_TRUE(station.Send("AT+W"));
-    ASSERT_TRUE(mKelp->WaitForLog("tcp-->4 charactor(s) received"));
+    // Bytes that wait when the interval ends belong to the command.
+    ASSERT_TRUE(stations[0].Send("AT+W="));
+    ASSERT_TRUE(mKelp->WaitForLog("tcp-->5 charactor(s) received"));
     kill(mKelp->Pid(), SIGSTOP);
     ASSERT_EQ(waitpid(mKelp->Pid(), nullptr, WUNTRACED), mKelp->Pid());
-    ASSERT_TRUE(station.Send("=1"));
+    ASSERT_TRUE(stations[0].Send("12"));
     const Station newcomer = Tcp();
     Thread::SleepMs(400);
     kill(mKelp->Pid(), SIGCONT);
-    EXPECT_TRUE(station.Answers("", "<wcn:AT+W=1>"));
+    EXPECT_TRUE(stations[0].Answers("", "<wcn:AT+W\r\n2AT+W=12>"));
 }
 
 TEST_F(Consoles, FourStationsThatReconnectPerCommandAreServed) {

@@ -75,6 +75,8 @@ TEST_F(Config, UnreadableFilesLeaveTheDefaults) {
                           "I ReadJSONDoc: line 2, column 1: not valid JSON|");
     EXPECT_FALSE(mManager.RefreshConfig());
     EXPECT_EQ(mDir.Read("k.json").back(), '}');
+    ASSERT_TRUE(Load(R"({"receive-mode":{"mode":"TAIL"}})"));
+    EXPECT_EQ(Said("E "), "HexToString: length < 0|");
     EXPECT_EQ(mManager.GetReceiveConfig()->mode, kReceiveNone);
     EXPECT_EQ(mManager.GetConfigByName("TCP"), nullptr);
     EXPECT_FALSE(mManager.SupportConsoleMode("serial"));
@@ -121,26 +123,6 @@ TEST_F(Config, ActiveFollowsItsProperty) {
         EXPECT_EQ(mManager.GetConfigByName("tcp")->active, c.active) << c.value;
     }
     SystemProperty::SetFile(nullptr);
-}
-
-TEST_F(Config, AbsentReceiveSettingsKeepTheirValues) {
-    const struct {
-        std::string text;
-        int mode;
-        std::string tail, errors;
-    } rows[] = {
-        {R"("mode":"tail","tail":"7E0D")", kReceiveTail, "~\r", ""},
-        {R"("mode":"TAIL","millisecond":50)", kReceiveTail, "~\r", "HexToString: length < 0|"},
-        {R"("mode":"timetick","tail":"zz41.!")", kReceiveTimeTick, std::string("\0AA", 3), ""},
-    };
-    const ReceiveConfig& receive = *mManager.GetReceiveConfig();
-    for (const auto& row : rows) {
-        ASSERT_TRUE(Load("{\"receive-mode\":{" + row.text + "}}"));
-        EXPECT_EQ(Said("E "), row.errors) << row.text;
-        EXPECT_EQ(receive.mode, row.mode) << row.text;
-        EXPECT_EQ(std::string(receive.tail, receive.tail + receive.tailLength), row.tail);
-    }
-    EXPECT_EQ(receive.millisecond, 50);
 }
 
 TEST_F(Config, ModuleSettingsAreReadInFileOrder) {
