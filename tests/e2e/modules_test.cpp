@@ -152,41 +152,55 @@ std::string Mismatch(const std::string& request) {
 }
 
 TEST_F(Pcba, FormatsRecords) {
-    const std::string req = "AT+P?";
+    const std::string req = "AT+P?", error = "\r\n\r\nERROR\r\n";
     const struct {
-        const char* name;
-        std::string bytes, answer;
+        std::string request, bytes, answer;
         bool close = false;  // if false, an incomplete record ends with the module's time-out
     } rows[] = {
-        {"echo and text", Record(req, "hello"), Value(req, "+P:hello")},
-        {"result", Record(req, "hello", 6009), req + "\r\n\r\nOut of range\r\n\r\nERROR\r\n"},
-        {"most negative echo length", Int(0) + Int(INT32_MIN) + Int(0), Mismatch(req)},
-        {"large", Record(req, std::string(1 << 20, 'x')),
+        {req, Record(req, "hello"), Value(req, "+P:hello")},
+        {"AT+A=1", Record("AT+A=1", ""), Ok("AT+A=1")},
+        {"AT+X=1,2", Record("AT+X=1,2", "7"), Value("AT+X=1,2", "+X:7")},
+        {"ATI", Record("ATI", "a\r\nb"), Value("ATI", "a\r\nb")},
+        {"A=1+B", Record("A=1+B", "7"), Value("A=1+B", "+B:7")},
+        {"A?+B=2", Record("A?+B=2", "7"), Value("A?+B=2", "+B:7")},
+        // A text that contains the echo is the whole answer.
+        {"AT+X", Record("AT+X", "AT+X\r\n+X: 5"), "AT+X\r\n+X: 5"},
+        {"AT+X", Record("AT+X", "see AT+X"), "see AT+X"},
+        {"AT+X", Record("AT+XYZ", "7"), Value("AT+X", "+X:7")},
+        {"AT+X", Record("AT+X", "7", 6009), "AT+X\r\n\r\nOut of range" + error},
+        {"AT+X", Record("AT+X", "", 2), "AT+X\r\n\r\nTime out" + error},
+        {"AT+X", Record("AT+X", "", 77), "AT+X\r\n\r\nUnknow error" + error},
+        {"AT+X", Record("AT+X", "7", 6006), "AT+X\r\n\r\nResponse is null" + error},
+        {"AT+X", Record("AT+Y", "7"), Mismatch("AT+X")},
+        {"AT+X", Record("AT+", "7"), Mismatch("AT+X")},
+        {"AT+X", Record("", "7", 6002), Mismatch("AT+X")},
+        // The most negative length; too large; the largest; incomplete.
+        {req, Int(0) + Int(INT32_MIN) + Int(0), Mismatch(req)},
+        {req, Int(0) + Text(req) + Int((1 << 20) + 1), Mismatch(req)},
+        {req, Record(req, std::string(1 << 20, 'x')),
          Value(req, "+P:" + std::string(1 << 20, 'x'))},
-        {"too large", Int(0) + Text(req) + Int((1 << 20) + 1), Mismatch(req)},
-        {"cut short", Record(req, "hello").substr(0, 16), Mismatch(req), true},
-        {"stays incomplete", Record(req, "hello").substr(0, 3), Mismatch(req)},
+        {req, Record(req, "hello").substr(0, 16), Mismatch(req), true},
+        {req, Record(req, "hello").substr(0, 3), Mismatch(req)},
     };
     std::string bytes;
     bool close = false;
     const auto script = [&](const std::string&) { return Peer::Answer{bytes, close}; };
     auto daemon = Daemon("pcba", script);
     const auto fm = Daemon("fm", script);
-    Start(true);
+    StartWith("\"AT+P\"", "\"A\"");
     Station station = Tcp();
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
         bytes = row.bytes;
         close = row.close;
-        EXPECT_TRUE(station.Answers(req + "\r\n", row.answer));
+        EXPECT_TRUE(station.Answers(row.request + "\r\n", row.answer));
     }
     bytes = Record("AT+F?", "hello");
     EXPECT_TRUE(station.Answers("AT+F?\r\n", Value("AT+F?", "+F:hello")));
     daemon.reset();
     EXPECT_TRUE(station.Answers(req + "\r\n", Mismatch(req)));
-    for (const std::string error : {"Normal error", "Time out", "Invalid descriptor"}) {
-        EXPECT_TRUE(mKelp->WaitForLog(": Receive: pcba-->Receive error (" + error + ")\n"))
-            << error;
+    for (const std::string reason : {"Normal error", "Time out", "Invalid descriptor"}) {
+        EXPECT_TRUE(mKelp->WaitForLog(": Receive: pcba-->Receive error (" + reason + ")\n"))
+            << reason;
     }
 }
 
