@@ -17,20 +17,20 @@
 #include "platform/systemproperty.h"
 #include "platform/uniquefd.h"
 
+struct prop_info {
+    std::string value;
+};
+
 namespace {
 
 int sLowestPriority = ANDROID_LOG_VERBOSE;
 std::vector<std::string> sRecords;
-std::map<std::string, std::string> sProperties;
+std::map<std::string, prop_info> sProperties;
 std::string sServer;
 
 }  // namespace
 
 extern "C" {
-
-struct prop_info {
-    std::string name, value;
-};
 
 int __android_log_is_loggable(int prio, const char* tag, int) {
     return std::string("KELP") == tag && prio >= sLowestPriority ? 1 : 0;
@@ -43,19 +43,14 @@ int __android_log_write(int prio, const char* tag, const char* text) {
 }
 
 const prop_info* __system_property_find(const char* name) {
-    static prop_info found;
     const auto property = sProperties.find(name);
-    if (property == sProperties.end()) {
-        return nullptr;
-    }
-    found = {property->first, property->second};
-    return &found;
+    return property != sProperties.end() ? &property->second : nullptr;
 }
 
 void __system_property_read_callback(const prop_info* info,
                                      void (*callback)(void*, const char*, const char*, uint32_t),
                                      void* cookie) {
-    callback(cookie, info->name.c_str(), info->value.c_str(), 1);
+    callback(cookie, "", info->value.c_str(), 1);
 }
 
 int socket_local_server(const char* name, int namespaceId, int type) {
@@ -88,7 +83,7 @@ TEST(AndroidLog, WritesWholeFilteredRecords) {
 }
 
 TEST(AndroidSystemProperty, FallsBackWhenAbsentOrEmpty) {
-    sProperties = {{"set", std::string(200, '1')}, {"empty", ""}};
+    sProperties = {{"set", {std::string(200, '1')}}, {"empty", {""}}};
     EXPECT_EQ(SystemProperty::Get("set", "0"), std::string(200, '1'));
     EXPECT_EQ(SystemProperty::Get("empty", "0"), "0");
     EXPECT_EQ(SystemProperty::Get("absent", "0"), "0");

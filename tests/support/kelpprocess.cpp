@@ -9,13 +9,12 @@ namespace kelp::test {
 
 namespace {
 
-std::vector<std::string> Words(const std::vector<std::string>& arguments,
+std::vector<std::string> Words(std::vector<std::string> arguments,
                                const std::vector<std::string>& environment) {
-    std::vector<std::string> words = {"env"};
-    words.insert(words.end(), environment.begin(), environment.end());
-    words.emplace_back(KELP_DAEMON);
-    words.insert(words.end(), arguments.begin(), arguments.end());
-    return words;
+    arguments.insert(arguments.begin(), KELP_DAEMON);
+    arguments.insert(arguments.begin(), environment.begin(), environment.end());
+    arguments.insert(arguments.begin(), "env");
+    return arguments;
 }
 
 }  // namespace
