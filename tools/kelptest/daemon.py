@@ -39,7 +39,8 @@ class Daemon(Process):
         self._port_holder.bind(("127.0.0.1", 0))
         tcp = {"active": True, "route": "127.0.0.1", "port": self._port_holder.getsockname()[1]}
         console = {"usb": {"active": False}, "uart": {"active": False}, "tcp": tcp}
-        console.update(config.get("console", {}))
+        for name, members in config.get("console", {}).items():
+            console[name] = {**console.get(name, {}), **members}
         self.config = {
             "receive-mode": {"mode": "tail", "tail": "0D0A"},
             **config,

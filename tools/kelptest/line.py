@@ -60,7 +60,8 @@ class Line:
 
 def open_line(target: str, timeout: float) -> Line:
     """Opens "HOST:PORT", an IPv4 address alone (port 3000), "@NAME" (an abstract local socket), or
-    the path, with a '/', of a local socket or tty. OSError tells why that is not possible.
+    the path, with a '/', of a local socket or tty. OSError tells why that is not possible; ValueError
+    if it is none of these.
 
     A tty is set to 115200 baud, 8 data bits, no parity and no flow control, whatever it was before,
     and locked; received bytes are dropped.
@@ -73,7 +74,7 @@ def open_line(target: str, timeout: float) -> Line:
         host, _, port = target.rpartition(":")
         if re.fullmatch(r"(\d+\.){3}\d+", target):
             host, port = target, _DEFAULT_PORT
-        if not (host and port.isdigit()):
+        if not (host and port.isdecimal() and 0 < int(port) < 65536):
             raise ValueError(f"{target!r} is neither HOST:PORT, @NAME nor a path with a '/'")
         connection = socket.create_connection((host, int(port)), timeout)
         connection.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
@@ -103,9 +104,9 @@ def _open_tty(path: str) -> Line:
         speed = termios.B115200
         termios.tcsetattr(fd, termios.TCSANOW, [0, 0, flags, 0, speed, speed, characters])
         termios.tcflush(fd, termios.TCIFLUSH)
-    except OSError as error:
+    except (OSError, termios.error) as error:
         os.close(fd)
         if isinstance(error, BlockingIOError):
             raise OSError(errno.EBUSY, "locked by another program") from None
-        raise
+        raise OSError(*error.args) from None
     return Line(fd)

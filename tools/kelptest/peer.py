@@ -60,7 +60,8 @@ class Peer:
         self._clients: list[socket.socket] = []
         self._errors: list[BaseException] = []
         self._listener = socket.socket(socket.AF_UNIX)
-        self._listener.bind(self._path or "\0" + name[1:])
+        # A relative path, because that of a test's directory may be too long for a socket.
+        self._listener.bind(name if self._path else "\0" + name[1:])
         self._listener.listen(16)
         self._threads = [threading.Thread(target=self._accept, daemon=True)]
         self._threads[0].start()
@@ -126,13 +127,15 @@ class Peer:
             try:
                 while self._exchange(client):
                     pass
-            except OSError:  # the other side has left
-                pass
             except BaseException as error:
                 self._errors.append(error)
 
     def _exchange(self, client: socket.socket) -> bool:
-        request = client.recv(_MOST_RECEIVED)
+        """False when nothing more is to be exchanged, also because the other side has left."""
+        try:
+            request = client.recv(_MOST_RECEIVED)
+        except OSError:
+            return False
         if not request:
             return False
         with self._lock:
@@ -140,7 +143,10 @@ class Peer:
         answer = self._answer(request)
         pieces = [answer] if isinstance(answer, bytes) else answer or ()
         for piece in pieces:
-            client.sendall(piece)
+            try:
+                client.sendall(piece)
+            except OSError:
+                return False
             if isinstance(piece, Last):
                 return False
         return True

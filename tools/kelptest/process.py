@@ -58,11 +58,12 @@ class Process:
         return self._child.poll()
 
     def text(self) -> str:
-        """All complete lines that it has written so far."""
+        """All complete lines that it has written so far; all bytes when it has ended."""
+        ended = self.status is not None
         with open(self.output, "rb") as file:
             file.seek(self._read_bytes)
             more = file.read()
-        more = more[: more.rfind(b"\n") + 1]
+        more = more if ended else more[: more.rfind(b"\n") + 1]
         self._read_bytes += len(more)
         self._text += more.decode(errors="backslashreplace")
         return self._text

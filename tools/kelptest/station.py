@@ -10,6 +10,7 @@ from kelptest.line import Line, open_line
 from kelptest.wait import SHOWN_BYTES, TIMEOUT, Failure, Text, deadline_after, encoded, shown
 
 _QUIET = 0.5  # silence after which ask() takes an answer without a result line, in seconds
+_MAX_INPUT = 64 * 1024 * 1024  # bytes that no call has returned
 _MAX_UNASKED_READS = 1024  # before a command, so that a flood cannot hold it up for ever
 
 
@@ -20,6 +21,8 @@ class Station:
     answer. An answer is complete when it ends in a line OK, ERROR, +CME ERROR: or +CMS ERROR:, when
     the connection ends, or after `quiet` seconds of silence when more than the echo of the command
     has arrived. Without `quiet`, only ask() takes an answer that ends in silence (half a second).
+    After a time-out the next command uses a new connection; on a tty it is sent only after the late
+    answer, which is dropped.
     """
 
     def __init__(
@@ -65,10 +68,13 @@ class Station:
 
     def send(self, command: Text) -> None:
         """Sends a command without waiting for its answer."""
+        self._settle()
         self.write(encoded(command) + self._terminator)
 
     def answer(self, command: Text, timeout: Optional[float] = None) -> bytes:
         """The complete answer to a command that was sent before."""
+        if self._overdue not in (None, encoded(command)):
+            raise self._failure(f"{shown(self._overdue or b'')}: no complete answer yet")
         return self._collect(encoded(command), lambda answer: True, timeout)
 
     def exactly(self, sent: Text, expected: Text, timeout: Optional[float] = None) -> None:
@@ -117,15 +123,22 @@ class Station:
             if unsent:
                 self._line.wait(deadline - time.monotonic(), to_write=True)
 
+    def _settle(self) -> None:
+        """Lets no late answer count for the next command."""
+        asked = self._overdue or b""
+        if self._overdue is None:
+            return
+        if isinstance(self._target, str) and self._line.is_socket:
+            self._line.close()
+            self._input.clear()
+            self._line, self._ended = open_line(self._target, self._timeout), False
+        else:  # a tty is not opened again: the late answer must come first
+            self._collect(asked, lambda answer: judge(answer, asked).proper.strip() != b"", None)
+        self._overdue = None
+
     def _begin(self, command: Text) -> None:
         """Sends the command, after everything that belongs to earlier ones was dropped."""
-        overdue, self._overdue = self._overdue, None
-        if overdue is not None and isinstance(self._target, str) and self._line.is_socket:
-            self._line.close()
-            self._line, self._ended = open_line(self._target, self._timeout), False
-        elif overdue is not None:  # a tty is not opened again: the late answer must come first
-            late = overdue
-            self._collect(overdue, lambda answer: judge(answer, late).proper.strip() != b"", None)
+        self._settle()
         for _ in range(_MAX_UNASKED_READS):
             if not self._read():
                 break
@@ -154,33 +167,40 @@ class Station:
         """The input up to the end of the answer. `ends` says whether silence may be its end."""
         deadline = self._deadline(timeout)
         quiet = _QUIET if self._quiet is None else self._quiet
-        while not is_final(bytes(self._input[-2048:]), command):
-            quiet_at = time.monotonic() + quiet
-            if self._more(min(quiet_at, deadline)):
-                continue
-            if self._ended:
-                break
-            heard = not judge(bytes(self._input), command).empty
-            if heard and time.monotonic() >= quiet_at and ends(bytes(self._input)):
-                break
-            if not self._more(deadline) and not self._ended:
+        quiet_at, late = time.monotonic() + quiet, False
+        while not is_final(bytes(self._input[-2048:]), command) and not self._ended:
+            if late:
                 self._overdue = command
-                hint = "; without a result line it needs `quiet`" if heard else ""
+                hint = "; without a result line it needs `quiet`" if self._heard(command) else ""
                 raise self._failure(f"{shown(command)}: no complete answer in time{hint}")
-        if judge(bytes(self._input), command).empty:
+            now = time.monotonic()
+            late = now >= deadline
+            if self._read():
+                quiet_at = now + quiet
+            elif now >= quiet_at and self._heard(command) and ends(bytes(self._input)):
+                break
+            elif not late:
+                self._line.wait((deadline if now >= quiet_at else min(quiet_at, deadline)) - now)
+        if not self._heard(command):
             raise self._failure(f"{shown(command)}: the connection ended without an answer")
+        self._overdue = None
         return self._take(len(self._input))
+
+    def _heard(self, command: bytes) -> bool:
+        return not judge(bytes(self._input), command).empty
 
     def _deadline(self, timeout: Optional[float]) -> float:
         return deadline_after(self._timeout if timeout is None else timeout)
 
     def _more(self, deadline: float) -> bool:
-        """Waits until more has arrived. False at the deadline and at the end of the connection."""
-        while not self._read():
-            if self._ended or time.monotonic() >= deadline:
-                return False
+        """Waits until more has arrived. False at the end of the connection, and at the deadline, even
+        if more has arrived: a flood must not hold up the caller."""
+        while not self._ended:
+            late = time.monotonic() >= deadline
+            if self._read() or late:
+                return not late
             self._line.wait(deadline - time.monotonic())
-        return True
+        return False
 
     def _read(self) -> bool:
         """Receives what is there, at most one read; False for nothing."""
@@ -190,6 +210,8 @@ class Station:
         self._ended = data == b""
         self._input += data
         self._note("came", data)
+        if len(self._input) > _MAX_INPUT:
+            raise self._failure("a flood")
         return not self._ended
 
     def _take(self, count: int) -> bytes:
