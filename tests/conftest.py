@@ -8,16 +8,12 @@ pytest_plugins = ["kelptest.plugin"]
 
 
 @pytest.fixture(scope="session")
-def kelp_send():
-    """Runs kelp-send; returns its exit status, standard output and standard error."""
+def run():
+    """Runs the program in an environment variable; returns its status, output and error output."""
 
-    def run(*arguments, stdin=""):
-        done = subprocess.run(
-            [os.environ["KELP_SEND"], *arguments],
-            input=stdin.encode(),
-            capture_output=True,
-            timeout=60,
-        )
+    def run(variable, *arguments, stdin=""):
+        words = [os.environ[variable], *arguments]
+        done = subprocess.run(words, input=stdin.encode(), capture_output=True, timeout=60)
         return done.returncode, done.stdout, done.stderr.decode()
 
     return run

@@ -1,13 +1,11 @@
 """kelp-peer: the keys of its script, its sockets, and its limits."""
-import json
 import os
 import signal
-import socket
 import time
 from pathlib import Path
 
 import pytest
-from kelptest import Process, Station, pack_record, unpack_record, wait_until
+from kelptest import Station, pack_record, unpack_record, wait_until
 
 OK = "\r\nOK\r\n"
 PCBA = "00000000 08000000 41542B504342413F 03000000 332E31"
@@ -60,44 +58,31 @@ ROWS = [
     ("@start", "xAT+1", "x.AT+1."),
     ("@modem", "A\r\nAB\r\n\r\nA", "A\r\n.AB\r\n.\r\nERROR\r\n"),
     ("@pcba", "AT+PCBA?", bytes.fromhex(PCBA)),
-    ("@pcba", "AT+X", bytes.fromhex("73170000 04000000 41542B58 00000000")),
+    ("@pcba", "AT+X", pack_record("AT+X", result=6003)),
     ("@pcba", "AT+R", bytes.fromhex("00000080 04000000 41542B52 00000000")),
-    ("@pcba", "AT+N", bytes.fromhex("00000000 00000000 01000000 78")),
+    ("@pcba", "AT+N", pack_record("", "x")),
     ("@pcba", "AT+L", bytes.fromhex("00000000 FFFFFFFF 41542B4C 09000000 78")),
     ("@pcba", "AT+H", b"\xff"),
 ]
 
 
-def start(directory, roles, *options):
-    script = Path(directory, "script.json")
-    script.write_text(roles if isinstance(roles, str) else json.dumps({"roles": roles}))
-    words = [os.environ["KELP_PEER"], *options, script]
-    return Process(words, f"peer-{time.monotonic()}.log", directory)
+def start(bench, roles, *options, ready="ready"):
+    Path("script.json").write_text(roles)
+    return bench.run(os.environ["KELP_PEER"], *options, "script.json", ready=ready)
 
 
-def station(name):
-    return Station(name, terminator=b"", timeout=30)
-
-
-@pytest.fixture(scope="module")
-def peer(tmp_path_factory):
-    with start(tmp_path_factory.mktemp("peer"), SCRIPT, "--log") as peer:
-        peer.wait_for("ready @wcn @start @modem @pcba @report\n")
-        yield peer
-
-
-@pytest.mark.parametrize("name, request_, answer", ROWS, ids=lambda value: str(value)[:20])
-def test_answers_follow_the_script(peer, name, request_, answer):
-    with station(name) as kelp:
-        kelp.exactly(request_, answer)
-        if request_ not in ("LAST", "GO"):
-            kelp.half_close()
-        assert kelp.receive_to_end() == b""
+def test_answers_follow_the_script(bench):
+    start(bench, SCRIPT, ready="ready @wcn @start @modem @pcba @report\n")
+    for name, request, answer in ROWS:
+        with Station(name) as kelp:
+            kelp.exactly(request, answer)
+            if request not in ("LAST", "GO"):
+                kelp.half_close()
+            assert (name, request, kelp.receive_to_end()) == (name, request, b"")
 
 
 def test_the_record_of_the_library_is_the_same():
     assert pack_record("AT+PCBA?", "3.1") == bytes.fromhex(PCBA)
-    assert pack_record("AT+X", result=6003) == bytes.fromhex("73170000 04000000 41542B58 00000000")
     assert unpack_record(bytes.fromhex(PCBA)) == (0, b"AT+PCBA?", b"3.1")
     assert unpack_record(pack_record("", "x", 5)) == (5, b"", b"x")
     for wrong in (PCBA[:-2], PCBA + "00", "00000000 F8FFFFFF 00000000 00", ""):
@@ -105,84 +90,78 @@ def test_the_record_of_the_library_is_the_same():
             unpack_record(bytes.fromhex(wrong))
 
 
-def test_times(peer):
+def test_times(bench):
     """Each is waited for at least; answers keep the order of their requests."""
-    with station("@report") as modem, station("@wcn") as kelp:
-        begin = time.monotonic()
-        for request, answer in [("SLOW", "x"), ("DRIP", "xyz")]:
-            kelp.exactly(request, answer)
-            assert time.monotonic() - begin >= 0.29  # in whole milliseconds
-            begin = time.monotonic()
+    peer = start(bench, SCRIPT, "--log")
+    begin = time.monotonic()
+    with Station("@report") as modem, Station("@wcn") as kelp:
+        for station, sent, came, seconds in [
+            (modem, "", "AB", 0.19),
+            (modem, "", "B", 0.39),
+            (kelp, "SLOW", "x", 0.68),  # in whole milliseconds
+            (kelp, "DRIP", "xyz", 0.97),
+        ]:
+            station.exactly(sent, came)
+            assert time.monotonic() - begin >= seconds
         kelp.write("SLOW")
         peer.wait_for("< SLOW", 2)
         kelp.exactly("AT", "x" + OK)
         reports = modem.receive_to_end()
-        assert reports == b"A" + b"B" * reports.count(b"B") + b"last"
-        assert 1 <= reports.count(b"B") <= 7  # missed ones are not sent later
-    begin = time.monotonic()
-    with station("@report") as modem:
-        for reports, seconds in [("AB", 0.19), ("B", 0.39)]:
-            modem.exactly("", reports)
-            assert time.monotonic() - begin >= seconds
+        assert reports == b"B" * (len(reports) - 4) + b"last"
+        assert len(reports) <= 4 + 5  # missed ones are not sent later
 
 
-def test_the_log(tmp_path):
-    role = {"role": "pcba", "name": "board", "socket": "log.sock"}
-    role["answers"] = [{"hex": "00", "bytes": 300}]
-    with start(tmp_path, [role], "--log") as peer:
-        peer.wait_for("ready log.sock\n")
-        with station(str(tmp_path / "log.sock")) as kelp:
-            kelp.exactly("\\\t\x7f" + "x" * 300, b"\0" * 300)
-        peer.wait_for("board#1 closed\n")
-        shown = "\\\\\\t\\x7F" + "x" * 253 + "... (303 bytes)"
-        lines = ["connected", f"< {shown}", "> " + "\\x00" * 256 + "... (300 bytes)", "closed"]
-        assert peer.text().splitlines()[1:] == [f"board#1 {line}" for line in lines]
+def test_the_log(bench):
+    role = (
+        '{"role": "pcba", "name": "board", "socket": "s", "answers": [{"hex": "00", "bytes": 300}]}'
+    )
+    peer = start(bench, f'{{"roles": [{role}]}}', "--log", ready="ready s\n")
+    with Station("./s") as kelp:
+        kelp.exactly("\\\t\x7f" + "x" * 300, b"\0" * 300)
+    peer.wait_for("board#1 closed\n")
+    shown = "\\\\\\t\\x7F" + "x" * 253 + "... (303 bytes)"
+    lines = ["connected", f"< {shown}", "> " + "\\x00" * 256 + "... (300 bytes)", "closed"]
+    assert peer.text().splitlines()[1:] == [f"board#1 {line}" for line in lines]
 
 
-def test_requests_wait_while_answers_wait(tmp_path):
+def test_requests_wait_while_answers_wait(bench):
     """64 KiB of requests for answers of 1 MB are not all in memory, and none is lost."""
-    role = {"role": "modem", "socket": "@flood"}
-    role["answers"] = [{"request": "A", "answer": "x", "bytes": 1000000}, {"answer": "."}]
-    with start(tmp_path, [role]) as peer:
-        peer.wait_for("ready")
-        with station("@flood") as kelp:
-            kelp.write("A\r\n" * 20 + "B\r\n")
-            kelp.half_close()
-            assert kelp.receive_to_end() == b"x" * 20000000 + b"."
-        with station("@flood") as kelp:
-            kelp.write("A\r\n" * 10000)
-            assert kelp.receive(2000000) == b"x" * 2000000
-        peak = Path(f"/proc/{peer.pid}/status").read_text().split("VmHWM:")[1].split()[0]
-        assert int(peak) < (512 if os.environ.get("KELP_SANITIZED") == "1" else 120) << 10
+    answers = '{"request": "A", "answer": "x", "bytes": 1000000}, {"answer": "."}'
+    roles = f'{{"roles": [{{"role": "modem", "socket": "@flood", "answers": [{answers}]}}]}}'
+    peer = start(bench, roles)
+    with Station("@flood") as kelp:
+        kelp.write("A\r\n" * 20 + "B\r\n")
+        kelp.half_close()
+        assert kelp.receive_to_end() == b"x" * 20000000 + b"."
+    with Station("@flood") as kelp:
+        kelp.write("A\r\n" * 10000)
+        assert kelp.receive(2000000) == b"x" * 2000000
+    peak = Path(f"/proc/{peer.pid}/status").read_text().split("VmHWM:")[1].split()[0]
+    assert int(peak) < (512 if os.environ.get("KELP_SANITIZED") == "1" else 120) << 10
 
 
-def test_sockets(tmp_path):
-    path = tmp_path / "s.sock"
-    role = [{"role": "wcn", "socket": "s.sock", "answers": [{"answer": OK}]}]
+def test_sockets(bench, run):
+    roles, path = '{"roles": [{"role": "wcn", "socket": "s", "answers": []}]}', Path("s")
 
     def fails(reason):
-        with start(tmp_path, role) as second:
-            wait_until(lambda: second.status is not None)
-            assert (second.status, second.text()) == (1, f"kelp-peer: s.sock: {reason}\n")
+        assert run("KELP_PEER", "script.json") == (1, b"", f"kelp-peer: s: {reason}\n")
 
+    first = start(bench, roles)
+    path.unlink()
     path.write_text("")
     fails("exists and is not a socket")
-    path.unlink()
-    with start(tmp_path, role) as first, socket.socket(socket.AF_UNIX) as other:
-        first.wait_for("ready")
-        path.unlink()
-        other.bind(str(path))  # it is not the peer's own any more, and stale in the end
+    first.stop()
+    path.unlink()  # it was not the peer's own any more
     for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGKILL, signal.SIGTERM):
-        with start(tmp_path, role) as first:  # a stale socket is replaced
-            first.wait_for("ready")
-            fails("is served by another process")
-            with station(str(path)) as kelp:
-                kelp.exactly("A", OK)
-                os.kill(first.pid, number)
-                wait_until(lambda: first.status is not None)
-                assert first.status == (0 if number != signal.SIGKILL else -9)
-                assert kelp.receive_to_end() == b""
-            assert path.exists() == (number == signal.SIGKILL)
+        first = start(bench, roles)  # a stale socket is replaced
+        fails("is served by another process")
+        with Station("./s") as kelp:
+            kelp.exactly("A", "\r\nERROR\r\n")
+            os.kill(first.pid, number)
+            assert kelp.receive_to_end() == b""
+        wait_until(lambda: first.status is not None)
+        assert first.status == (0 if number != signal.SIGKILL else -9)
+        assert path.exists() == (number == signal.SIGKILL)
 
 
 # Where and what; ":" and the script, with "^" for BEGIN.
@@ -212,8 +191,7 @@ WRONG = r"""
 
 
 @pytest.mark.parametrize("row", WRONG.split("\n")[1:-1])
-def test_a_wrong_script_is_refused_with_its_position(tmp_path, row):
+def test_a_wrong_script_is_refused_with_its_position(bench, run, row):
     said, script = row.split(" :")
-    with start(tmp_path, script.replace("^", BEGIN)) as peer:
-        wait_until(lambda: peer.status is not None)
-        assert (peer.status, peer.text()) == (65, f"{tmp_path}/script.json:{said}\n")
+    Path("script.json").write_text(script.replace("^", BEGIN))
+    assert run("KELP_PEER", "script.json") == (65, b"", f"script.json:{said}\n")

@@ -7,10 +7,10 @@ import subprocess
 import termios
 import time
 from concurrent.futures import ThreadPoolExecutor
-from contextlib import contextmanager
+from pathlib import Path
 
 import pytest
-from kelptest import Failure, Last, Line, Peer, Station, open_line
+from kelptest import Failure, Last, Line, Station, open_line, wait_until
 
 # A command, what the peer answers to it ("|" between pieces that arrive one after the other, "END" for
 # the end of the connection), and outcomes of kelp-send, each with its options.
@@ -71,9 +71,7 @@ for line in TABLE.split("\n")[1:-1]:
     command, pieces, rest = line.split(maxsplit=2)
     text = re.sub("%([0-9]+)", lambda count: r"+C:1\r\n" * int(count[1]), pieces)
     ANSWERS[command] = [unescaped(each) for each in text.split("|")]
-    for outcome in rest.split(" ; "):
-        result, *options = outcome.split()
-        ROWS.append((command, tuple(options), result))
+    ROWS += [(command, *outcome.split()) for outcome in rest.split(" ; ")]
 
 
 def answer(request):
@@ -82,110 +80,81 @@ def answer(request):
         yield Last() if piece == b"END" else piece
 
 
-@contextmanager
-def started(*arguments, **options):
-    """A running kelp-send, which is killed at the end of the block."""
-    words = [os.environ["KELP_SEND"], *arguments]
-    with subprocess.Popen(words, **options) as program:
-        try:
-            yield program
-        finally:
-            program.kill()
+def test_answers(bench, run):
+    """Of kelp-send and of the library."""
 
+    def check(row):
+        command, result, *options = row
+        status, said = OUTCOMES[result]
+        timeout = {2: 1.5, 4: 3}.get(status, 30)  # 4: more than the quiet time
+        expected = b"".join(piece for piece in ANSWERS[command] if piece != b"END")
+        error = f"kelp-send: {command}: {said.format((options or [''])[-1])}\n" if said else ""
+        by_program = run("KELP_SEND", "@peer", command, f"--timeout={timeout}", *options)
+        assert (row, by_program) == (row, (status, expected, error))
+        quiet = float(options[1]) / 1000 if "--quiet" in options else None
+        texts = map(unescaped, options[3 if quiet else 1 :: 2])
+        with Station("@peer", timeout=timeout, quiet=quiet) as station:
+            ask = station.expect if "--expect" in options else station.ask
+            ask = station.refuse if "--expect-error" in options else ask
+            if not said:
+                assert (row, ask(command, *texts)) == (row, expected)
+                return
+            with pytest.raises(Failure, match=re.escape(f"\n  sent '{command}\\r\\n'")) as failure:
+                ask(command, *texts)
+        assert str(failure.value).startswith(f"@peer: '{command}': ")
+        assert (OVERDUE in str(failure.value)) == (status == 2)
+        assert ("report" in str(failure.value)) == (result == "report")
 
-@pytest.fixture(scope="module")
-def peer():
-    """The name of its socket. Commands end in CR LF."""
-    with Peer("@kelp-test-send", answer):
-        yield "@kelp-test-send"
-
-
-@pytest.fixture(scope="module")
-def outcomes(kelp_send, peer):
-    """Of each row: what kelp-send did, and what the library did."""
-
-    def both(row):
-        command, options, result = row
-        timeout = {2: 1.5, 4: 3}.get(OUTCOMES[result][0], 30)  # 4: more than the quiet time
-        words = dict(zip(options[::2], options[1::2]))
-        quiet = float(words["--quiet"]) / 1000 if "--quiet" in words else None
-        texts = options[2:] if "--quiet" in words else options
-        with Station(peer, timeout=timeout, quiet=quiet) as station:
-            ask = station.expect if "--expect" in words else station.ask
-            ask = station.refuse if "--expect-error" in words else ask
-            try:
-                by_library = ask(command, *map(unescaped, texts[1::2]))
-            except Failure as failure:
-                by_library = str(failure)
-        return kelp_send(peer, command, f"--timeout={timeout}", *options), by_library
-
+    bench.peer("@peer", answer)
     with ThreadPoolExecutor(10) as pool:
-        return dict(zip(ROWS, pool.map(both, ROWS)))
+        list(pool.map(check, ROWS))
 
 
-@pytest.mark.parametrize("row", ROWS, ids=lambda row: f"{row[0]} {' '.join(row[1])}")
-def test_answer(outcomes, row):
-    command, options, result = row
-    expected = b"".join(piece for piece in ANSWERS[command] if piece != b"END")
-    status, said = OUTCOMES[result]
-    by_program, by_library = outcomes[row]
-    said = f"kelp-send: {command}: {said.format((options or [''])[-1])}\n" if said else ""
-    assert by_program == (status, expected, said)
-    if said:
-        assert by_library.startswith(f"@kelp-test-send: '{command}': ")
-        assert (OVERDUE in by_library) == (status == 2)
-        assert ("report" in by_library) == (result == "report")
-        assert f"\n  sent '{command}\\r\\n'" in by_library
-    else:
-        assert by_library == expected
-
-
-def test_outcomes_without_an_answer(kelp_send, peer):
+def test_outcomes_without_an_answer(bench, run):
     lost = "kelp-send: OK: the connection ended without an answer"
     full = "; the console may already serve four clients"
-    for delay, hint in [(0, full), (1.1, "")]:
-        with Peer("@kelp-test-full", lambda request: time.sleep(delay) or Last()):
-            assert kelp_send("@kelp-test-full", "OK") == (3, b"", f"{lost}{hint}\n")
-            with Station("@kelp-test-full") as station, pytest.raises(
-                Failure, match="ended without"
-            ):
-                station.ask("OK")
+    for name, delay, hint in [("@full", 0, full), ("@slow", 1.1, "")]:
+        bench.peer(name, lambda request: time.sleep(delay) or Last())
+        assert run("KELP_SEND", name, "OK") == (3, b"", f"{lost}{hint}\n")
+        with Station(name) as station, pytest.raises(Failure, match="ended without"):
+            station.ask("OK")
     for target, reason in [
         ("@none", "Connection refused"),
         ("./none", "No such file or directory"),
+        ("/dev/null", "Inappropriate ioctl for device"),
     ]:
-        assert kelp_send(target, "OK") == (3, b"", f"kelp-send: {target}: {reason}\n")
+        assert run("KELP_SEND", target, "OK") == (3, b"", f"kelp-send: {target}: {reason}\n")
         with pytest.raises(OSError, match=f"{reason}.*{target}"):
             open_line(target, 1)
-    with open("/dev/full", "wb") as full:
-        assert subprocess.run([os.environ["KELP_SEND"], peer, "OK"], stdout=full).returncode == 74
+    bench.peer("@peer", answer)
+    assert os.waitstatus_to_exitcode(os.system("$KELP_SEND @peer OK >/dev/full")) == 74
 
 
-def test_series(kelp_send, peer, tmp_path):
-    lines = tmp_path / "lines"
-    lines.write_text("# no command\n\nOK\r\nTEXT")
-    both = b"x\r\nERROR\r\n1\r\nOK\r\n"
-    for arguments, stdin, status, answers in [
-        (["BAD", "OK", "--stop"], "", 1, b"x\r\nERROR\r\n"),
-        (["BAD", "--file", lines, "--stop"], "", 1, b"x\r\nERROR\r\n"),
-        (["--file", lines, "--quiet", "1"], "", 4, b"1\r\nOK\r\nabcabca"),
-        (["BAD", "--file=-"], "OK\n", 1, both),
+def test_series(bench, run):
+    bench.peer("@peer", answer)
+    Path("lines").write_text("# no command\n\nOK\r\nTEXT")
+    for arguments, status, answers in [
+        (["BAD", "OK", "--stop"], 1, b"x\r\nERROR\r\n"),
+        (["BAD", "--file", "lines", "--stop"], 1, b"x\r\nERROR\r\n"),
+        (["--file", "lines", "--quiet", "1"], 4, b"1\r\nOK\r\nabcabca"),
+        (["BAD", "--file=-"], 1, b"x\r\nERROR\r\n1\r\nOK\r\n"),
     ]:
-        assert kelp_send(peer, *arguments, stdin=stdin) == (status, answers, "")
-    said = "kelp-send: /none: No such file or directory\n"
-    assert kelp_send(peer, "--file", "/none")[0::2] == (66, said)
-    assert kelp_send(peer, "--file=-")[0::2] == (66, "kelp-send: -: no command in it\n")
+        assert run("KELP_SEND", "@peer", *arguments, stdin="OK\n") == (status, answers, "")
+    for file, said in [("/none", "No such file or directory"), ("-", "no command in it")]:
+        expected = (66, b"", f"kelp-send: {file}: {said}\n")
+        assert run("KELP_SEND", "@peer", "--file", file) == expected
 
 
-def test_json(kelp_send):
+def test_json(bench):
     answers = iter([b"\xff\x00\r\nOK\r\n", b"\r\nOK\r\n"])
-    with Peer("@kelp-test-json", lambda request: next(answers)) as peer:
-        pipes = {"stdin": subprocess.PIPE, "stdout": subprocess.PIPE}
-        with started("@kelp-test-json", "--json", "A", "--file=-", **pipes) as program:
-            lines = [program.stdout.readline()]
-            peer.push("\r\n+C: 1\r\n")
-            lines += program.communicate(b"B\n")[0].splitlines()
-    objects = [json.loads(line) for line in lines]
+    peer = bench.peer("@peer", lambda request: next(answers))
+    os.mkfifo("lines")
+    words = [os.environ["KELP_SEND"], "@peer", "--json", "A", "--file=lines"]
+    program = bench.run(*words, ready="}\n")
+    peer.push("\r\n+C: 1\r\n")
+    Path("lines").write_text("B\n")
+    wait_until(lambda: program.status is not None)
+    objects = [json.loads(line) for line in program.text().splitlines()]
     assert all(0 <= each.pop("milliseconds") < 30000 for each in objects)
     assert objects == [
         {"command": "A", "answer": "\ufffd\0\r\nOK\r\n", "status": "OK", "hex": "FF000D0A4F4B0D0A"},
@@ -195,28 +164,25 @@ def test_json(kelp_send):
 
 
 @pytest.mark.parametrize("target", ["localhost:3001", "./socket", "@kelp-test-target"])
-def test_a_long_command_reaches_every_kind_of_target(tmp_path, monkeypatch, target):
+def test_a_long_command_reaches_every_kind_of_target(bench, target):
     """Also when the other side reads late, and sends meanwhile."""
-    monkeypatch.chdir(tmp_path)
-    with open("lines", "wb") as lines:
-        lines.write(b"A\xe4" * 500000)
+    Path("lines").write_bytes(b"A\xe4" * 500000)
     tcp = target[-1] == "1"
     with socket.socket(socket.AF_INET if tcp else socket.AF_UNIX) as listener:
         listener.bind(("127.0.0.1", 3001) if tcp else target.replace("@", "\0"))
         listener.listen()
         listener.settimeout(30)
         words = [target, "--file=lines", "--terminator", "fF 00", "--quiet=0"]
-        with open("answer", "wb") as output, started(*words, stdout=output) as program:
-            with Station(Line(listener.accept()[0].detach()), timeout=30) as console:
-                console.write("x" * 1000000)
-                assert console.receive(1000002) == b"A\xe4" * 500000 + b"\xff\x00"
-                console.write("\r\nOK\r\n")
-                assert program.wait(30) == 0
-    with open("answer", "rb") as output:
-        assert output.read() == b"x" * 1000000 + b"\r\nOK\r\n"
+        program = bench.run(os.environ["KELP_SEND"], *words)
+        with Station(Line(listener.accept()[0].detach())) as console:
+            console.write("x" * 1000000)
+            assert console.receive(1000002) == b"A\xe4" * 500000 + b"\xff\x00"
+            console.write("\r\nOK\r\n")
+            wait_until(lambda: program.status is not None)
+    assert (program.status, program.text()) == (0, "x" * 1000000 + "\r\nOK\r\n")
 
 
-def test_a_tty_is_set_locked_and_emptied(kelp_send, pty):
+def test_a_tty_is_set_locked_and_emptied(run, pty):
     master, device = pty
     for use in ("program", "library"):
         attributes = termios.tcgetattr(master)
@@ -228,7 +194,7 @@ def test_a_tty_is_set_locked_and_emptied(kelp_send, pty):
         os.write(master, b"\r\nOK\r\n")  # the answer to an earlier command
         if use == "program":
             said = "kelp-send: A: no complete answer in time\n"
-            assert kelp_send("--timeout=0.3", device, "A") == (2, b"", said)
+            assert run("KELP_SEND", "--timeout=0.3", device, "A") == (2, b"", said)
             assert os.read(master, 100).endswith(b"A\r\n")
         else:
             line = open_line(device, 1)
@@ -238,46 +204,49 @@ def test_a_tty_is_set_locked_and_emptied(kelp_send, pty):
         assert cflag & ~termios.CBAUD == termios.CS8 | termios.CREAD | termios.CLOCAL
         assert (characters[termios.VMIN], characters[termios.VTIME]) == (1, 0)
     said = f"kelp-send: {device}: locked by another program\n"
-    assert kelp_send(device, "A") == (3, b"", said)
+    assert run("KELP_SEND", device, "A") == (3, b"", said)
     with pytest.raises(OSError, match="locked by another program"):
         open_line(device, 1)
     line.close()
 
 
-def test_a_late_answer_does_not_count_for_the_next_command(kelp_send, pty):
+def test_a_late_answer_does_not_count_for_the_next_command(bench, run, pty):
     def slow(request):
         if request == b"SLOW\r\n":
             time.sleep(1)
         yield request.replace(b"\r", b": 1\r") + b"\r\nOK\r\n"
 
-    with Peer("@kelp-test-late", slow):
-        status, answers, said = kelp_send("@kelp-test-late", "--timeout=0.5", "SLOW", "FAST")
-        assert (status, answers) == (2, b"FAST: 1\r\n\r\nOK\r\n")
-        with Station("@kelp-test-late") as station:
-            with pytest.raises(Failure):
-                station.ask("SLOW", timeout=0.5)
-            assert station.ask("FAST") == b"FAST: 1\r\n\r\nOK\r\n"
+    bench.peer("@peer", slow)
+    status, answers, said = run("KELP_SEND", "@peer", "--timeout=0.5", "SLOW", "FAST")
+    assert (status, answers) == (2, b"FAST: 1\r\n\r\nOK\r\n")
+    with Station("@peer") as station:
+        with pytest.raises(Failure):
+            station.ask("SLOW", timeout=0.5)
+        station.send("FAST")
+        assert station.answer("FAST") == b"FAST: 1\r\n\r\nOK\r\n"
 
     master, device = pty
-    console = Station(Line(os.dup(master)), timeout=30)
-    with console, started(device, "--timeout=1", "A", "B", stdout=subprocess.PIPE) as program:
+    with Station(Line(os.dup(master))) as console:
+        program = bench.run(os.environ["KELP_SEND"], device, "--timeout=1", "A", "B")
         console.exactly("", "A\r\n")
         time.sleep(1.2)
         console.exactly("\r\nlate\r\nOK\r\n", "B\r\n")
         console.write("\r\nB\r\nOK\r\n")
-        assert program.communicate()[0] == b"\r\nlate\r\nOK\r\n\r\nB\r\nOK\r\n"
-    said = [f"kelp-send: {command}: no complete answer in time" for command in "AB"]
-    said[1] += "; it was not sent, because an earlier answer is overdue"
-    assert kelp_send(device, "--timeout=0.3", "A", "B") == (2, b"", "\n".join(said) + "\n")
-
-    with Station(device, timeout=0.3) as station, Station(Line(os.dup(master))) as console:
+        wait_until(lambda: program.status is not None)
+        said = [f"kelp-send: {command}: no complete answer in time" for command in "AB"]
+        assert program.text() == said[0] + "\n\r\nlate\r\nOK\r\n\r\nB\r\nOK\r\n"
+        said[1] += "; it was not sent, because an earlier answer is overdue"
+        both = (2, b"", "\n".join(said) + "\n")
+        assert run("KELP_SEND", device, "--timeout=0.3", "A", "B") == both
         console.receive(3)
-        for _ in range(2):  # the second is not sent
-            with pytest.raises(Failure, match="'A': no complete answer in time"):
-                station.ask("A")
-        console.exactly("\r\nlate\r\nOK\r\n", "A\r\n")
-        station.send("B")
-        console.exactly("\r\nB\r\nOK\r\n", "B\r\n")
+        with Station(device, timeout=0.3) as station:
+            for command in "AB":  # the second is not sent
+                with pytest.raises(Failure, match="'A': no complete answer in time"):
+                    station.ask(command)
+            console.exactly("\r\nlate\r\nOK\r\n", "A\r\n")
+            station.send("B")
+            console.exactly("\r\nB\r\nOK\r\n", "B\r\n")
+            assert station.answer("B") == b"\r\nB\r\nOK\r\n"
 
 
 # What is said, and arguments that cause it; "%" stands for the first of them.
@@ -294,32 +263,34 @@ the expected text must not be empty; valid escapes: \r \n \t \\ and \xHH ; @x --
 
 
 @pytest.mark.parametrize("row", WRONG.split("\n")[1:-1])
-def test_wrong_options(kelp_send, row):
+def test_wrong_options(run, row):
     said, *cases = row.split(" ;")
     hint = "Try `kelp-send --help' or `kelp-send --usage' for more information.\n"
     for arguments in map(str.split, cases):
         expected = f"kelp-send: {said.replace('%', (arguments or [''])[0])}\n{hint}"
-        assert kelp_send(*arguments) == (64, b"", expected)
+        assert run("KELP_SEND", *arguments) == (64, b"", expected)
 
 
 @pytest.mark.parametrize("end", ["keyboard", "peer"])
-def test_terminal(end):
+def test_terminal(bench, end):
     """Lines are sent as typed, and what arrives is shown at once; controls are made visible."""
+    peer = bench.peer("@peer", lambda request: b"<" + request + b"\x1b\xff\t\x7f>")
     keyboard, keys = os.openpty()
-    with Peer("@kelp-test-terminal", lambda request: b"<" + request + b"\x1b\xff\t\x7f>") as peer:
-        user, own = Station(Line(keyboard), timeout=30), dict(stdin=keys, stdout=keys, stderr=keys)
-        with user, started("@kelp-test-terminal", "--quiet=100", **own) as program:
-            os.close(keys)
-            time.sleep(0.3)
-            # The terminal's own echo, and its CR LF for LF.
-            user.exactly("A\nB", "A\r\nB<A\r\r\n\\x1B\\xFF\t\\x7F>\r\n")
-            peer.push("\r\n+C: 1\r\n")
-            user.exactly("", "\r\r\n+C: 1\r\r\n")
-            user.exactly("\n", "\r\n<B\r\r\n\\x1B\\xFF\t\\x7F>\r\n")
-            if end == "keyboard":
-                user.write("\x04")
-                assert program.wait(30) == 0
-            else:
-                peer.close()
-                user.exactly("", "kelp-send: @kelp-test-terminal: the connection ended\r\n")
-                assert program.wait(30) == 3
+    words, own = [os.environ["KELP_SEND"], "@peer", "--quiet=100"], dict.fromkeys(
+        ("stdin", "stdout", "stderr"), keys
+    )
+    with subprocess.Popen(words, **own) as program, Station(Line(keyboard)) as user:
+        os.close(keys)
+        time.sleep(0.3)
+        # The terminal's own echo, and its CR LF for LF.
+        user.exactly("A\nB", "A\r\nB<A\r\r\n\\x1B\\xFF\t\\x7F>\r\n")
+        peer.push("\r\n+C: 1\r\n")
+        user.exactly("", "\r\r\n+C: 1\r\r\n")
+        user.exactly("\n", "\r\n<B\r\r\n\\x1B\\xFF\t\\x7F>\r\n")
+        if end == "keyboard":
+            user.write("\x04")
+            assert program.wait(30) == 0
+        else:
+            peer.close()
+            user.exactly("", "kelp-send: @peer: the connection ended\r\n")
+            assert program.wait(30) == 3
