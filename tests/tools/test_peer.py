@@ -1,5 +1,6 @@
 """kelp-peer: the keys of its script, its sockets, and its limits."""
 import os
+import re
 import signal
 import time
 from pathlib import Path
@@ -7,63 +8,53 @@ from pathlib import Path
 import pytest
 from kelptest import Station, pack_record, unpack_record, wait_until
 
-OK = "\r\nOK\r\n"
-PCBA = "00000000 08000000 41542B504342413F 03000000 332E31"
-# With a byte-order mark, as some editors write.
-SCRIPT = (
-    "\ufeff"
-    + r"""{"roles": [
-    {"role": "wcn", "socket": "@wcn", "answers": [
-        {"request": "AT", "answer": "\r\nOK\r\n"},
-        {"prefix": "AT+E", "answer": "\r\nOK\r\n", "echo": true},
-        {"request": "AT+E2", "answer": "never: an earlier answer matches"},
-        {"request": "AT+H", "hex": "fF 00", "echo": true},
-        {"request": "AT+HB", "hex": "0102", "bytes": 5},
-        {"request": "CUT", "answer": "abc", "bytes": 2},
-        {"request": "RUN", "answer": "abc", "bytes": 100000, "pieces": 70001},
-        {"request": "NONE", "answer": "abc", "bytes": 0},
-        {"request": "MUTE", "answer": "abc", "silent": true},
-        {"request": "LAST", "answer": "bye", "close": true},
-        {"request": "GO", "silent": true, "close": true},
-        {"request": "SLOW", "answer": "x", "delay": 300},
-        {"request": "DRIP", "answer": "xyz", "pieces": 1, "pause": 150}]},
-    {"role": "wcn", "socket": "@start", "request-start": "AT+", "answers": [{"answer": ".", "echo": true}]},
-    {"role": "modem", "socket": "@modem", "answers": [{"prefix": "A", "answer": ".", "echo": true}]},
-    {"role": "pcba", "socket": "@pcba", "answers": [
-        {"request": "AT+PCBA?", "answer": "3.1"},
-        {"request": "AT+R", "result": -2147483648},
-        {"request": "AT+N", "answer": "x", "echo": false},
-        {"request": "AT+L", "answer": "x", "request-length": -1, "response-length": 9},
-        {"request": "AT+H", "hex": "FF", "result": 3}]},
-    {"role": "modem", "socket": "@report", "unsolicited": [
+# Of each socket, the members of its role.
+ROLES = {
+    "@wcn": '"role": "wcn"',
+    "@start": '"role": "wcn", "request-start": "AT+"',
+    "@modem": '"role": "modem"',
+    "@pcba": '"role": "pcba", "name": "board"',
+    "@report": """"role": "modem", "unsolicited": [
         {"text": "A", "after": 0},
         {"text": "B", "after": 200, "every": 200},
-        {"text": "last", "after": 1500, "close": true}]}
-]}"""
-)
-ROWS = [
-    ("@wcn", "AT", OK),
-    ("@wcn", "AT+E2", "AT+E2" + OK),
-    ("@wcn", "at", "\r\nERROR\r\n"),
-    ("@wcn", "AT+HOT", "\r\nERROR\r\n"),
-    ("@wcn", "AT+H", b"\xff\0"),
-    ("@wcn", "AT+HB", b"\1\2\1\2\1"),
-    ("@wcn", "CUT", "ab"),
-    ("@wcn", "RUN", "abc" * 33333 + "a"),
-    ("@wcn", "NONE", ""),
-    ("@wcn", "MUTE", ""),
-    ("@wcn", "LAST", "bye"),
-    ("@wcn", "GO", ""),
-    ("@start", "AT+1AT+22AT+", "AT+1.AT+22.AT+."),
-    ("@start", "xAT+1", "x.AT+1."),
-    ("@modem", "A\r\nAB\r\n\r\nA", "A\r\n.AB\r\n.\r\nERROR\r\n"),
-    ("@pcba", "AT+PCBA?", bytes.fromhex(PCBA)),
-    ("@pcba", "AT+X", pack_record("AT+X", result=6003)),
-    ("@pcba", "AT+R", bytes.fromhex("00000080 04000000 41542B52 00000000")),
-    ("@pcba", "AT+N", pack_record("", "x")),
-    ("@pcba", "AT+L", bytes.fromhex("00000000 FFFFFFFF 41542B4C 09000000 78")),
-    ("@pcba", "AT+H", b"\xff"),
-]
+        {"text": "last", "after": 1500, "close": true}]""",
+}
+# The socket, an answer in its script, a request, and what comes; "*" and its length if it repeats.
+TABLE = r"""
+@wcn ; "request": "AT", "answer": "\r\nOK\r\n" ; AT ; \r\nOK\r\n
+@wcn ; "prefix": "AT+E", "answer": "!", "echo": true ; AT+E2 ; AT+E2!
+@wcn ; "request": "AT+E2", "answer": "an earlier one matches" ; at ; \r\nERROR\r\n
+@wcn ; "request": "AT+H", "hex": "fF 00", "echo": true ; AT+H ; \xff\0
+@wcn ; "request": "AT+HB", "hex": "0102", "bytes": 5 ; AT+HB ; \1\2\1\2\1
+@wcn ; "request": "CUT", "answer": "abc", "bytes": 2 ; CUT ; ab
+@wcn ; "request": "RUN", "answer": "abc", "bytes": 100000, "pieces": 70001 ; RUN ; abc*100000
+@wcn ; "request": "NONE", "answer": "abc", "bytes": 0 ; NONE ;
+@wcn ; "request": "MUTE", "answer": "abc", "silent": true ; MUTE ;
+@wcn ; "request": "LAST", "answer": "bye", "close": true ; LAST ; bye
+@wcn ; "request": "GO", "silent": true, "close": true ; GO ;
+@wcn ; "request": "SLOW", "answer": "x", "delay": 300 ; AT+HOT ; \r\nERROR\r\n
+@wcn ; "request": "DRIP", "answer": "xyz", "pieces": 1, "pause": 150 ; DRIP ; xyz
+@start ; "answer": ".", "echo": true ; AT+1AT+22AT+ ; AT+1.AT+22.AT+.
+@start ; ; xAT+1 ; x.AT+1.
+@modem ; "prefix": "A", "answer": ".", "echo": true ; A\r\nAB\r\n\r\nA ; A\r\n.AB\r\n.\r\nERROR\r\n
+@pcba ; "request": "AT+PCBA?", "answer": "3.1" ; AT+PCBA? ; \0\0\0\0\x08\0\0\0AT+PCBA?\3\0\0\x003.1
+@pcba ; "request": "AT+R", "result": -2147483648 ; AT+R ; \0\0\0\x80\4\0\0\0AT+R\0\0\0\0
+@pcba ; "request": "AT+N", "answer": "x", "echo": false ; AT+N ; \0\0\0\0\0\0\0\0\1\0\0\0x
+@pcba ; "request": "A", "answer": "x", "request-length": -1, "response-length": 9 ; A ; \0\0\0\0\xff\xff\xff\xffA\t\0\0\0x
+@pcba ; "request": "AT+H", "hex": "FF", "result": 3 ; AT+H ; \xff
+@pcba ; "request": "\\\t\u007f", "hex": "00", "bytes": 300 ; \\\t\x7f ; \0*300
+@pcba ; ; AT+X ; \x73\x17\0\0\4\0\0\0AT+X\0\0\0\0
+"""
+ROWS = [re.split(" ?; ?", line) for line in TABLE.split("\n")[1:-1]]
+
+
+def script():
+    """With a byte-order mark, as some editors write."""
+    roles = []
+    for name, members in ROLES.items():
+        answers = ", ".join(f"{{{row[1]}}}" for row in ROWS if row[0] == name and row[1])
+        roles.append(f'{{{members}, "socket": "{name}", "answers": [{answers}]}}')
+    return f'\ufeff{{"roles": [{", ".join(roles)}]}}'
 
 
 def start(bench, roles, *options, ready="ready"):
@@ -72,27 +63,33 @@ def start(bench, roles, *options, ready="ready"):
 
 
 def test_answers_follow_the_script(bench):
-    start(bench, SCRIPT, ready="ready @wcn @start @modem @pcba @report\n")
-    for name, request, answer in ROWS:
+    peer = start(bench, script(), "--log", ready="ready @wcn @start @modem @pcba @report\n")
+    for name, _, request, came in ROWS:
+        text, _, size = came.encode().decode("unicode_escape").partition("*")
         with Station(name) as kelp:
-            kelp.exactly(request, answer)
+            kelp.write(request.encode().decode("unicode_escape"))
             if request not in ("LAST", "GO"):
                 kelp.half_close()
-            assert (name, request, kelp.receive_to_end()) == (name, request, b"")
+            expected = (text * int(size))[: int(size)] if size else text
+            assert (request, kelp.receive_to_end()) == (request, expected.encode("latin-1"))
+    who = f"board#{len(ROWS) - 1} "
+    lines = ["connected", "< \\\\\\t\\x7F", "> " + "\\x00" * 256 + "... (300 bytes)", "closed"]
+    assert "".join(f"{who}{line}\n" for line in lines) in peer.text()
+    assert "> " + "abc" * 85 + "a... (100000 bytes)\n" in peer.text()
 
 
 def test_the_record_of_the_library_is_the_same():
-    assert pack_record("AT+PCBA?", "3.1") == bytes.fromhex(PCBA)
-    assert unpack_record(bytes.fromhex(PCBA)) == (0, b"AT+PCBA?", b"3.1")
-    assert unpack_record(pack_record("", "x", 5)) == (5, b"", b"x")
-    for wrong in (PCBA[:-2], PCBA + "00", "00000000 F8FFFFFF 00000000 00", ""):
+    record = bytes.fromhex("73170000 02000000 4154 03000000 332E31")
+    assert pack_record("AT", "3.1", 6003) == record
+    assert unpack_record(record) == (6003, b"AT", b"3.1")
+    for wrong in (record[:-1], record + b"0", b"\0\0\0\0\xf8\xff\xff\xff\0\0\0\0\0", b""):
         with pytest.raises(Exception, match="length|buffer"):
-            unpack_record(bytes.fromhex(wrong))
+            unpack_record(wrong)
 
 
 def test_times(bench):
     """Each is waited for at least; answers keep the order of their requests."""
-    peer = start(bench, SCRIPT, "--log")
+    peer = start(bench, script(), "--log")
     begin = time.monotonic()
     with Station("@report") as modem, Station("@wcn") as kelp:
         for station, sent, came, seconds in [
@@ -105,23 +102,10 @@ def test_times(bench):
             assert time.monotonic() - begin >= seconds
         kelp.write("SLOW")
         peer.wait_for("< SLOW", 2)
-        kelp.exactly("AT", "x" + OK)
+        kelp.exactly("AT", "x\r\nOK\r\n")
         reports = modem.receive_to_end()
         assert reports == b"B" * (len(reports) - 4) + b"last"
         assert len(reports) <= 4 + 5  # missed ones are not sent later
-
-
-def test_the_log(bench):
-    role = (
-        '{"role": "pcba", "name": "board", "socket": "s", "answers": [{"hex": "00", "bytes": 300}]}'
-    )
-    peer = start(bench, f'{{"roles": [{role}]}}', "--log", ready="ready s\n")
-    with Station("./s") as kelp:
-        kelp.exactly("\\\t\x7f" + "x" * 300, b"\0" * 300)
-    peer.wait_for("board#1 closed\n")
-    shown = "\\\\\\t\\x7F" + "x" * 253 + "... (303 bytes)"
-    lines = ["connected", f"< {shown}", "> " + "\\x00" * 256 + "... (300 bytes)", "closed"]
-    assert peer.text().splitlines()[1:] == [f"board#1 {line}" for line in lines]
 
 
 def test_requests_wait_while_answers_wait(bench):

@@ -1,5 +1,6 @@
 #include "peer/peerlog.h"
 
+#include <algorithm>
 #include <cstdio>
 
 #include "common/text.h"
@@ -28,8 +29,8 @@ void PeerLog::Answer(const std::string& who, std::string_view bytes, uint64_t to
     if (!mEnabled || total == 0) {
         return;
     }
-    std::string text = "> " + Printable(bytes.substr(0, total), kShownBytes);
-    if (total > bytes.size()) {
+    std::string text = "> " + Printable(bytes.substr(0, std::min<uint64_t>(total, kShownBytes)));
+    if (total > kShownBytes) {
         text += "... (" + std::to_string(total) + " bytes)";
     }
     Line(who, text);
