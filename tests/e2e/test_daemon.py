@@ -8,19 +8,13 @@ from pathlib import Path
 import pytest
 from kelptest import Failure, Line, Peer, Station, wait_until
 
-CONFIG = {
-    "console": {"tcp": {"active": True}},
-    "module": {
-        "support-modules": ["bench"],
-        "interaction": {"bench": {"path": "kelp-test-bench"}},
-        "whitelist": {"bench": ["AT+B"]},
-    },
-}
+MODULE = {"interaction": {"wcn": {"path": "kelp-test-wcn"}}, "whitelist": {"wcn": ["AT+B"]}}
+CONFIG = {"console": {"tcp": {"active": True}}, "module": MODULE}
 
 
 def test_all_consoles(bench, pty):
     master, device = pty
-    peer = bench.peer("@kelp-test-bench", lambda request: b"<" + request + b">")
+    peer = bench.peer("@kelp-test-wcn", lambda request: b"<" + request + b">")
     kelp = bench.daemon({**CONFIG, "console": {"usb": {"active": True, "route": device}}})
     with kelp.station("tcp") as tcp, kelp.station("local") as local:
         for station in (tcp, local, Station(Line(os.dup(master)))):
@@ -37,7 +31,7 @@ def test_all_consoles(bench, pty):
 def test_everything_ends_within_a_second(bench):
     ignore = "import signal, time; signal.signal(15, signal.SIG_IGN); print(1, flush=True); time.sleep(99)"
     deaf = bench.run(sys.executable, "-c", ignore, ready="1")
-    peer = bench.peer("@kelp-test-bench", lambda request: time.sleep(99))
+    peer = bench.peer("@kelp-test-wcn", lambda request: time.sleep(99))
     kelp = bench.daemon(CONFIG)
     with kelp.station() as station:
         station.send("AT+B")
@@ -64,19 +58,17 @@ def test_an_error_in_an_answer_is_raised():
 
 
 def test_a_daemon_dies_with_its_test(bench):
-    code = (
-        f"import kelptest, os; print('pid', kelptest.Daemon({CONFIG}).pid, flush=True); os.abort()"
-    )
+    code = f"import os, kelptest as k; print('pid', k.Daemon({CONFIG}).pid, flush=True); os.abort()"
     process = bench.run(sys.executable, "-c", code, ready="pid ")
     pid = process.text().split()[1]
     wait_until(lambda: process.status is not None)
     wait_until(lambda: not os.path.exists(f"/proc/{pid}/exe"))
 
 
-def test_a_failure_shows_the_output(bench, tmp_path):
-    lines = ['pytest_plugins = ["kelptest.plugin"]', "def test_it(bench):"]
-    lines.append(f"    bench.daemon({CONFIG}).wait_for('none', timeout=0.1)")
-    Path("test_it.py").write_text("\n".join(lines))
+def test_a_failure_shows_the_output(bench):
+    call = f"bench.daemon({CONFIG}).wait_for('none', timeout=0.1)"
+    test = f'pytest_plugins = ["kelptest.plugin"]\ndef test_it(bench):\n    {call}'
+    Path("test_it.py").write_text(test)
     words = [sys.executable, "-m", "pytest", "-p", "no:cacheprovider", "test_it.py"]
     run = subprocess.run(words, capture_output=True, text=True)
     assert run.returncode == 1
