@@ -255,6 +255,9 @@ def test_wrong_options(run, row):
     for arguments in map(str.split, cases):
         expected = f"kelp-send: {said.replace('%', (arguments or [''])[0])}\n{hint}"
         assert run("KELP_SEND", *arguments) == (64, b"", expected)
+        if "neither" in said:
+            with pytest.raises(ValueError, match="is neither"):
+                open_line(arguments[0], 1)
 
 
 @pytest.mark.parametrize("status, said", [(0, ""), (3, "the connection ended\r\n")])

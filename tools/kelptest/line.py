@@ -69,9 +69,9 @@ def open_line(target: str, timeout: float) -> Line:
     try:
         if "/" in target and target[0] != "@" and stat.S_ISCHR(os.stat(target).st_mode):
             return _open_tty(target)
-        if "/" in target or target.startswith("@"):
+        if "/" in target or re.match("@.", target):
             return _connect_local("\0" + target[1:] if target[0] == "@" else target, timeout)
-        host, _, port = target.rpartition(":")
+        host, _, port = target.partition(":")
         if re.fullmatch(r"(\d+\.){3}\d+", target):
             host, port = target, _DEFAULT_PORT
         if not (host and port.isdecimal() and 0 < int(port) < 65536):

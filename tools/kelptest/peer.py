@@ -6,6 +6,8 @@ import socket
 import struct
 import threading
 import time
+from contextlib import suppress
+from pathlib import Path
 from typing import Any, Callable, Iterable, NamedTuple, Optional, Union
 
 from kelptest.wait import Text, encoded, wait_until
@@ -41,6 +43,11 @@ def unpack_record(data: bytes) -> Record:
     if size < 0 or len(data) != 12 + size + length:
         raise ValueError(f"lengths {size} and {length} in {len(data)} bytes")
     return Record(result, data[8 : 8 + size], data[12 + size :])
+
+
+def _end_calls(each: socket.socket) -> None:
+    with suppress(OSError):  # it may not be connected any more
+        each.shutdown(socket.SHUT_RDWR)
 
 
 class Peer:
@@ -96,15 +103,14 @@ class Peer:
     def close(self) -> None:
         """Ends all connections and removes the socket."""
         if self._path and self._listener.fileno() >= 0:
-            os.unlink(self._path)
+            Path(self._path).unlink(missing_ok=True)
         deadline = time.monotonic() + _STOP_SECONDS
+        _end_calls(self._listener)
+        self._threads[0].join(_STOP_SECONDS)  # no more connections after that
         with self._lock:
             sockets, threads = [self._listener, *self._clients], list(self._threads)
-        for each in sockets:  # ends the calls in progress
-            try:
-                each.shutdown(socket.SHUT_RDWR)
-            except OSError:
-                pass
+        for each in sockets:
+            _end_calls(each)
         for thread in threads:
             thread.join(max(deadline - time.monotonic(), 0))
         for each in sockets:
