@@ -69,7 +69,7 @@ class Peer:
         self._listener = socket.socket(socket.AF_UNIX)
         # A relative path, because that of a test's directory may be too long for a socket.
         self._listener.bind(name if self._path else "\0" + name[1:])
-        self._listener.listen(16)
+        self._listener.listen(128)
         self._threads = [threading.Thread(target=self._accept, daemon=True)]
         self._threads[0].start()
 
