@@ -15,6 +15,7 @@ from kelptest import Failure, Last, Line, Station, open_line, wait_until
 # A command, what the peer answers to it ("|" between pieces that arrive one after the other, "END" for
 # the end of the connection), and outcomes of kelp-send, each with its options.
 TABLE = r"""
+MUTE  |               late
 OK    1\r\nOK\r\n    ok ; ok --expect 1 --expect O ; other --expect 1 --expect y ; other --expect-error 1
 BAD   x\r\nERROR\r\n error ; ERROR --expect x ; ok --expect-error x
 BAD2  x\r\nERROR\r\n other --expect-error x --expect-error y
@@ -29,7 +30,6 @@ OFF   Invalid\x20descriptor    ERROR --expect Inv ; ok --expect-error Inv
 CUT   \r\n12Normal\x20error   error
 Z=2   Z=2\r\n\r\n+Z:Unsupport\x20command\r\n\r\nOK\r\n ERROR --expect Z ; ok --expect-error Z:Un ; other --expect-error =2
 SLOW  ||||||||||late\r\nOK\r\n ok
-MUTE  |               late
 ECHO  ECHO            late --quiet 1 --expect E
 AT+HA \r\nAT+H        late
 FIRST FIRST|\r\nERROR\r\n ERROR --quiet 2000 --expect F
