@@ -23,8 +23,9 @@ class LogRecord(NamedTuple):
 
 
 class Daemon(Process):
-    """The program `kelp` (on PATH or in /usr/sbin), or $KELP_DAEMON. Its files are `kelp.json` and `kelp.log` in `directory`,
-    in which it runs, so that paths in the configuration may be relative.
+    """The program `kelp` (on PATH or in /usr/sbin), or $KELP_DAEMON, an absolute path. Its files are
+    `kelp.json` and `kelp.log` in `directory`, in which it runs, so that paths in the configuration may
+    be relative.
 
     Members that the configuration lacks are added: CR LF at the end of commands, and of the consoles
     "usb" and "uart" off, and "tcp" on at a free port of 127.0.0.1. The constructor returns when the

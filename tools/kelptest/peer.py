@@ -70,8 +70,9 @@ class Peer:
         # A relative path, because that of a test's directory may be too long for a socket.
         self._listener.bind(name if self._path else "\0" + name[1:])
         self._listener.listen(128)
-        self._threads = [threading.Thread(target=self._accept, daemon=True)]
-        self._threads[0].start()
+        self._threads: list[threading.Thread] = []  # that serve, and are not yet joined
+        self._accepting = threading.Thread(target=self._accept, daemon=True)
+        self._accepting.start()
 
     def __enter__(self) -> Peer:
         return self
@@ -106,9 +107,10 @@ class Peer:
             Path(self._path).unlink(missing_ok=True)
         deadline = time.monotonic() + _STOP_SECONDS
         _end_calls(self._listener)
-        self._threads[0].join(_STOP_SECONDS)  # no more connections after that
+        self._accepting.join(_STOP_SECONDS)  # no more connections after that
         with self._lock:
-            sockets, threads = [self._listener, *self._clients], list(self._threads)
+            sockets, threads = [self._listener, *self._clients], self._threads
+            self._threads = []
         for each in sockets:
             _end_calls(each)
         for thread in threads:
@@ -134,7 +136,8 @@ class Peer:
                 while self._exchange(client):
                     pass
             except BaseException as error:
-                self._errors.append(error)
+                with self._lock:
+                    self._errors.append(error)
 
     def _exchange(self, client: socket.socket) -> bool:
         """False when nothing more is to be exchanged, also because the other side has left."""
