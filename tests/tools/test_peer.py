@@ -147,6 +147,7 @@ def test_sockets(bench, run):
 BEGIN = '{"roles": [{"role": "wcn", "socket": "@x", "answers": [\n'
 WRONG = r"""
 1:16: not valid JSON :{  "roles": [ {,} ] }
+1:1: must be an object :[]
 1:15: unknown key "rolls" :{"roles": [], "rolls": 1}
 1:11: must be an array :{"roles": {}}
 1:12: must be an object :{"roles": [1]}
