@@ -37,6 +37,7 @@ def test_everything_ends_within_a_second(bench):
             assert time.monotonic() - begin < 1
         assert station.receive_to_end() == b""
     assert (kelp.status, deaf.status) == (-15, -9)
+    Peer("@kelp-test-wcn", print).close()  # the name is free again
 
 
 @pytest.mark.parametrize("size, timeout, said", [(6, 0.5, "in time"), (99999, 30, "a flood")])

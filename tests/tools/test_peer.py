@@ -27,13 +27,13 @@ TABLE = r"""
 @wcn ; "request": "AT+H", "hex": "fF 00", "echo": true ; AT+H ; \xff\0
 @wcn ; "request": "AT+HB", "hex": "0102", "bytes": 5 ; AT+HB ; \1\2\1\2\1
 @wcn ; "request": "CUT", "answer": "abc", "bytes": 2 ; CUT ; ab
-@wcn ; "request": "RUN", "answer": "abc", "bytes": 100000, "pieces": 70001 ; RUN ; abc*100000
+@wcn ; "request": "RUN", "answer": "abc", "bytes": 300000, "pieces": 1 ; RUN ; abc*300000
 @wcn ; "request": "NONE", "answer": "abc", "bytes": 0 ; NONE ;
 @wcn ; "request": "MUTE", "answer": "abc", "silent": true ; MUTE ;
 @wcn ; "request": "LAST", "answer": "bye", "close": true ; LAST ; bye
 @wcn ; "request": "GO", "silent": true, "close": true ; GO ;
 @wcn ; "request": "SLOW", "answer": "x", "delay": 300 ; AT+HOT ; \r\nERROR\r\n
-@wcn ; "request": "DRIP", "answer": "xyz", "pieces": 1, "pause": 150 ; DRIP ; xyz
+@wcn ; "request": "DRIP", "answer": "vwxyz", "pieces": 2, "pause": 150 ; DRIP ; vwxyz
 @start ; "answer": ".", "echo": true ; AT+1AT+22AT+ ; AT+1.AT+22.AT+.
 @start ; ; xAT+1 ; x.AT+1.
 @modem ; "prefix": "A", "answer": ".", "echo": true ; A\r\nAB\r\n\r\nA ; A\r\n.AB\r\n.\r\nERROR\r\n
@@ -74,7 +74,7 @@ def test_answers_follow_the_script(bench):
     who = f"board#{len(ROWS) - 1} "
     lines = ["connected", "< \\\\\\t\\x7F", "> " + "\\x00" * 256 + "... (300 bytes)", "closed"]
     assert "".join(f"{who}{line}\n" for line in lines) in peer.text()
-    assert "> " + "abc" * 85 + "a... (100000 bytes)\n" in peer.text()
+    assert "> " + "abc" * 85 + "a... (300000 bytes)\n" in peer.text()
 
 
 def test_the_library_refuses_a_wrong_record():
@@ -93,7 +93,7 @@ def test_times(bench):
             (modem, "", "AB", 0.19),
             (modem, "", "B", 0.39),
             (kelp, "SLOW", "x", 0.68),  # in whole milliseconds
-            (kelp, "DRIP", "xyz", 0.97),
+            (kelp, "DRIP", "vwxyz", 0.97),
         ]:
             station.exactly(sent, came)
             assert time.monotonic() - begin >= seconds

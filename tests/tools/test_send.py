@@ -138,8 +138,8 @@ def test_series(bench, run):
     ]:
         assert run("KELP_SEND", "@peer", *arguments, stdin="OK\n") == (status, answers, "")
     for file, said in [("/none", "No such file or directory"), ("-", "no command in it")]:
-        expected = (66, b"", f"kelp-send: {file}: {said}\n")
-        assert run("KELP_SEND", "@peer", "--file", file) == expected
+        said = f"kelp-send: {file}: {said}\n"
+        assert run("KELP_SEND", "@peer", "--file", file) == (66, b"", said)
     assert os.waitstatus_to_exitcode(os.system("$KELP_SEND @peer OK >/dev/full")) == 74
 
 
@@ -221,9 +221,8 @@ def test_a_late_answer_does_not_count_for_the_next_command(bench, run, pty):
         wait_until(lambda: program.status is not None)
         said = [f"kelp-send: {command}: no complete answer in time" for command in "AB"]
         assert program.text() == said[0] + "\n\r\nlate\r\nOK\r\n\r\nB\r\nOK\r\n"
-        said[1] += "; it was not sent, because an earlier answer is overdue"
-        both = (2, b"", "\n".join(said) + "\n")
-        assert run("KELP_SEND", device, "--timeout=0.3", "A", "B") == both
+        said[1] += "; it was not sent, because an earlier answer is overdue\n"
+        assert run("KELP_SEND", device, "--timeout=0.3", "A", "B") == (2, b"", "\n".join(said))
         console.receive(3)
         with Station(device, timeout=0.3) as station:
             for command in "AB":  # the second is not sent
