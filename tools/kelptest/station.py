@@ -168,9 +168,9 @@ class Station:
         deadline = self._deadline(timeout)
         quiet = _QUIET if self._quiet is None else self._quiet
         quiet_at, late = time.monotonic() + quiet, False
+        self._overdue = command  # also if this ends with a failure
         while not is_final(bytes(self._input[-2048:]), command) and not self._ended:
             if late:
-                self._overdue = command
                 hint = "; without a result line it needs `quiet`" if self._heard(command) else ""
                 raise self._failure(f"{shown(command)}: no complete answer in time{hint}")
             now = time.monotonic()
@@ -181,9 +181,9 @@ class Station:
                 break
             elif not late:
                 self._line.wait((deadline if now >= quiet_at else min(quiet_at, deadline)) - now)
+        self._overdue = None
         if not self._heard(command):
             raise self._failure(f"{shown(command)}: the connection ended without an answer")
-        self._overdue = None
         return self._take(len(self._input))
 
     def _heard(self, command: bytes) -> bool:
@@ -211,6 +211,7 @@ class Station:
         self._input += data
         self._note("came", data)
         if len(self._input) > _MAX_INPUT:
+            self._input.clear()
             raise self._failure("a flood")
         return not self._ended
 
