@@ -3,9 +3,8 @@ from __future__ import annotations
 
 import os
 import time
-from typing import Callable, Optional, TypeVar, Union
+from typing import Callable, Optional, Union
 
-T = TypeVar("T")
 Text = Union[bytes, str]
 
 # Of every wait for which the caller gives no time-out, in seconds.
@@ -34,17 +33,16 @@ def deadline_after(timeout: Optional[float]) -> float:
 
 
 def wait_until(
-    condition: Callable[[], T],
+    condition: Callable[[], object],
     timeout: Optional[float] = None,
     what: Callable[[], str] = lambda: "the condition",
-) -> T:
-    """Calls `condition` until its result is true, and returns that. `what` is for the failure."""
+) -> None:
+    """Calls `condition` until its result is true. `what` is for the failure."""
     deadline = deadline_after(timeout)
     while True:
         last = time.monotonic() >= deadline
-        result = condition()
-        if result:
-            return result
+        if condition():
+            return
         if last:
             raise Failure(f"not in time: {what()}")
         time.sleep(_PAUSE)
