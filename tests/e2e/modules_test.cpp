@@ -12,7 +12,6 @@ namespace kelp::test {
 namespace {
 
 using Modem = Bench;
-using Pcba = Bench;
 using Modules = Bench;
 
 // Pushes `first`, then a few bytes every 5 ms while `what` runs. Returns the duration of `what` in
@@ -44,14 +43,12 @@ TEST_F(Modem, MessagesGoToTheLastSender) {
         ASSERT_TRUE(usb.Answers("at+m2\r\n", "<modem:at+m2\r\n>"));
         ASSERT_TRUE(other.Answers("AT+M3\r\n", "<modem:AT+M3\r\n>"));
     }
-    for (const std::string& report : {std::string("\r\nRING\r\n"), std::string(300000, 'r')}) {
+    for (const std::string& report : {std::string(300000, 'r'), std::string("\r\nRING\r\n")}) {
         ASSERT_TRUE(modem->Push(report));
         EXPECT_TRUE(other.Answers("", report));
+        other.HalfClose();  // what follows still arrives
+        ASSERT_TRUE(mKelp->WaitForLog("tcp-->ioctl read error.errno->5\n", 2));
     }
-    other.HalfClose();
-    ASSERT_TRUE(mKelp->WaitForLog("tcp-->ioctl read error.errno->5\n", 2));
-    ASSERT_TRUE(modem->Push("late"));
-    EXPECT_TRUE(other.Answers("", "late"));
     // For a console that is off, nothing is written.
     ASSERT_TRUE(tcp.Answers("AT+M4\r\n", "<modem:AT+M4\r\n>"));
     ASSERT_TRUE(usb.Answers("ZAT+TCP=0\r\n", Ok("ZAT+TCP=0")));
@@ -114,18 +111,16 @@ TEST_F(Modem, AnAbsentDaemonIsTriedOnceASecond21Times) {
     Station station = Tcp();
     EXPECT_TRUE(station.Answers("AT+M\r\nX\r\n", Unsupported("X")));
     // A daemon that appears later gets every request, although its messages are dropped.
-    std::atomic<int> lines{0};
     std::unique_ptr<Peer> modem;
     for (int i = 0; i < 400; ++i) {
         if (i % 100 == 0) {
             modem.reset();
-            modem = Daemon("modem", [&](const std::string& requests) {
-                lines += Occurrences(requests, "\r\n");
-                return Peer::Answer{std::string(4000, 'm')};
-            });
+            modem = Daemon("modem",
+                           [](const std::string&) { return Peer::Answer{std::string(4000, 'm')}; });
         }
-        ASSERT_TRUE(station.Answers("AT+M\r\nX\r\n", Unsupported("X")));
-        ASSERT_TRUE(WaitUntil([&] { return lines == i + 1; }));
+        const std::string request = "AT+M" + std::to_string(i) + "\r\n";
+        ASSERT_TRUE(station.Answers(request + "X\r\n", Unsupported("X")));
+        ASSERT_TRUE(modem->WaitForRequest(request));
     }
     modem.reset();  // one more request closes the daemon's end
     EXPECT_TRUE(station.Answers("AT+M\r\nX\r\n", Unsupported("X")));
@@ -150,6 +145,20 @@ std::string Value(const std::string& request, const std::string& line) {
 std::string Mismatch(const std::string& request) {
     return request + "\r\n\r\n6012\r\n\r\nERROR\r\n";
 }
+
+class Pcba : public Bench {
+  protected:
+    // Sends a request and waits until mDaemon has read it.
+    bool Ask(Station& station, const std::string& request, int times = 1) const {
+        const size_t taken = mDaemon->Taken() + request.size() * static_cast<size_t>(times);
+        for (int i = 0; i < times; ++i) {
+            EXPECT_TRUE(station.Send(request + "\r\n"));
+        }
+        return WaitUntil([&] { return mDaemon->Taken() == taken; });
+    }
+
+    std::unique_ptr<Peer> mDaemon;
+};
 
 TEST_F(Pcba, FormatsRecords) {
     const std::string req = "AT+P?", error = "\r\n\r\nERROR\r\n";
@@ -185,8 +194,7 @@ TEST_F(Pcba, FormatsRecords) {
     std::string bytes;
     bool close = false;
     const auto script = [&](const std::string&) { return Peer::Answer{bytes, close}; };
-    auto daemon = Daemon("pcba", script);
-    const auto fm = Daemon("fm", script);
+    auto daemon = Daemon("pcba", script), fm = Daemon("fm", script);
     StartWith("\"AT+P\"", "\"A\"");
     Station station = Tcp();
     for (const auto& row : rows) {
@@ -210,20 +218,17 @@ TEST_F(Pcba, AnswersEachConsoleInRequestOrder) {
         const auto daemon = Daemon("pcba", [](const std::string& requests) {
             std::string records;
             for (size_t i = 0; i + 8 <= requests.size(); i += 8) {
-                records += Record(requests.substr(i, 8), "v" + requests.substr(i, 8).substr(5));
+                records += Record(requests.substr(i, 8), requests.substr(i + 5, 3));
             }
             return Peer::Answer{records};
         });
         Start(keepAlive);
         Station stations[] = {Tcp(), Station::Local()};
-        std::string requests[2], answers[2];
-        for (int i = 0; i < 200; ++i) {
-            const std::string number = std::to_string(100 + i);
-            requests[i % 2] += "AT+P=" + number + "\r\n";
-            answers[i % 2] += Value("AT+P=" + number, "+P:v" + number);
-        }
-        for (int i = 0; i < 2; ++i) {
-            ASSERT_TRUE(stations[i].Send(requests[i]));
+        std::string answers[2];
+        for (int i = 100; i < 300; ++i) {
+            const std::string request = "AT+P=" + std::to_string(i);
+            ASSERT_TRUE(stations[i % 2].Send(request + "\r\n"));
+            answers[i % 2] += Value(request, "+P:" + std::to_string(i));
         }
         for (int i = 0; i < 2; ++i) {
             EXPECT_TRUE(stations[i].Answers("", answers[i]));
@@ -234,38 +239,31 @@ TEST_F(Pcba, AnswersEachConsoleInRequestOrder) {
 
 TEST_F(Pcba, SurplusRecordsReachNoClient) {
     const std::string req = "AT+P=1";
-    std::atomic<size_t> taken{0};
-    const auto daemon = Daemon("pcba", [&](const std::string& request) {
-        taken += request.size();
-        return Peer::Answer{};
-    });
+    const struct {
+        int requests;
+        std::string records, answers;
+        int connections;
+    } rows[] = {
+        // Damaged: the connection is given up.
+        {2, Int(0) + Text(req) + Int(10) + "ab", Mismatch(req) + Mismatch(req), 1},
+        {1, Record(req, "1") + Record(req, "1"), Value(req, "+P:1"), 2},  // one too many
+        {1, Record(req, "2"), Value(req, "+P:2"), 2},
+        // A surplus record among pending requests: the others get their answers, then the
+        // connection ends.
+        {3, Record("AT+P=0", "0") + Record(req, "3") + Record(req, "4") + Record(req, "5"),
+         Mismatch(req) + Value(req, "+P:3") + Value(req, "+P:4"), 2},
+        {1, Record(req, "6"), Value(req, "+P:6"), 3},
+    };
+    mDaemon = Daemon("pcba", Silent());
     Start(true);
     Station station = Tcp();
-    const auto ask = [&](int times, const std::string& records) {
-        const size_t before = taken;
-        for (int i = 0; i < times; ++i) {
-            EXPECT_TRUE(station.Send(req + "\r\n"));
-        }
-        EXPECT_TRUE(WaitUntil([&] { return taken == before + req.size() * times; }));
-        EXPECT_TRUE(daemon->Push(records));
-    };
-    const auto get = [&](const std::string& answer) { EXPECT_TRUE(station.Answers("", answer)); };
-    ask(2, Int(0) + Text(req) + Int(10) + "ab");  // damaged: the connection is given up
-    get(Mismatch(req) + Mismatch(req));
-    ask(1, Record(req, "1") + Record(req, "1"));  // one too many
-    get(Value(req, "+P:1"));
-    ask(1, Record(req, "2"));
-    get(Value(req, "+P:2"));
-    EXPECT_EQ(daemon->Connections(), 2);
+    for (const auto& row : rows) {
+        ASSERT_TRUE(Ask(station, req, row.requests));
+        EXPECT_EQ(mDaemon->Connections(), row.connections);
+        ASSERT_TRUE(mDaemon->Push(row.records));
+        EXPECT_TRUE(station.Answers("", row.answers));
+    }
     EXPECT_EQ(mKelp->Logged(" E KELP    : DropStaleBytes: pcba-->dropped "), 1);
-    // A surplus record among pending requests: the others get their answers, then the connection
-    // ends.
-    ask(3, Record("AT+P=0", "0") + Record(req, "3") + Record(req, "4") + Record(req, "5"));
-    get(Mismatch(req) + Value(req, "+P:3") + Value(req, "+P:4"));
-    ask(1, "");
-    EXPECT_TRUE(WaitUntil([&] { return daemon->Connections() == 3; }));
-    ASSERT_TRUE(daemon->Push(Record(req, "6")));
-    get(Value(req, "+P:6"));
 }
 
 TEST_F(Pcba, TheTimeOutCoversTheWholeRecord) {
@@ -292,22 +290,14 @@ TEST_F(Pcba, TheTimeOutCoversTheWholeRecord) {
 }
 
 TEST_F(Pcba, PendingRequestsAreBoundedAndBlockNoConsole) {
-    std::atomic<size_t> taken{0};
     std::atomic<bool> deaf{false};
-    const auto daemon = Daemon("pcba", [&](const std::string& request) {
-        taken += request.size();
+    mDaemon = Daemon("pcba", [&](const std::string&) {
         WaitUntil([&] { return !deaf; });
         return Peer::Answer{};
     });
     StartWith(R"("timeout": 1)", R"("timeout": 20)");
     Station usb = Station::Line(mUsb.Master()), local = Station::Local(), tcp = Tcp();
-    const auto asked = [&](Station& station, const std::string& request) {
-        const size_t all = taken + request.size();
-        return station.Send(request + "\r\n") && WaitUntil([&] { return taken == all; });
-    };
-    for (int i = 0; i < 256; ++i) {
-        ASSERT_TRUE(asked(usb, "AT+P=1"));
-    }
+    ASSERT_TRUE(Ask(usb, "AT+P=1", 256));
     for (int i = 0; i < 2; ++i) {
         EXPECT_TRUE(tcp.Answers("AT+P=2\r\n", Mismatch("AT+P=2")));
     }
@@ -315,18 +305,18 @@ TEST_F(Pcba, PendingRequestsAreBoundedAndBlockNoConsole) {
     // Requests of a console that is off no longer count, but their records are still consumed.
     ASSERT_TRUE(local.Answers("ZAT+USB=0\r\n", Ok("ZAT+USB=0")));
     ASSERT_TRUE(mKelp->WaitForLog("usb deactive communication\n"));
-    ASSERT_TRUE(asked(tcp, "AT+P=3"));
+    ASSERT_TRUE(Ask(tcp, "AT+P=3"));
     for (int i = 0; i < 256; ++i) {
-        ASSERT_TRUE(daemon->Push(Record("AT+P=1", "1")));
+        ASSERT_TRUE(mDaemon->Push(Record("AT+P=1", "1")));
     }
-    ASSERT_TRUE(daemon->Push(Record("AT+P=3", "3")));
+    ASSERT_TRUE(mDaemon->Push(Record("AT+P=3", "3")));
     EXPECT_TRUE(tcp.Answers("", Value("AT+P=3", "+P:3")));
-    EXPECT_EQ(daemon->Connections(), 2);  // one from the first start
+    EXPECT_EQ(mDaemon->Connections(), 2);  // one from the first start
     // Bytes are limited too; a single request may exceed the limit.
     const std::string large = "AT+P" + std::string(5 << 20, 'x');
-    ASSERT_TRUE(asked(local, large));
+    ASSERT_TRUE(Ask(local, large));
     EXPECT_TRUE(tcp.Answers("AT+P=4\r\n", Mismatch("AT+P=4")));
-    ASSERT_TRUE(daemon->Push(Record(large, "").substr(0, 8)));  // damaged
+    ASSERT_TRUE(mDaemon->Push(Record(large, "").substr(0, 8)));  // damaged
     EXPECT_TRUE(local.Answers("", Mismatch(large)));
     // A request that the daemon does not read within a second is refused, on both consoles.
     deaf = true;
@@ -339,27 +329,18 @@ TEST_F(Pcba, PendingRequestsAreBoundedAndBlockNoConsole) {
     }
     EXPECT_LT(MonotonicMs() - begin, KELP_SANITIZED ? 5000 : 1900);
     deaf = false;
-    ASSERT_TRUE(tcp.Send("AT+P=5\r\n") && daemon->WaitForRequest("AT+P=5"));
-    ASSERT_TRUE(daemon->Push(Record("AT+P=5", "5")));
+    ASSERT_TRUE(tcp.Send("AT+P=5\r\n") && mDaemon->WaitForRequest("AT+P=5"));
+    ASSERT_TRUE(mDaemon->Push(Record("AT+P=5", "5")));
     EXPECT_TRUE(tcp.Answers("", Value("AT+P=5", "+P:5")));
 }
 
 // The clients leave by a reset after a half-close, which only their sockets tell.
 TEST_F(Pcba, RequestsLeftBehindDoNotCountAsPending) {
-    std::atomic<size_t> taken{0};
-    const auto daemon = Daemon("pcba", [&](const std::string& requests) {
-        taken += requests.size();
-        return Peer::Answer{};
-    });
+    mDaemon = Daemon("pcba", Silent());
     StartWith(R"("timeout": 1)", R"("timeout": 60)");
-    std::string requests;
-    for (int i = 0; i < 256; ++i) {
-        requests += "AT+P=1\r\n";
-    }
     for (int round = 1; round <= 16; ++round) {
         Station left = Tcp();
-        ASSERT_TRUE(left.Send(requests));
-        ASSERT_TRUE(WaitUntil([&] { return taken == static_cast<size_t>(round) * 256 * 6; }));
+        ASSERT_TRUE(Ask(left, "AT+P=1", 256));
         left.HalfClose();
         ASSERT_TRUE(mKelp->WaitForLog("tcp-->ioctl read error.errno->5\n", round));
         left.Reset();
@@ -369,7 +350,7 @@ TEST_F(Pcba, RequestsLeftBehindDoNotCountAsPending) {
 }
 
 TEST_F(Pcba, RequestsLeftBehindLeaveDescriptorsToTheConsoles) {
-    auto pcba = Daemon("pcba", Silent());
+    mDaemon = Daemon("pcba", Silent());
     const auto fm = Daemon("fm", Silent());
     StartWith(R"("timeout": 1)", R"("timeout": 60)", false);
     std::vector<Station> left;
@@ -391,11 +372,11 @@ TEST_F(Pcba, RequestsLeftBehindLeaveDescriptorsToTheConsoles) {
     for (Station& station : left) {
         station.Reset();
     }
-    ASSERT_TRUE(local.Send("AT+P2\r\n") && pcba->WaitForRequest("AT+P2"));
-    ASSERT_TRUE(pcba->Push(Record("AT+P2", "2")));
+    ASSERT_TRUE(local.Send("AT+P2\r\n") && mDaemon->WaitForRequest("AT+P2"));
+    ASSERT_TRUE(mDaemon->Push(Record("AT+P2", "2")));
     EXPECT_TRUE(local.Answers("", Value("AT+P2", "+P2:2")));
     // Kept connections add up when the daemon reads no more from them.
-    pcba.reset();
+    mDaemon.reset();
     const UniqueFd listener = ListenLocal(AddressOf(mDir.Path("pcba")));
     StartWith(R"("timeout": 1)", R"("timeout": 60)");
     std::vector<UniqueFd> kept;

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <fstream>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -25,14 +26,10 @@ class LogCapture : private TempDir {
     // The records since the last call, each as "S FUNCTION: TEXT" with S the letter of its severity
     // (D, I, E); other lines are returned unchanged.
     std::vector<std::string> Take() {
-        static constexpr char kTag[] = " KELP    : ";
+        static const std::regex kHeader("^.*?([DIE]) KELP    : ");
         std::vector<std::string> records;
         for (std::string line; std::getline(mFile, line);) {
-            const size_t tag = line.find(kTag);
-            if (tag != std::string::npos && tag > 0) {
-                line = line.substr(tag - 1, 2) + line.substr(tag + sizeof(kTag) - 1);
-            }
-            records.push_back(line);
+            records.push_back(std::regex_replace(line, kHeader, "$1 "));
         }
         mFile.clear();
         return records;

@@ -84,6 +84,7 @@ bool Peer::Serve(int fd) {
         MutexLock lock(mMutex);
         mLastRequest = request;
     }
+    mTaken += request.size();
     const Answer answer = mScript(request);
     return SendAll(fd, answer.bytes) && !answer.close;
 }
@@ -103,11 +104,6 @@ bool Peer::Push(const std::string& bytes) {
     WaitUntil([&] { return Connections() > 0; });
     MutexLock lock(mMutex);
     return !mClients.empty() && SendAll(mClients.back().Get(), bytes);
-}
-
-int Peer::Connections() const {
-    MutexLock lock(mMutex);
-    return mAccepted;
 }
 
 }  // namespace kelp::test

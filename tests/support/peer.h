@@ -1,6 +1,7 @@
 // A peer daemon on a local socket, simulated by a thread of the test.
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <string>
 #include <vector>
@@ -32,7 +33,8 @@ class Peer : private Runnable {
     bool WaitForRequest(const std::string& request);
     // Sends on the newest connection, also unsolicited; waits for the first connection.
     bool Push(const std::string& bytes);
-    int Connections() const;  // accepted so far
+    int Connections() const { return mAccepted; }  // accepted so far
+    size_t Taken() const { return mTaken; }        // bytes read so far
 
   private:
     void Run() override;
@@ -43,8 +45,9 @@ class Peer : private Runnable {
     const Script mScript;
     UniqueFd mListener;
 
-    mutable Mutex mMutex;
-    int mAccepted KELP_GUARDED_BY(mMutex) = 0;
+    std::atomic<int> mAccepted{0};
+    std::atomic<size_t> mTaken{0};
+    Mutex mMutex;
     std::string mLastRequest KELP_GUARDED_BY(mMutex);
     std::vector<UniqueFd> mClients KELP_GUARDED_BY(mMutex);
 

@@ -8,12 +8,9 @@
 namespace kelp::test {
 
 Pty::Pty() : mMaster(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)) {
-    char name[64] = {};
-    grantpt(mMaster.Get());
     unlockpt(mMaster.Get());
-    ptsname_r(mMaster.Get(), name, sizeof(name));
-    mDevice = name;
-    mSlave.Reset(open(name, O_RDWR | O_NOCTTY | O_CLOEXEC));
+    mDevice = ptsname(mMaster.Get());
+    mSlave.Reset(open(mDevice.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
     struct termios settings;
     tcgetattr(mSlave.Get(), &settings);
     cfmakeraw(&settings);

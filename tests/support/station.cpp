@@ -74,10 +74,7 @@ void Station::Reset() {
 }
 
 testing::AssertionResult Station::Answers(std::string_view request, std::string_view answer) {
-    if (!Send(request)) {
-        return testing::AssertionFailure() << "cannot send " << testing::PrintToString(request);
-    }
-    const std::string got = Receive(answer.size());
+    const std::string got = Send(request) ? Receive(answer.size()) : "(cannot send)";
     if (got == answer) {
         return testing::AssertionSuccess();
     }
