@@ -106,7 +106,7 @@ TEST_F(Faults, SlotsOfDeadStationsAreFreed) {
         std::vector<Station> stations;
         const auto fillSlots = [&] {
             while (stations.size() < 8) {
-                stations.push_back(stations.size() % 2 == 0 ? Tcp() : Station::Local());
+                stations.push_back(Connect(stations.size() % 2));
             }
             EXPECT_EQ(Tcp().ReceiveToEnd(), "");
             EXPECT_EQ(Station::Local().ReceiveToEnd(), "");

@@ -14,9 +14,8 @@ TEST_F(Relay, EveryConsoleReachesEveryModule) {
     for (const bool keepAlive : {false, true}) {
         const auto wcn = Wcn(), bench = Default();
         Start(keepAlive);
-        Station consoles[] = {Station::Line(mUsb.Master()), Station::Line(mUart.Master()), Tcp(),
-                              Station::Local()};
-        for (Station& station : consoles) {
+        for (const size_t console : {0, 1, 2, 3}) {
+            Station station = Connect(console);
             EXPECT_TRUE(station.Answers("AT+WIFI=1\r\n", "<wcn:AT+WIFI=1>"));
             EXPECT_TRUE(station.Answers("at+w\r\n", "<wcn:at+w>"));
             EXPECT_TRUE(station.Answers("wt\r\n", "<wcn:wt>"));
@@ -45,15 +44,15 @@ TEST_F(Relay, ClientsThatLeaveDoNotAffectOthers) {
         {"closes", [](Station& s) { const Station gone = std::move(s); }},
     };
     for (const auto& [name, leave] : rows) {
-        for (const bool tcp : {true, false}) {
-            SCOPED_TRACE(std::string(name) + (tcp ? ", TCP" : ", local"));
-            Station leaver = tcp ? Tcp() : Station::Local();
-            const std::string request = std::string("AT+W ") + name + (tcp ? "1" : "2");
+        for (const size_t console : {0, 1}) {
+            const std::string request = std::string("AT+W ") + name + std::to_string(console);
+            SCOPED_TRACE(request);
+            Station leaver = Connect(console);
             ASSERT_TRUE(leaver.Send(request + "\r\n"));
             ASSERT_TRUE(wcn->WaitForRequest(request));
             leave(leaver);
             EXPECT_TRUE(usb.Answers("X\r\n", Unsupported("X")));
-            Station next = tcp ? Tcp() : Station::Local();
+            Station next = Connect(console);
             ASSERT_TRUE(wcn->Push("late"));
             // Not the answer for the client that left.
             EXPECT_TRUE(next.Answers("Y\r\n", Unsupported("Y")));

@@ -57,6 +57,12 @@ class Bench : public testing::Test {
     // Switches a console ("ZAT+CONSOLE=0" or "=1") and waits until this is done.
     void Switch(Station& local, const std::string& command);
     Station Tcp() const { return Station::Tcp(mPort); }
+    // A station at one of the four consoles: TCP, local, USB, UART.
+    Station Connect(size_t console) const {
+        return console == 0   ? Tcp()
+               : console == 1 ? Station::Local()
+                              : Station::Line((console == 2 ? mUsb : mUart).Master());
+    }
     void TearDown() override { CheckUnchanged(); }
 
     const TempDir mDir;

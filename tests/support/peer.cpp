@@ -26,7 +26,6 @@ Peer::Script Peer::Echo(const std::string& name) {
 
 Peer::Peer(const std::string& name, LocalNamespace space, Script script)
     : mAddress(AddressOf(name, space)),
-      mIsFile(space == LocalNamespace::kFilesystem),
       mScript(std::move(script)),
       mListener(ListenLocal(mAddress)) {
     if (!mListener.Ok() || !mThread.Start()) {
@@ -43,9 +42,7 @@ Peer::~Peer() {
         }
     }
     mThread.Stop();
-    if (mIsFile) {
-        unlink(mAddress.address.sun_path);
-    }
+    unlink(mAddress.address.sun_path);  // an abstract name's path is empty
 }
 
 void Peer::Run() {

@@ -41,7 +41,6 @@ class Peer : private Runnable {
     bool Serve(int fd);
 
     const LocalAddress mAddress;
-    const bool mIsFile;
     const Script mScript;
     UniqueFd mListener;
 
