@@ -89,11 +89,9 @@ void Bench::CheckUnchanged() {
     if (mKelp == nullptr) {
         return;
     }
-    EXPECT_TRUE(WaitUntil([&] {
-        return mKelp->Descriptors() <= mDescriptors && mKelp->Threads() <= mThreads;
-    })) << mKelp->Descriptors()
-        << " descriptors, " << mDescriptors << " at the start; " << mKelp->Threads() << " threads, "
-        << mThreads << " at the start";
+    WaitUntil([&] { return mKelp->Descriptors() <= mDescriptors && mKelp->Threads() <= mThreads; });
+    EXPECT_LE(mKelp->Descriptors(), mDescriptors);
+    EXPECT_LE(mKelp->Threads(), mThreads);
     EXPECT_TRUE(mKelp->Running());
     std::istringstream log(mKelp->Log());
     for (std::string line; std::getline(log, line);) {
