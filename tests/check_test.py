@@ -4,6 +4,7 @@ import glob
 import json
 import os
 import pathlib
+import re
 import socket
 import subprocess
 import sys
@@ -17,8 +18,8 @@ PROGRAM, EXAMPLES = sys.argv[1:]
 FIRST = '{"receive-mode": {"mode": "tail"},'
 
 # Each case: its name, with "(refused)" if the schema refuses the text (it cannot check what depends
-# on order, on other members or on the machine); then the members after FIRST, or a whole text. Below
-# each line are its findings, each with its column.
+# on order, on other members or on the machine); then the members after FIRST, or whole texts of one
+# line. Below each line are its findings, each with its column.
 CASES = r'''
 = a property
 "$schema": "x", "console": {"usb": {"active": {"p": "1"}}}
@@ -71,41 +72,25 @@ CASES = r'''
 "console": {"tcp": {"active": true, "route": "127.0.0.1\u0000"}}
 46: "route" is read as "127.0.0.1"
 
-= wrong types (refused)
+= wrong types, modes and tails (refused)
 {"console": [], "x": 1}
 1: no "receive-mode": no console serves commands
 13: "console" must be an object
 17: unknown key "x"
-
-= empty mode (refused)
 {"receive-mode": {"mode": ""}}
 27: "mode" must be "tail" or "timetick": no console serves commands
-
-= no mode (refused)
 {"receive-mode": {}}
 2: "receive-mode" without "mode": no console serves commands
-
-= timetick without interval (refused)
 {"receive-mode": {"mode": "timetick", "tail": "0D"}}
 2: "timetick" without an interval in "millisecond": the bytes of each read are a command
-
-= empty tail (refused)
 {"receive-mode": {"mode": "tail", "tail": ""}}
 43: "tail" is too short: commands end with 0D0A
-
-= odd tail (refused)
 {"receive-mode": {"mode": "tail", "tail": "0D0A0"}}
 43: "tail" has an odd number of digits: commands end with 0D0A
-
-= tail with other characters (refused)
 {"receive-mode": {"mode": "tail", "tail": "0D.."}}
 43: "tail" has characters that are not hexadecimal digits: commands end with 0D0D
-
-= tail of one byte (refused)
 {"receive-mode": {"mode": "tail", "tail": "0a"}}
 43: "tail" of one byte is found only when more bytes follow: commands end with 0A
-
-= long tail (refused)
 {"receive-mode": {"mode": "tail", "tail": "ABABABABABABABABABABABABABABABABABABABABABABABABABABABABABABABABAB"}}
 43: "tail" is cut to 32 bytes: commands end with ABABABABABABABABABABABABABABABABABABABABABABABABABABABABABABABAB
 
@@ -182,30 +167,34 @@ def check(*arguments):
 
 
 def write(text):
-    pathlib.Path(PATH).write_text(text)
+    pathlib.Path(PATH).write_text(text, errors="surrogateescape")
 
 
 class CheckTest(unittest.TestCase):
     def test_cases(self):
         for block in CASES.strip().split("\n\n"):
-            name, *rest = block.splitlines()
-            lines, findings = [] if rest[0][0] == "{" else [FIRST], []
-            for line in rest:
-                if line[0].isdigit():
-                    findings.append("%d:%s" % (len(lines), line))
-                else:
-                    lines.append(line)
-            text = "\n".join(lines) + ("}" if lines[0] == FIRST else "")
-            with self.subTest(name):
-                write(text)
-                run = check("--no-paths", PATH)
-                printed = run.stderr.replace(PATH + ":", "").replace(" warning:", "").splitlines()
-                self.assertEqual(sorted(printed), sorted(findings))
-                warnings = [f for f in findings if ": note: " not in f]
-                self.assertEqual(run.returncode, 1 if warnings else 0)
-                self.assertEqual(SCHEMA.is_valid(json.loads(text)), "(refused)" not in name)
-                write(run.stdout)
-                self.assertEqual(check("--no-paths", PATH).stdout, run.stdout)
+            name, rest = block.split("\n", 1)
+            for case in re.split(r"\n(?={\"rec)", rest):
+                with self.subTest(name, case=case):
+                    self.check_case(case, "(refused)" not in name)
+
+    def check_case(self, case, valid):
+        lines, findings = [] if case[0] == "{" else [FIRST], []
+        for line in case.splitlines():
+            if line[0].isdigit():
+                findings.append("%d:%s" % (len(lines), line))
+            else:
+                lines.append(line)
+        text = "\n".join(lines) + ("}" if lines[0] == FIRST else "")
+        write(text)
+        run = check("--no-paths", PATH)
+        printed = run.stderr.replace(PATH + ":", "").replace(" warning:", "").splitlines()
+        self.assertEqual(sorted(printed), sorted(findings))
+        warnings = [f for f in findings if ": note: " not in f]
+        self.assertEqual(run.returncode, 1 if warnings else 0)
+        self.assertEqual(SCHEMA.is_valid(json.loads(text)), valid)
+        write(run.stdout)
+        self.assertEqual(check("--no-paths", PATH).stdout, run.stdout)
 
     def test_examples(self):
         jsonschema.Draft202012Validator.check_schema(SCHEMA.schema)
@@ -249,14 +238,23 @@ class CheckTest(unittest.TestCase):
         os.close(tty)
 
     def test_refusals(self):
-        for text, said in [("{\n ,}", "2:2: error: not valid JSON"),
+        for text, said in [("", "1:1: error: not valid JSON"),
+                           ("{\n  \"a\": nope\n}", "2:9: error: not valid JSON"),
+                           ("\ufeff[1,x]", "1:4: error: not valid JSON"),
+                           ("{\"a\":\n[1", "2:3: error: not valid JSON"),
+                           ("{}\n\n ]", "3:2: error: not valid JSON"),
+                           ("[1,\0]", "1:4: error: not valid JSON"),
+                           ("{}\0", "1:3: error: not valid JSON"),
+                           ("[\"\udcc3(\"]", "1:4: error: not valid JSON"),
                            ("[" * 65 + "]" * 65, "1:65: error: more than 64 nested arrays"),
+                           ("\n" + "[" * 1000000, "2:65: error: more than 64 nested arrays"),
                            ("[1e999]", "1:6: error: a number beyond the range of a double"),
                            ('["invalid string: surrogate" x]', "1:30: error: not valid JSON"),
                            ('["\\ud800"]', "1:9: error: an unpaired surrogate")]:
             write(text)
             run = check(PATH)
-            self.assertEqual((run.returncode, run.stderr.find(PATH + ":" + said)), (2, 0))
+            self.assertEqual((run.returncode, run.stdout, run.stderr.find(PATH + ":" + said)),
+                             (2, "", 0))
         write(" " * ((1 << 20) + 1))
         for run, status, said in [
                 (check(PATH), 2, PATH + ": error: longer than 1 MiB\n"),

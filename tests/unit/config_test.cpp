@@ -154,8 +154,11 @@ TEST_F(Config, ModuleSettingsAreReadInFileOrder) {
 }
 
 TEST_F(Config, RefreshChangesOnlyConsoleSettings) {
-    mDir.Write("k.json", R"({"extra":[1,null],"console":{
-        "tcp":{"note":"mine","active":{"p":"1"},"port":1},"usb":[]},"module":{}})");
+    // Of the two "extra" the last value counts, at the place of the first.
+    mDir.Write("k.json",
+               "\xEF\xBB\xBF"
+               R"({"extra":0,"console":{
+        "tcp":{"note":"mine","active":{"p":"1"},"port":1},"usb":[]},"extra":{"é":["\u0000",null]}})");
     ASSERT_EQ(chmod(mPath.c_str(), 0640), 0);
     // Root can also give the file to another group, which it keeps.
     ASSERT_EQ(chown(mPath.c_str(), geteuid(), geteuid() == 0 ? 65534 : getegid()), 0);
@@ -171,7 +174,8 @@ TEST_F(Config, RefreshChangesOnlyConsoleSettings) {
     ASSERT_TRUE(mManager.RefreshConfig());
     const std::string written = Written().ToString();
     EXPECT_EQ(
-        written.find("{\"extra\":[1,null],\"console\":{\"tcp\":{\"note\":\"mine\",\"active\":true,"
+        written.find("{\"extra\":{\"é\":[\"\\u0000\",null]},\"console\":{\"tcp\":{\"note\":"
+                     "\"mine\",\"active\":true,"
                      "\"port\":-1,\"support\":true,\"route\":\"\xEF\xBF\xBDgarbage\\r\\n\\\"\","
                      "\"timeout\":0},\"usb\":{\"support\":true,\"active\":false,"
                      "\"route\":\"/dev/ttyGS0\",\"port\":0,\"timeout\":0},\"uart\":{\"support\":"),
@@ -248,6 +252,19 @@ TEST_F(Config, ConcurrentUpdatesLeaveOneCompleteFile) {
         EXPECT_EQ(port, mManager.GetConfigByName("tcp")->port);
     }
     EXPECT_EQ(mDir.Count(), 1u);
+}
+
+TEST(Json, AHandleSeesLaterChanges) {
+    neb::CJsonObject doc;
+    ASSERT_TRUE(doc.Parse("{\"a\":1}"));
+    const neb::CJsonObject a = doc["a"];
+    for (int i = 0; i < 100; ++i) {
+        doc.Replace("filler" + std::to_string(i), i);  // moves every member
+    }
+    doc.Replace("a", 7);
+    EXPECT_EQ(a.ToString(), "7");
+    EXPECT_FALSE(doc.Parse("[1,"));
+    EXPECT_EQ(doc.ToString(), "");
 }
 
 }  // namespace
