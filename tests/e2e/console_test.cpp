@@ -365,24 +365,22 @@ TEST_F(Consoles, UrgentBytesStayInOrder) {
 }
 
 TEST_F(Consoles, OpeningALineSetsItsAttributes) {
-    struct termios hostile = {};
-    const int line = open(mUart.Device().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
-    const UniqueFd owner(line);
-    tcgetattr(line, &hostile);
-    hostile.c_iflag = INLCR | IGNCR | ICRNL | IXON | IXOFF | BRKINT | ISTRIP;
-    hostile.c_oflag = OPOST | ONLCR | OCRNL;
-    hostile.c_lflag = ISIG | ICANON | ECHO | ECHOE | IEXTEN;
-    cfsetspeed(&hostile, B9600);
-    ASSERT_EQ(tcsetattr(line, TCSANOW, &hostile), 0);
-    Start();
+    const UniqueFd line(open(mUart.Device().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
     struct termios set = {};
-    ASSERT_EQ(tcgetattr(line, &set), 0);
-    EXPECT_EQ(set.c_iflag, static_cast<tcflag_t>(BRKINT | ISTRIP));
-    EXPECT_EQ(set.c_oflag, static_cast<tcflag_t>(OPOST));
-    EXPECT_EQ(set.c_lflag, static_cast<tcflag_t>(ECHOE | IEXTEN));
-    EXPECT_EQ(set.c_cflag & (CSIZE | PARENB), static_cast<tcflag_t>(CS8));
-    EXPECT_EQ(cfgetispeed(&set), static_cast<speed_t>(B115200));
-    EXPECT_EQ(cfgetospeed(&set), static_cast<speed_t>(B115200));
+    tcgetattr(line.Get(), &set);
+    set.c_iflag = INLCR | IGNCR | ICRNL | IXON | IXOFF | BRKINT | ISTRIP;
+    set.c_oflag = OPOST | ONLCR | OCRNL;
+    set.c_lflag = ISIG | ICANON | ECHO | ECHOE | IEXTEN;
+    cfsetspeed(&set, B9600);
+    ASSERT_EQ(tcsetattr(line.Get(), TCSANOW, &set), 0);
+    Start();
+    ASSERT_EQ(tcgetattr(line.Get(), &set), 0);
+    const std::array have = {set.c_iflag,       set.c_oflag,
+                             set.c_lflag,       set.c_cflag & (CSIZE | PARENB),
+                             cfgetispeed(&set), cfgetospeed(&set)};
+    const std::array<tcflag_t, 6> want = {BRKINT | ISTRIP, OPOST,  ECHOE | IEXTEN, CS8,
+                                          B115200,         B115200};
+    EXPECT_EQ(have, want);
 }
 
 }  // namespace
