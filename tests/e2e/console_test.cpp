@@ -16,6 +16,7 @@
 #include <filesystem>
 #include <fstream>
 #include <thread>
+#include <tuple>
 
 #include "support/bench.h"
 #include "support/wait.h"
@@ -62,11 +63,7 @@ TEST_F(Consoles, SwitchingOffClosesClientsWithPendingCommands) {
     Start(true);
     const size_t threads = mKelp->Threads(), descriptors = mKelp->Descriptors();
     Station local = Station::Local();
-    const struct {
-        const char* name;
-        std::string request;
-        Peer* peer;
-    } rows[] = {
+    const std::tuple<const char*, std::string, Peer*> rows[] = {
         {"last command read", "X", nullptr},
         {"exchange", "AT+W", wcn.get()},
         {"kept modem client", "AT+M", modem.get()},
@@ -75,19 +72,18 @@ TEST_F(Consoles, SwitchingOffClosesClientsWithPendingCommands) {
     };
     int asked = 0;
     for (int round = 0; round < 3; ++round) {
-        for (const auto& row : rows) {
-            SCOPED_TRACE(row.name);
+        for (const auto& [name, command, peer] : rows) {
+            SCOPED_TRACE(name);
             Station stays = Tcp(), left = Tcp();
             Station lines[] = {Station::Line(mUsb.Master()), Station::Line(mUart.Master())};
             mUsb.DropSlave();
             mUart.DropSlave();
             for (Station* station : {&left, &stays, &lines[0], &lines[1]}) {
-                const std::string request = row.request + std::to_string(++asked);
+                const std::string request = command + std::to_string(++asked);
                 ASSERT_TRUE(station->Send(request + "\r\n"));
                 // An exchange blocks the following requests.
-                ASSERT_TRUE(
-                    row.peer == nullptr || station != &left ||
-                    row.peer->WaitForRequest(row.peer == modem.get() ? request + "\r\n" : request));
+                ASSERT_TRUE(peer == nullptr || station != &left ||
+                            peer->WaitForRequest(peer == modem.get() ? request + "\r\n" : request));
             }
             left.HalfClose();
             const int64_t begin = MonotonicMs();

@@ -87,9 +87,7 @@ TEST_F(Control, AnswersAndStoredSettings) {
     Start();
     Station local = Station::Local();
     const int port = FreePort();
-    const struct {
-        std::string command, value;
-    } rows[] = {
+    const std::pair<std::string, std::string> rows[] = {
         {"zat+Port=" + std::to_string(port), ""},
         {"ZAT+IP=127.0.0.1", ""},
         {"ZAT+IP", ""},
@@ -98,8 +96,8 @@ TEST_F(Control, AnswersAndStoredSettings) {
         {"ZAT+", "\r\n\r\n+:Unsupport command"},
         {"zat+update", ""},
     };
-    for (const auto& row : rows) {
-        EXPECT_TRUE(local.Answers(row.command + "\r\n", Ok(row.command + row.value)));
+    for (const auto& [command, value] : rows) {
+        EXPECT_TRUE(local.Answers(command + "\r\n", Ok(command + value)));
     }
     EXPECT_FALSE(Refused(mPort));
     Switch(local, "ZAT+TCP=0");

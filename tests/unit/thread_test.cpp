@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <functional>
+#include <utility>
 
 #include "platform/clock.h"
 #include "platform/turn.h"
@@ -31,10 +32,7 @@ TEST(Thread, StopEndsEveryKindOfWait) {
     MessageQueue<int> queue;
     Turn turn;
     ASSERT_TRUE(turn.Enter());
-    const struct {
-        const char* name;
-        std::function<void()> wait;
-    } waits[] = {
+    const std::pair<const char*, std::function<void()>> waits[] = {
         {"descriptor", [] { Thread::WaitFd(-1, 0, -1); }},
         {"receive",
          [] {
@@ -48,10 +46,10 @@ TEST(Thread, StopEndsEveryKindOfWait) {
         {"queue", [&] { delete queue.dequeue(); }},
         {"turn", [&] { TurnHolder holder(turn); }},
     };
-    for (const auto& w : waits) {
+    for (const auto& [name, wait] : waits) {
         // Mostly at once, so that it falls between the check of the stop flag and the wait.
         for (int round = 0; round < 300; ++round) {
-            Job job(w.wait);
+            Job job(wait);
             Thread thread(&job);
             ASSERT_TRUE(thread.Start());
             if (round % 8 == 0) {
@@ -59,7 +57,7 @@ TEST(Thread, StopEndsEveryKindOfWait) {
             }
             const int64_t begin = MonotonicMs();
             thread.Stop();
-            ASSERT_LT(MonotonicMs() - begin, 5000) << w.name;
+            ASSERT_LT(MonotonicMs() - begin, 5000) << name;
         }
     }
 }
