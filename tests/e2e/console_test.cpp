@@ -38,7 +38,6 @@ class Consoles : public Bench {
         }
         return held;
     }
-    size_t Holds(const std::string& file) const { return Held(file).size(); }
     void LimitDescriptors(rlim_t count) const {
         const struct rlimit limit = {count, 1024};
         ASSERT_EQ(prlimit(mKelp->Pid(), RLIMIT_NOFILE, &limit, nullptr), 0);
@@ -89,7 +88,7 @@ TEST_F(Consoles, SwitchingOffClosesClientsWithPendingCommands) {
             left.ReceiveToEnd();
             EXPECT_LT(MonotonicMs() - begin, 6000);
             for (const Pty* pty : {&mUsb, &mUart}) {
-                EXPECT_EQ(Holds(pty->Device()), 0u);
+                EXPECT_EQ(Held(pty->Device()).size(), 0u);
                 EXPECT_TRUE(Polls(pty->Master(), POLLHUP));
             }
             for (const char* on : {"ZAT+TCP=1", "ZAT+USB=1", "ZAT+UART=1"}) {
@@ -105,9 +104,8 @@ TEST_F(Consoles, NoNewcomerWhileTheClientsAreReadOut) {
     const auto wcn = Wcn(Silent());
     Start();
     Station local = Station::Local(), busy = Tcp();
-    ASSERT_TRUE(busy.Send("AT+W\r\n"));
+    ASSERT_TRUE(busy.Send("AT+W\r\n" + std::string(100000, 'x')));
     ASSERT_TRUE(wcn->WaitForRequest("AT+W"));
-    ASSERT_TRUE(busy.Send(std::string(100000, 'x')));
     // A client that keeps sending is read for half a second.
     std::thread sender([&] {
         while (busy.Send("x")) {
@@ -151,7 +149,7 @@ TEST_F(Consoles, ALineSwitchedOffWhileItIsReopenedStaysOff) {
     ptrace(PTRACE_DETACH, reader, nullptr, nullptr);
     EXPECT_TRUE(mKelp->WaitForLog(" deactive communication\n"));
     EXPECT_TRUE(mKelp->WaitForLog("usb << reconnect << fd:"));
-    EXPECT_TRUE(WaitUntil([&] { return Holds(mUsb.Device()) == 0; }));
+    EXPECT_TRUE(WaitUntil([&] { return Held(mUsb.Device()).size() == 0; }));
 }
 
 TEST_F(Consoles, AClientThatLeftForGoodIsClosedAtOnce) {
@@ -223,7 +221,7 @@ TEST_F(Consoles, ASerialLineOpensWithAllItsDescriptorsOrNone) {
         Command(local, "ZAT+USB=1");
         ASSERT_TRUE(mKelp->WaitForLog("usb active c", opens + 1));
         open = mKelp->Logged(failure) == failures;
-        EXPECT_EQ(Holds(mUsb.Device()), open ? 2u : 0u) << limit;
+        EXPECT_EQ(Held(mUsb.Device()).size(), open ? 2u : 0u) << limit;
         EXPECT_TRUE(!open || line.Answers("X\r\n", Unsupported("X")));
         Command(local, "ZAT+USB=0");
     }
@@ -252,9 +250,9 @@ TEST_F(Consoles, ARouteThatIsNotATtyCausesNoSpin) {
         EXPECT_GE(mKelp->Logged(row.record), row.atLeast) << row.route;
         EXPECT_LE(mKelp->Logged(row.record), row.atMost) << row.route;
         EXPECT_LT(mKelp->Log().size() - before, 4000u);
-        const size_t held = Holds(row.route);
+        const size_t held = Held(row.route).size();
         EXPECT_TRUE(Station::Local().Answers("ZAT+USB=0\r\n", Ok("ZAT+USB=0")));
-        EXPECT_TRUE(WaitUntil([&] { return Holds(row.route) < held; }));
+        EXPECT_TRUE(WaitUntil([&] { return Held(row.route).size() < held; }));
     }
     EXPECT_EQ(mDir.Read("file"), content);
 }
@@ -320,10 +318,9 @@ TEST_F(Consoles, FourStationsThatReconnectPerCommandAreServed) {
     Start();
     Station local = Station::Local();
     for (int round = 0; round < 2; ++round) {
-        std::vector<std::thread> stations;
-        stations.reserve(4);
-        for (int i = 0; i < 4; ++i) {
-            stations.emplace_back([&] {
+        std::array<std::thread, 4> stations;
+        for (std::thread& thread : stations) {
+            thread = std::thread([&] {
                 for (int j = 0; j < 200; ++j) {
                     Station station = Tcp();
                     ASSERT_TRUE(station.Answers("X\r\n", Unsupported("X")));
@@ -332,8 +329,8 @@ TEST_F(Consoles, FourStationsThatReconnectPerCommandAreServed) {
                 }
             });
         }
-        for (std::thread& station : stations) {
-            station.join();
+        for (std::thread& thread : stations) {
+            thread.join();
         }
         EXPECT_EQ(mKelp->Logged("reject now"), 0);
         Switch(local, "ZAT+TCP=0");  // the listening socket gets another descriptor

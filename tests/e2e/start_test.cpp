@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <regex>
 
 #include "platform/clock.h"
@@ -157,8 +156,8 @@ TEST_F(Log, ClosedStandardDescriptorsAreFilledAndNewFilesPrivate) {
     for (const char* number : {"0", "1", "2"}) {
         EXPECT_EQ(std::filesystem::read_symlink(process + "/fd/" + number), "/dev/null");
     }
-    std::ifstream file(process + "/status");
-    const std::string status(std::istreambuf_iterator<char>(file), {});
+    std::string status;
+    std::getline(std::ifstream(process + "/status"), status, '\0');
     EXPECT_NE(status.find("Umask:\t0077\n"), std::string::npos);
     EXPECT_TRUE(Tcp().Answers("AT+W\r\n", "<wcn:AT+W>"));
 }

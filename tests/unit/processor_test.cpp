@@ -47,20 +47,18 @@ TEST(Processor, GivesUpAClientThatDoesNotRead) {
     LogCapture log;
     const LocalAddress address = AddressOf(name, LocalNamespace::kAbstract);
     ASSERT_EQ(console.Start(), 0);
-    const UniqueFd deaf = ConnectLocalBlocking(address), other = ConnectLocalBlocking(address);
-    std::string bytes = std::string(1 << 20, 'x') + "\r\n";
-    ASSERT_EQ(write(deaf.Get(), bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+    Station deaf = Station::Line(ConnectLocalBlocking(address).Get()),
+            other = Station::Line(ConnectLocalBlocking(address).Get());
+    ASSERT_TRUE(deaf.Send(std::string(1 << 20, 'x') + "\r\n"));
     EXPECT_TRUE(WaitUntil([&] {
         const std::vector<std::string> records = log.Take();
         return std::count(records.begin(), records.end(),
                           "E WriteBuffer: local-->Write Error! errno->110") == 1;
     }));
-    ASSERT_EQ(write(other.Get(), "X\r\n", 3), 3);
-    const auto receive = [&](const UniqueFd& client) {
-        return recv(client.Get(), bytes.data(), bytes.size(), MSG_DONTWAIT);
-    };
-    EXPECT_TRUE(WaitUntil([&] { return receive(other) == 29; }));  // the refusal of "X"
-    EXPECT_TRUE(WaitUntil([&] { return receive(deaf) == 0; }));
+    EXPECT_TRUE(other.Answers("X\r\n", Unsupported("X")));
+    deaf.ReceiveToEnd();
+    char byte;
+    EXPECT_EQ(recv(deaf.Fd(), &byte, 1, MSG_DONTWAIT), 0);
     console.Stop();
 }
 
