@@ -183,8 +183,6 @@ TEST_F(Consoles, NoExchangeStartsAfterAStopRequest) {
     EXPECT_LT(MonotonicMs() - begin, 10000);
     sender.join();
     EXPECT_EQ(wcn->Connections(), 1);
-    Switch(local, "ZAT+TCP=1");
-    EXPECT_TRUE(Tcp().Answers("X\r\n", Unsupported("X")));
 }
 
 TEST_F(Consoles, UnreadInputDoesNotResetUnreadAnswers) {

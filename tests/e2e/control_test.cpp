@@ -50,29 +50,6 @@ TEST_F(Control, AConsoleSwitchesItselfOffAfterItsAnswer) {
     }
 }
 
-TEST_F(Control, TwoConsolesSwitchEachOtherOff) {
-    Start();
-    Station local = Station::Local(), usb = Station::Line(mUsb.Master());
-    for (int i = 0; i < 100; ++i) {
-        Station tcp = Tcp();
-        ASSERT_TRUE(tcp.Answers("X\r\n", Unsupported("X")));
-        const int offs = mKelp->Logged(" deactive communication\n");
-        ASSERT_TRUE(usb.Send("ZAT+TCP=0\r\n") && tcp.Send("ZAT+USB=0\r\n"));
-        ASSERT_TRUE(mKelp->WaitForLog(" deactive communication\n", offs + 1));
-        Command(local, "ZAT+TCP=0");
-        Command(local, "ZAT+USB=0");
-        // One console may have been off before it read its command; now both are off.
-        tcp.ReceiveToEnd();
-        const int ons = mKelp->Logged(" active communication\n");
-        ASSERT_TRUE(WaitUntil([&] { return Refused(mPort); }));
-        mUsb.Flush();
-        Command(local, "ZAT+USB=1");
-        Command(local, "ZAT+TCP=1");
-        ASSERT_TRUE(mKelp->WaitForLog(" active communication\n", ons + 2));
-        ASSERT_TRUE(usb.Answers("X\r\n", Unsupported("X")));
-    }
-}
-
 TEST_F(Control, UpdateStoresSwitchesThatAreNotDoneYet) {
     Start(true);
     Station local = Station::Local();
