@@ -217,6 +217,8 @@ class CheckTest(unittest.TestCase):
         path = PATH + ".s"
         write(FIRST + '"module": {"interaction": {"wcn": {"path": "%s"},'
               '"modem": {"path": "@m%s"}}}}' % (path, path))
+        both = subprocess.run([PROGRAM, PATH], stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+        self.assertLess(both.stdout.index(b"}\n"), both.stdout.index(b": no socket at "))
         with socket.socket(socket.AF_UNIX) as file, socket.socket(socket.AF_UNIX) as abstract:
             for step, missing in [(lambda: 0, 2), (lambda: file.bind(path), 1),
                                   (lambda: abstract.bind("\0@m" + path), 1), (abstract.listen, 0)]:
