@@ -165,11 +165,9 @@ TEST_F(Faults, ExhaustedDescriptorsCauseNoSpinAndNoFlood) {
 TEST_F(Faults, DescriptorsTooLargeForSelectAreNotServed) {
     Start();
     mKelp.reset();  // only its configuration file is needed
+    const std::string open = R"(for i in {3..1100}; do eval "exec $i</dev/null"; done; exec "$@")";
     KelpProcess kelp({"--file=" + mDir.Path("kelp.json")},
-                     {"prlimit", "--nofile=4096:", "bash", "-c",
-                      "for ((i = 3; i < 1100; ++i)); do eval \"exec $i</dev/null\"; done; "
-                      "exec \"$@\"",
-                      "bash"});
+                     {"prlimit", "--nofile=4096:", "bash", "-c", open, "bash"});
     EXPECT_TRUE(kelp.WaitForLog("Start: usb-->start fail\n"));
     EXPECT_TRUE(kelp.WaitForLog("Start: local-->start fail\n"));
     EXPECT_EQ(kelp.Logged(" I KELP    : Connect: local-->/dev/socket/kelp: errno = 24 (Too many"),
