@@ -50,7 +50,6 @@ Messager* PCBAMessager::Create(MessagerManager* manager, std::string name) {
 PCBAMessager::PCBAMessager(MessagerManager* manager, const std::string& name)
     : Messager(manager, name),
       mMaxNumber(MaxNumber()),
-      mMaxPending(static_cast<size_t>(mMaxNumber) / 2),
       mKept(mFd != -1 ? std::make_shared<PCBAConnection>(std::move(mClient)) : nullptr),
       mRunnable(new PCBAMsgRunnable(this)),
       mThread(new Thread(mRunnable.get(), name)) {
@@ -106,8 +105,10 @@ bool PCBAMessager::HasRoom(size_t bytes, bool ask) {
             token->connection.reset();
         }
     }
+    // pcba and fm together: no more clients than half the descriptors.
+    const size_t maxPending = static_cast<size_t>(mMaxNumber) / 2;
     return mInFlight.size() < kMaxInFlight &&
-           (pending == 0 || (pending < mMaxPending && bytes <= kMaxPendingBytes));
+           (pending == 0 || (pending < maxPending && bytes <= kMaxPendingBytes));
 }
 
 // Null: written on the token's connection, or there is no daemon and the token has none. Otherwise

@@ -73,9 +73,8 @@ class PCBAMessager : public Messager {
     void HandBack(MessagerToken& token, Formatter formatter);
 
     std::atomic<bool> mRunning{true};
-    const int mMaxNumber;      // connections opened for a request have descriptors below this
-    const size_t mMaxPending;  // pcba and fm together: no more clients than half the descriptors
-    Mutex mMutex;              // a leaf
+    const int mMaxNumber;  // connections opened for a request have descriptors below this
+    Mutex mMutex;          // a leaf
     // The connection for new requests; null without keep-alive, and when there is none.
     std::shared_ptr<PCBAConnection> mKept KELP_GUARDED_BY(mMutex);
     // Requests whose records are awaited, in the order of mTokenQueue. Not owned.
